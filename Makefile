@@ -1,0 +1,34 @@
+# Entry points for a fresh machine: `make demo` and `make test`.
+BUILD      ?= build
+ASAN_BUILD ?= build-asan
+FUZZ_BUILD ?= build-fuzz
+CMAKE_GEN  := -G Ninja
+
+.PHONY: all deps build test test-normal test-asan fuzz-smoke clean
+
+all: build
+
+deps:
+	@scripts/install-deps.sh
+
+build: deps
+	cmake -S . -B $(BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo
+	cmake --build $(BUILD)
+
+# Normal build, sanitizer build and the fuzz smoke run, in that order.
+test: deps test-normal test-asan fuzz-smoke
+
+test-normal: build
+	ctest --test-dir $(BUILD) --output-on-failure -j2
+
+test-asan: deps
+	cmake -S . -B $(ASAN_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Debug -DTEV_SANITIZE=ON
+	cmake --build $(ASAN_BUILD)
+	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+	  ctest --test-dir $(ASAN_BUILD) --output-on-failure -j2
+
+fuzz-smoke: deps
+	@if [ -f fuzz/CMakeLists.txt ]; then scripts/fuzz-smoke.sh $(FUZZ_BUILD); else echo "no fuzz targets"; fi
+
+clean:
+	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)

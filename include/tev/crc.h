@@ -1,0 +1,22 @@
+// Checksums exported for native clients: CRC-8/SMBUS (polynomial 0x07, no
+// reflection, no final XOR) with a process-wide table, and reflected CRC-32.
+#ifndef TEV_CRC_H
+#define TEV_CRC_H
+
+#include "tev/export.h"
+
+TEV_API void make_crc_table();
+TEV_API void CRC8_InitChecksum(unsigned char& state);
+// Needs the table: call make_crc_table (or CRC8_BlockChecksum) once first.
+TEV_API void CRC8_Update(unsigned char& state, unsigned char byte);
+TEV_API void CRC8_UpdateChecksum(unsigned char& state, const void* data, int length);
+TEV_API void CRC8_FinishChecksum(unsigned char& state);
+TEV_API unsigned char CRC8_BlockChecksum(const void* data, int length);
+
+TEV_API unsigned int getBufferCRC(unsigned char* data, long long length);
+TEV_API void makeCRCtable(unsigned int* table, unsigned int polynomial);
+// Continues `crc` over the bytes; feed a previous result back to process in pieces.
+TEV_API unsigned int calcCRC(const unsigned char* data, long long length, unsigned int crc,
+                             unsigned int* table);
+
+#endif  // TEV_CRC_H

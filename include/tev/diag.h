@@ -1,0 +1,44 @@
+// Exported diagnostics: formatted loggers (a copy on standard output and one
+// line in the Android log), call tracing and argument checkers.
+// Checker results: 0 passed, 1 null pointer, 2 zero value or out of range.
+#ifndef TEV_DIAG_H
+#define TEV_DIAG_H
+
+#include "tev/export.h"
+
+TEV_API void TEVLogD(const char* tag, const char* fmt, ...);  // debug priority
+TEV_API void TEVLogI(const char* tag, const char* fmt, ...);  // info priority
+TEV_API void TEVLogE(const char* tag, const char* fmt, ...);  // error priority
+
+TEV_API int print_TEVLog_at_function_start(const char* name);
+TEV_API int print_TEVLog_at_function_end(const char* name);
+
+TEV_API int check_null_pointer(void* value, const char* module, const char* function);
+TEV_API int check_null_2pointer(void** value, const char* module, const char* function);
+TEV_API int check_null_3pointer(void*** value, const char* module, const char* function);
+
+TEV_API int checknull_kchar(char value, const char* module, const char* function);
+TEV_API int checknull_kuchar(unsigned char value, const char* module, const char* function);
+TEV_API int checknull_kbyte(unsigned char value, const char* module, const char* function);
+TEV_API int checknull_kint(int value, const char* module, const char* function);
+TEV_API int checknull_kuint(unsigned int value, const char* module, const char* function);
+TEV_API int checknull_klong(long value, const char* module, const char* function);
+TEV_API int checknull_kulong(unsigned long value, const char* module, const char* function);
+TEV_API int checknull_kint64(long long value, const char* module, const char* function);
+
+// Bounds are inclusive; each compares in its own type.
+TEV_API int checkmedian_kchar(char value, char min, char max, const char* module, const char* function);
+TEV_API int checkmedian_kuchar(unsigned char value, unsigned char min, unsigned char max,
+                               const char* module, const char* function);
+TEV_API int checkmedian_kbyte(unsigned char value, unsigned char min, unsigned char max,
+                              const char* module, const char* function);
+TEV_API int checkmedian_kint(int value, int min, int max, const char* module, const char* function);
+TEV_API int checkmedian_kuint(unsigned int value, unsigned int min, unsigned int max,
+                              const char* module, const char* function);
+TEV_API int checkmedian_klong(long value, long min, long max, const char* module, const char* function);
+TEV_API int checkmedian_kulong(unsigned long value, unsigned long min, unsigned long max,
+                               const char* module, const char* function);
+TEV_API int checkmedian_kint64(long long value, long long min, long long max,
+                               const char* module, const char* function);
+
+#endif  // TEV_DIAG_H

@@ -1,0 +1,231 @@
+// Byte streams and the thin system layer beneath them.
+//
+// Every reader and writer of the library works on a TevStream. File and
+// descriptor streams are unbuffered (read/write/lseek64 on the descriptor);
+// buffer streams work on a fixed-capacity memory handle that never grows.
+// writeInt16/writeInt32 store little-endian, writeInt32_endian big-endian;
+// readInt16/readInt32 store the bytes in host order (little-endian on the
+// target). Streams never close what they stand on; destroyPointer does.
+#ifndef TEV_STREAM_H
+#define TEV_STREAM_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+
+#include "tev/export.h"
+#include "tev/types.h"
+
+// Memory buffer handle: the object behind TevStreamBuffer and the buffer
+// forms of the save API. Made by _kbopen (owns its data) or _kbsetbuffer
+// (wraps the caller's memory); released with _kbclose / destroyTEVBuffer.
+struct TevBufferHandle {
+    unsigned char* data;
+    int64_t capacity;    // fixed size of the data area
+    int64_t write_size;  // high-water mark of bytes written; reads stop here
+    int64_t position;
+    int32_t owns_data;   // 1 when _kbopen allocated the data area
+};
+
+// Stream types returned by GetStreamType.
+enum : uint32_t {
+    TEV_STREAM_FILE = 1,
+    TEV_STREAM_BUFFER = 2,
+    TEV_STREAM_FD = 3,
+};
+
+class TEV_API TevStream {
+public:
+    virtual ~TevStream();
+    virtual int64_t read(void* buffer, int64_t size) = 0;
+    virtual int64_t readInt16(int16_t* out) = 0;
+    virtual int64_t readInt32(uint32_t* out) = 0;
+    virtual int64_t write(const void* buffer, int64_t size) = 0;
+    virtual int64_t writeInt16(int16_t value) = 0;          // little-endian
+    virtual int64_t writeInt32_endian(uint32_t value) = 0;  // big-endian
+    virtual int64_t writeInt32(uint32_t value) = 0;         // little-endian
+    virtual int64_t tell() = 0;
+    // whence: 0 from the start, 1 from the current position, 2 from the end.
+    // Returns the new position or -1.
+    virtual int64_t seek(int64_t offset, uint32_t whence) = 0;
+    virtual int64_t truncate(int64_t length) = 0;  // 0 on success
+    // Size of the data. File and descriptor streams probe the end of file and
+    // return 0 (logging "getWriteSize Error") when either seek gives 0 or
+    // less, which includes a stream standing at position 0.
+    virtual int64_t getWriteSize() = 0;
+    virtual int64_t getAllocSize() = 0;
+    virtual int destroyPointer() = 0;  // releases what the stream stands on
+    virtual bool CheckError() = 0;     // true when the stream is usable
+
+    uint32_t GetStreamType() const { return mStreamType; }
+
+    // Copies the first `size` bytes of src to dst's current position.
+    // 1 on success, 0 on a refused argument, -1 on a short read or write.
+    // src is rewound to 0 afterwards.
+    static int Copy(TevStream* dst, TevStream* src, int64_t size);
+
+    // Container format writers; they write at the current position.
+    int64_t writeTEV_KTSS();                     // "TEVH"
+    int64_t writeTEV_KVER();                     // 107, LE
+    int64_t writeTEV_KCnt(uint32_t count);       // LE
+    uint32_t writeTEV_KDR(_TEV_data_info* entry);  // meta type, start offset, length; 1
+    int64_t writeTEV_KTHO(uint32_t count);       // 12 + 12 * count, LE
+    int64_t writeTEV_KTS();                      // "TEVT"
+    int64_t writeTEV_MP4S();                     // "tevd"
+    int64_t writeTEV_TOTALSIZE(uint32_t size);   // big-endian
+    // Record tag header: meta type, name length, [sub-info length], name,
+    // sub-info. 1, or 0 after logging a failed write.
+    uint32_t writeDataTagInfo(uint32_t type, uint32_t has_sub, const void* name,
+                              uint32_t name_len, const void* sub, uint32_t sub_len);
+    // One "Invalid_Data" filler record of exactly `size` (>= 20) bytes.
+    void writeDummyTEVData(uint32_t size);
+    // A filler record plus a one-entry directory filling `size` bytes.
+    void writeDummyTEVDataHeader(uint32_t size, uint32_t has_sub);
+    // A directory over `entries`; stores count + 2 in its count field.
+    int64_t writeTEVHeader(_TEV_data_info** entries, uint32_t count);
+
+protected:
+    explicit TevStream(uint32_t streamType) : mStreamType(streamType) {}
+    uint32_t mStreamType;
+};
+
+class TEV_API TevStreamFD : public TevStream {
+public:
+    explicit TevStreamFD(int fd);
+    ~TevStreamFD() override;  // rewinds the descriptor to 0; never closes it
+    int64_t read(void* buffer, int64_t size) override;
+    int64_t readInt16(int16_t* out) override;
+    int64_t readInt32(uint32_t* out) override;
+    int64_t write(const void* buffer, int64_t size) override;
+    int64_t writeInt16(int16_t value) override;
+    int64_t writeInt32_endian(uint32_t value) override;
+    int64_t writeInt32(uint32_t value) override;
+    int64_t tell() override;
+    int64_t seek(int64_t offset, uint32_t whence) override;
+    int64_t truncate(int64_t length) override;
+    int64_t getWriteSize() override;
+    int64_t getAllocSize() override;
+    int destroyPointer() override;
+    bool CheckError() override;
+
+private:
+    int mFd;
+};
+
+class TEV_API TevStreamFile : public TevStream {
+public:
+    explicit TevStreamFile(FILE* fp);
+    ~TevStreamFile() override;  // deletes the inner descriptor stream; never closes fp
+    int64_t read(void* buffer, int64_t size) override;
+    int64_t readInt16(int16_t* out) override;
+    int64_t readInt32(uint32_t* out) override;
+    int64_t write(const void* buffer, int64_t size) override;
+    int64_t writeInt16(int16_t value) override;
+    int64_t writeInt32_endian(uint32_t value) override;
+    int64_t writeInt32(uint32_t value) override;
+    int64_t tell() override;
+    int64_t seek(int64_t offset, uint32_t whence) override;
+    int64_t truncate(int64_t length) override;
+    int64_t getWriteSize() override;
+    int64_t getAllocSize() override;
+    int destroyPointer() override;  // closes the FILE*; returns the fclose result
+    bool CheckError() override;
+
+private:
+    TevStreamFD* mStreamFd;
+    FILE* mFp;
+};
+
+class TEV_API TevStreamBuffer : public TevStream {
+public:
+    explicit TevStreamBuffer(TevBufferHandle* handle);
+    ~TevStreamBuffer() override;  // the handle survives
+    int64_t read(void* buffer, int64_t size) override;
+    int64_t readInt16(int16_t* out) override;
+    int64_t readInt32(uint32_t* out) override;
+    int64_t write(const void* buffer, int64_t size) override;
+    int64_t writeInt16(int16_t value) override;
+    int64_t writeInt32_endian(uint32_t value) override;
+    int64_t writeInt32(uint32_t value) override;
+    int64_t tell() override;
+    int64_t seek(int64_t offset, uint32_t whence) override;
+    int64_t truncate(int64_t length) override;
+    int64_t getWriteSize() override;
+    int64_t getAllocSize() override;
+    int destroyPointer() override;  // destroyTEVBuffer(handle)
+    bool CheckError() override;
+
+private:
+    TevBufferHandle* mHandle;
+};
+
+// --- stdio files (I/O goes through the descriptor under the FILE*) ---
+TEV_API FILE* _kfopen(const char* path, const char* mode);
+TEV_API int _kfclose(FILE* fp);
+TEV_API int64_t _kfread(void* buffer, int64_t size, FILE* fp);
+TEV_API int64_t _kfreadInt16(int16_t* out, FILE* fp);
+TEV_API int64_t _kfreadInt32(uint32_t* out, FILE* fp);
+TEV_API int64_t _kfwrite(const void* buffer, int64_t size, FILE* fp);
+TEV_API int64_t _kfwriteInt16(int16_t value, FILE* fp);
+TEV_API int64_t _kfwriteInt32(uint32_t value, FILE* fp);
+TEV_API int64_t _kfwriteInt32_endian(uint32_t value, FILE* fp);
+TEV_API int64_t _kftell(FILE* fp);
+TEV_API int64_t _kfseek(FILE* fp, int64_t offset, int whence);
+TEV_API int _kremove(const char* path);
+TEV_API int _krename(const char* oldPath, const char* newPath);
+TEV_API int _kfilecopy(FILE* dst, FILE* src, int64_t size);
+
+// --- memory buffer handles ---
+TEV_API TevBufferHandle* _kbopen(int64_t size);
+TEV_API TevBufferHandle* _kbsetbuffer(void* memory, int64_t size);
+TEV_API void _kbclose(TevBufferHandle* handle);
+TEV_API int64_t _kbread(void* dst, int64_t size, TevBufferHandle* handle);
+TEV_API int64_t _kbreadInt16(int16_t* out, TevBufferHandle* handle);
+TEV_API int64_t _kbreadInt32(uint32_t* out, TevBufferHandle* handle);
+TEV_API int64_t _kbwrite(const void* src, int64_t size, TevBufferHandle* handle);
+TEV_API int64_t _kbwriteInt16(int16_t value, TevBufferHandle* handle);
+TEV_API int64_t _kbwriteInt32(uint32_t value, TevBufferHandle* handle);
+TEV_API int64_t _kbwriteInt32_endian(uint32_t value, TevBufferHandle* handle);
+TEV_API int64_t _kbtell(TevBufferHandle* handle);
+TEV_API int64_t _kbseek(TevBufferHandle* handle, int64_t offset, int whence);
+TEV_API int btruncate(TevBufferHandle* handle, int64_t length);
+TEV_API void* kbgetBuffer(TevBufferHandle* handle);
+TEV_API int64_t kbgetBufferSize(TevBufferHandle* handle);
+TEV_API int64_t kbgetWriteSize(TevBufferHandle* handle);
+
+// --- descriptors (descriptor 0 counts as invalid) ---
+TEV_API int64_t _kfdread(int fd, void* buffer, int64_t size);
+TEV_API int64_t _kfdreadInt16(int fd, int16_t* out);
+TEV_API int64_t _kfdreadInt32(int fd, uint32_t* out);
+TEV_API int64_t _kfdwrite(int fd, const void* buffer, int64_t size);
+TEV_API int64_t _kfdwriteInt16(int fd, int16_t value);
+TEV_API int64_t _kfdwriteInt32(int fd, uint32_t value);
+TEV_API int64_t _kfdwriteInt32_endian(int fd, uint32_t value);
+TEV_API int64_t _kfdtell(int fd);
+TEV_API int64_t _kfdseek(int fd, int64_t offset, int whence);
+TEV_API int _kfdcopy(int dst, int src, int64_t size);
+
+// --- memory and strings ---
+TEV_API void* _kmalloc(size_t size);  // zero-filled
+TEV_API void* _kcalloc(size_t count, size_t size);
+TEV_API void _kfree(void* ptr);
+TEV_API void* _kmemcpy(void* dst, const void* src, int64_t size);
+TEV_API int getExtIndex(const char* str);
+TEV_API size_t getStringLen(const char* str);
+TEV_API char* _kstrcpy(char* dst, const char* src);
+TEV_API char* _kstrcat(char* dst, const char* src);
+TEV_API int _kstrcmp(const char* a, const char* b);
+
+// --- buffer family used by the buffer forms of the save API ---
+TEV_API TevBufferHandle* initTEVBuffer(int64_t size);  // owns its data
+TEV_API TevBufferHandle* initTEVAllocatedBuffer(void* memory, int64_t size);  // caller's memory
+// Caller's memory already holding `used` bytes; null when used > size or memory is null.
+TEV_API TevBufferHandle* initTEVUsedBuffer(void* memory, int64_t size, int64_t used);
+TEV_API void destroyTEVBuffer(TevBufferHandle* handle);
+TEV_API void* getTEVBuffer(TevBufferHandle* handle);
+TEV_API int64_t getTEVWriteSize(TevBufferHandle* handle);
+TEV_API int64_t getTEVBufferSize(TevBufferHandle* handle);
+// a + 24 * b + c + d + e + 28: the capacity to reserve before saving into a buffer.
+TEV_API int64_t getTEVBufferAllocSize(int64_t a, int32_t b, int64_t c, int64_t d, int64_t e);
+
+#endif  // TEV_STREAM_H

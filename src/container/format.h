@@ -1,0 +1,54 @@
+// Layout constants of the container trailer, the "tevd" box and the Voxa
+// block, shared by the readers and writers of the library.
+#ifndef TEV_SRC_CONTAINER_FORMAT_H
+#define TEV_SRC_CONTAINER_FORMAT_H
+
+#include <cstdint>
+
+namespace tev {
+
+// Directory: "TEVH", version, count, entries, KTHO, "TEVT".
+inline constexpr char kTagHead[4] = {'T', 'E', 'V', 'H'};
+inline constexpr char kTagTail[4] = {'T', 'E', 'V', 'T'};
+inline constexpr char kTagBox[4] = {'t', 'e', 'v', 'd'};
+inline constexpr char kTagFtyp[4] = {'f', 't', 'y', 'p'};
+inline constexpr uint32_t kVersion = 107;
+inline constexpr uint32_t kFirstWideEntryVersion = 110;  // 110..207: 24-byte entries assumed
+inline constexpr uint32_t kFirstUnreadableVersion = 208;
+inline constexpr uint32_t kDirectoryEntrySize = 12;
+inline constexpr uint32_t kWideDirectoryEntrySize = 24;
+inline constexpr uint32_t kDirectoryFixedSize = 20;  // tags, version, count, KTHO
+inline constexpr uint32_t kKthoBase = 12;            // KTHO = 12 + 12 * count
+inline constexpr uint32_t kMinKtho = 13;             // a directory with at least one entry
+inline constexpr uint32_t kTailFieldsSize = 8;       // KTHO + "TEVT"
+inline constexpr uint32_t kBoxHeaderSize = 8;        // size + "tevd"
+
+// Record tag header: meta type, name length, [sub-info length].
+inline constexpr uint32_t kTagHeaderSize = 8;
+inline constexpr uint32_t kSubInfoLengthSize = 4;
+inline constexpr uint32_t kSubInfoFlag = 0x8000;
+inline constexpr uint32_t kMinNameLength = 1;
+inline constexpr uint32_t kMaxNameLength = 1024;
+
+// Filler record "Invalid_Data".
+inline constexpr char kFillerName[] = "Invalid_Data";
+inline constexpr uint32_t kFillerNameLength = 12;
+inline constexpr uint32_t kFillerHeaderSize = kTagHeaderSize + kFillerNameLength;  // 20
+
+// Save limits: a data length from kTooBigDataLength on is refused; a grown
+// container must stay below kContainerSizeBound.
+inline constexpr uint32_t kTooBigDataLength = 0xFFF00001u;
+inline constexpr uint64_t kContainerSizeBound = 0xFFEFFFF1u;
+
+// Voxa block: "VOXA", version, count, table, header length, "VOXABS".
+inline constexpr char kVoxaMarks[] = "VOXAVOXABS";  // magic = first 4, tail mark = last 6
+inline constexpr char kVoxaMagic[4] = {'V', 'O', 'X', 'A'};
+inline constexpr char kVoxaTailMark[6] = {'V', 'O', 'X', 'A', 'B', 'S'};
+inline constexpr uint32_t kVoxaTailMarkSize = 6;
+inline constexpr uint32_t kVoxaLengthFieldDistance = 10;  // header length field + "VOXABS"
+inline constexpr uint32_t kVoxaOneSoundBlockSize = 30;    // 22 + 8 for one sound
+inline constexpr uint32_t kVoxaFirstUnreadableVersion = 207;
+
+}  // namespace tev
+
+#endif  // TEV_SRC_CONTAINER_FORMAT_H

@@ -1,0 +1,56 @@
+#include "support/log_capture.h"
+
+#include <android/log.h>
+
+namespace tevtest {
+namespace {
+
+std::vector<LogLine>& storage() {
+    static std::vector<LogLine> lines;
+    return lines;
+}
+
+void captureLogger(const __android_logger_data* data, const char* message) {
+    storage().push_back(LogLine{data->priority, data->tag ? data->tag : "", message ? message : ""});
+}
+
+}  // namespace
+
+const std::vector<LogLine>& capturedLog() { return storage(); }
+
+void clearLog() { storage().clear(); }
+
+void installLogCapture() {
+    static const bool installed = [] {
+        __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+        __android_log_set_logger(captureLogger);
+        return true;
+    }();
+    (void)installed;
+}
+
+void LogCaptureTest::SetUp() {
+    installLogCapture();
+    clearLog();
+}
+
+bool LogCaptureTest::logged(int priority, const std::string& tag, const std::string& text) const {
+    for (const LogLine& line : capturedLog()) {
+        if (line.priority == priority && line.tag == tag && line.text == text) return true;
+    }
+    return false;
+}
+
+bool LogCaptureTest::loggedError(const std::string& tag, const std::string& text) const {
+    return logged(ANDROID_LOG_ERROR, tag, text);
+}
+
+std::string LogCaptureTest::dumpLog() const {
+    std::string out;
+    for (const LogLine& line : capturedLog()) {
+        out += std::to_string(line.priority) + " [" + line.tag + "] " + line.text + "\n";
+    }
+    return out;
+}
+
+}  // namespace tevtest

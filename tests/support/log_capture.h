@@ -1,0 +1,41 @@
+// Captures the library's Android log lines so tests can assert priority, tag
+// and text. Host-only: it installs its own logger through liblog.
+#ifndef TEV_TESTS_SUPPORT_LOG_CAPTURE_H
+#define TEV_TESTS_SUPPORT_LOG_CAPTURE_H
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace tevtest {
+
+struct LogLine {
+    int priority;
+    std::string tag;
+    std::string text;
+};
+
+// Every log line written since the last clearLog().
+const std::vector<LogLine>& capturedLog();
+void clearLog();
+// Installs the capturing logger (minimum priority verbose) once per process.
+void installLogCapture();
+
+// Base fixture: installs the capture and starts each test with an empty log.
+class LogCaptureTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+
+    const std::vector<LogLine>& logLines() const { return capturedLog(); }
+    // True when some captured line has exactly this priority, tag and text.
+    bool logged(int priority, const std::string& tag, const std::string& text) const;
+    // True when some captured line has this tag and text at error priority.
+    bool loggedError(const std::string& tag, const std::string& text) const;
+    // All captured lines, one per row, for failure messages.
+    std::string dumpLog() const;
+};
+
+}  // namespace tevtest
+
+#endif  // TEV_TESTS_SUPPORT_LOG_CAPTURE_H
