@@ -47,23 +47,6 @@ TEST_F(BufferHandleTest, WrappedHandleLeavesTheCallersMemoryAlone) {
     EXPECT_EQ(memory[2], 3);
 }
 
-TEST_F(BufferHandleTest, IntegersUseFixedOrder) {
-    TevBufferHandle* handle = _kbopen(10);
-    EXPECT_EQ(_kbwriteInt32(0x01020304u, handle), 4);
-    EXPECT_EQ(_kbwriteInt32_endian(0x01020304u, handle), 4);
-    EXPECT_EQ(_kbwriteInt16(0x0102, handle), 2);
-    EXPECT_EQ(handleBytes(handle, 10), (Bytes{4, 3, 2, 1, 1, 2, 3, 4, 2, 1}));
-    ASSERT_EQ(_kbseek(handle, 4, SEEK_SET), 4);
-    uint32_t word = 0;
-    int16_t half = 0;
-    EXPECT_EQ(_kbreadInt32(&word, handle), 4);
-    EXPECT_EQ(word, 0x04030201u);
-    EXPECT_EQ(_kbreadInt16(&half, handle), 2);
-    EXPECT_EQ(half, 0x0102);
-    EXPECT_EQ(_kbreadInt16(nullptr, handle), 0);
-    _kbclose(handle);
-}
-
 TEST_F(BufferHandleTest, FailedWriteAndReadLeavePositionAndSizeUnchanged) {
     TevBufferHandle* handle = _kbopen(8);
     const Bytes six{1, 2, 3, 4, 5, 6};

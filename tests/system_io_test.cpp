@@ -83,17 +83,6 @@ TEST_F(SystemFileTest, FailedSeekLogsErrno) {
     EXPECT_EQ(_kfseek(fp.get(), -1, SEEK_END), 2);
 }
 
-TEST_F(SystemFileTest, OpenClearsErrnoAndRenameRemoveWork) {
-    TempFile file({1});
-    errno = EIO;
-    OpenFile fp(file, "rb");
-    EXPECT_EQ(errno, 0);
-    const std::string moved = file.path() + ".moved";
-    EXPECT_EQ(_krename(file.c_str(), moved.c_str()), 0);
-    EXPECT_EQ(_kremove(moved.c_str()), 0);
-    EXPECT_NE(_kremove(moved.c_str()), 0);
-}
-
 // More than one 64 KiB chunk, with a partial last chunk, between two
 // positions that are not the start.
 constexpr size_t kCopySize = 0x10000 * 2 + 100;
@@ -116,26 +105,6 @@ TEST_F(SystemFileTest, FileCopyMovesSeveralChunksBetweenCurrentPositions) {
 }
 
 using SystemFdTest = tevtest::LogCaptureTest;
-
-TEST_F(SystemFdTest, DescriptorIntegersUseFixedOrder) {
-    TempFile file;
-    const int fd = ::open(file.c_str(), O_RDWR);
-    ASSERT_GE(fd, 1);
-    EXPECT_EQ(_kfdwriteInt32(fd, 0x01020304u), 4);
-    EXPECT_EQ(_kfdwriteInt32_endian(fd, 0x01020304u), 4);
-    EXPECT_EQ(_kfdwriteInt16(fd, 0x0102), 2);
-    EXPECT_EQ(file.read(), (Bytes{4, 3, 2, 1, 1, 2, 3, 4, 2, 1}));
-    EXPECT_EQ(_kfdtell(fd), 10);
-    ASSERT_EQ(_kfdseek(fd, 0, SEEK_SET), 0);
-    uint32_t word = 0;
-    int16_t half = 0;
-    EXPECT_EQ(_kfdreadInt32(fd, &word), 4);
-    EXPECT_EQ(word, 0x01020304u);
-    ASSERT_EQ(_kfdseek(fd, 4, SEEK_CUR), 8);
-    EXPECT_EQ(_kfdreadInt16(fd, &half), 2);
-    EXPECT_EQ(half, 0x0102);
-    ::close(fd);
-}
 
 TEST_F(SystemFdTest, DescriptorZeroIsRefusedWithoutTouchingIt) {
     // Put a real file behind descriptor 0 so a wrapper that used it would
