@@ -39,6 +39,7 @@ struct Medium {
     MediumSave save;
     uint32_t existingNameResult;  // same name, no update bit
 };
+void PrintTo(const Medium& m, std::ostream* os) { *os << m.label; }
 
 Medium onPath(const char* label, PathSave fn) {
     return {label, [fn](Bytes* content, const RecordSpec& r, uint32_t update) {
@@ -126,6 +127,7 @@ struct Refusal {
     const char* tag;   // null: refused without a log line
     const char* text;
 };
+void PrintTo(const Refusal& r, std::ostream* os) { *os << r.label; }
 
 std::vector<Refusal> refusals() {
     const char* fastFp = "TEVEncoderAPIs::saveFastTEVDataToFP";
@@ -288,6 +290,25 @@ TEST_F(SaveDirectTest, WritesTheRecordAsGivenAndFollowsTheNameRules) {
     EXPECT_EQ(file.read(), buildContainer(fakeJpeg(64), {kAlpha, kBeta}));
     EXPECT_EQ(direct(file, kNewAlpha, kReplace), 1u) << dumpLog();
     EXPECT_EQ(file.read(), buildContainer(fakeJpeg(64), {kBeta, kNewAlpha}));
+}
+
+TEST_F(SaveDirectTest, VoxaBlockIsRewrittenBehindEveryNewDirectory) {
+    const RecordSpec echo{256, "EchoFrame_000", std::nullopt, Bytes(50, 0x77)};
+    const uint32_t soundStart = 64 + 8 + uint32_t(echo.name.size());  // the first record's data
+    ContainerOptions withVoxa;
+    withVoxa.voxaTrailer = true;
+    withVoxa.voxaStart = soundStart;
+    withVoxa.voxaEnd = soundStart + uint32_t(echo.data.size());
+    TempFile file(buildContainer(fakeJpeg(64), {echo}, withVoxa));
+    const Bytes block = voxaBlock(107, withVoxa.voxaStart, withVoxa.voxaEnd);
+    EXPECT_EQ(direct(file, kAlpha, 0), 1u) << dumpLog();
+    Bytes expected = buildContainer(fakeJpeg(64), {echo, kAlpha});
+    expected.insert(expected.end(), block.begin(), block.end());
+    EXPECT_EQ(file.read(), expected);
+    EXPECT_EQ(direct(file, kNewAlpha, kReplace), 1u) << dumpLog();
+    expected = buildContainer(fakeJpeg(64), {echo, kNewAlpha});
+    expected.insert(expected.end(), block.begin(), block.end());
+    EXPECT_EQ(file.read(), expected);
 }
 
 // --- The two-step save: header, the caller's data, tail.

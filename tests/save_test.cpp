@@ -150,6 +150,7 @@ struct Mp4Case {
     uint32_t update;
     std::vector<RecordSpec> after;
 };
+void PrintTo(const Mp4Case& c, std::ostream* os) { *os << c.label; }
 
 class SaveMp4Test : public SaveTest, public ::testing::WithParamInterface<Mp4Case> {};
 

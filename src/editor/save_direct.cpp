@@ -62,7 +62,7 @@ uint32_t saveDirectIntoVoxaImage(TevStream& stream) {
 // descriptor so that the Voxa trailer follows every new directory.
 uint32_t saveDirectIntoVoxaContainer(TevStream& stream, const DirectRecord& r) {
     PackPtr pack(checkTEVInStreamAndUpdate(&stream));
-    VoxaPtr voxa(_checkAudioInImageStream(&stream));
+    VoxaPtr voxa = parseVoxaBlock(stream);
     if (!pack || !voxa) {
         logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData", "SIGNATURE_VOXA_TEV TEVdata == NULL!!");
         return LUMET_TEV_FALSE;
@@ -82,7 +82,7 @@ uint32_t saveDirectIntoVoxaContainer(TevStream& stream, const DirectRecord& r) {
         // The delete moved the records and rewrote the Voxa trailer: both
         // are parsed again so that the append writes the current positions.
         pack.reset(checkTEVInStreamAndUpdate(&stream));
-        voxa.reset(_checkAudioInImageStream(&stream));
+        voxa = parseVoxaBlock(stream);
         if (!pack) {
             if (getSignatureStream(&stream) != SIGNATURE_DETECTION_FAIL) return LUMET_TEV_FALSE;
             return AddDirectTEVDataInFirstTimeFP(r.fp, r.type, r.hasSub, r.bytes, r.length);

@@ -70,6 +70,13 @@ private:
     TevStream& stream_;
 };
 
+// Voxa blocks older than this that list no sound are leftovers, not sound data.
+inline constexpr uint32_t kVoxaVersionKeepingEmptyBlocks = 107;
+
+// The Voxa block at the end of the stream with its sound table, or null when
+// there is none (a leftover block without sound counts as none).
+VoxaPtr parseVoxaBlock(TevStream& stream);
+
 // The name bytes as a NUL-terminated string for _getIndexOfName; null when
 // the copy cannot be allocated.
 CharPtr copyNameKey(const char* name, uint32_t length);

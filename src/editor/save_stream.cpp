@@ -19,6 +19,12 @@ CharPtr copyNameKey(const char* name, uint32_t length) {
     return key;
 }
 
+VoxaPtr parseVoxaBlock(TevStream& stream) {
+    VoxaPtr voxa(_checkAudioInImageStream(&stream));
+    if (voxa && voxa->version < kVoxaVersionKeepingEmptyBlocks && voxa->sound_count == 0) voxa.reset();
+    return voxa;
+}
+
 uint32_t findRecord(_TEV_info_pack* pack, const char* key) {
     const uint32_t index = _getIndexOfName(pack, key);
     return index < pack->data_count ? index : kNameNotFound;
@@ -49,25 +55,25 @@ bool openBoxOnMp4Media(TevStream& stream, int64_t* boxPosition) {
     return writeMP4TagStream(&stream, boxPosition) == LUMET_TEV_TRUE;
 }
 
-// After records were written behind media: re-parse and bring the box size
-// (or, for a container that has no box yet, the box itself) up to date.
-void refreshBox(TevStream& stream, bool wrapFirst) {
+// Re-parses the stream after an edit so that the box can be sized from the
+// new index; logs when nothing parses.
+PackPtr reparseForBox(TevStream& stream) {
     PackPtr pack(checkTEVInStreamAndUpdate(&stream));
-    if (!pack) {
-        logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "updateMP4Tag TEVdata is NULL.");
-        return;
-    }
-    if (wrapFirst) {
+    if (!pack) logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "updateMP4Tag TEVdata is NULL.");
+    return pack;
+}
+
+// After records were written behind media: bring the box size (or, for a
+// container that has no box yet, the box itself) up to date.
+void refreshBox(TevStream& stream, bool wrapFirst) {
+    PackPtr pack = reparseForBox(stream);
+    if (pack && wrapFirst) {
         // The wrap writes the container's own length as the box size; the
-        // re-parse below sees the box and writes its full length.
+        // update below, on a fresh index that sees the box, writes its full length.
         if (writeMP4Tag(pack->info) != LUMET_TEV_TRUE) return;
-        pack.reset(checkTEVInStreamAndUpdate(&stream));
-        if (!pack) {
-            logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "updateMP4Tag TEVdata is NULL.");
-            return;
-        }
+        pack = reparseForBox(stream);
     }
-    updateMP4Tag(pack->info);
+    if (pack) updateMP4Tag(pack->info);
 }
 
 // The replaced record was the only one: the container is gone and the
@@ -106,7 +112,7 @@ uint32_t saveIntoVoxaContainer(TevStream& stream, const SaveRequest& r, const ch
         return LUMET_TEV_FALSE;
     }
     PackPtr pack(checkTEVInStreamAndUpdate(&stream));
-    VoxaPtr voxa(_checkAudioInImageStream(&stream));
+    VoxaPtr voxa = parseVoxaBlock(stream);
     if (!pack || !voxa) {
         logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "SIGNATURE_VOXA_TEV TEVdata == NULL!!");
         return LUMET_TEV_FALSE;
