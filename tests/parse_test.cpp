@@ -161,8 +161,13 @@ TEST_P(ParseTest, WideVersionsStartTheRegionBeforeTheirLeadingField) {
     ASSERT_TRUE(plain) << dumpLog();
     EXPECT_EQ(plain->data_start_position, 100);
     EXPECT_EQ(checkSignatureMP4Tag(plain.get()), 0u);
-    const Bytes boxedFile =
-        ByteBuilder().bytes(tevtest::fakeMp4(100)).u32be(uint32_t(body.size() + 12)).text("tevd").u32le(0).bytes(body).take();
+    const Bytes boxedFile = ByteBuilder()
+                                .bytes(tevtest::fakeMp4(100))
+                                .u32be(uint32_t(body.size() + 12))
+                                .text("tevd")
+                                .u32le(0)
+                                .bytes(body)
+                                .take();
     InfoPtr boxed = parse(boxedFile);
     ASSERT_TRUE(boxed) << dumpLog();
     EXPECT_EQ(checkSignatureMP4Tag(boxed.get()), 1u);
@@ -202,8 +207,16 @@ TEST_P(ParseTest, KthoMustCoverAnEntryAndStayInsideTheFile) {
 }
 
 TEST_P(ParseTest, DirectoryAtTheFirstByteIsRefused) {
-    const Bytes file = ByteBuilder().text("TEVH").u32le(107).u32le(1).u32le(0x10000).u32le(5).u32le(5)
-                           .u32le(24).text("TEVT").take();
+    const Bytes file = ByteBuilder()
+                           .text("TEVH")
+                           .u32le(107)
+                           .u32le(1)
+                           .u32le(0x10000)
+                           .u32le(5)
+                           .u32le(5)
+                           .u32le(24)
+                           .text("TEVT")
+                           .take();
     EXPECT_EQ(ParseTEV(open(file), SIGNATURE_TEV), nullptr);
     EXPECT_TRUE(loggedError("TEV::ParseTEV", "File Search Error")) << dumpLog();
     InfoPtr oneByteBefore(ParseTEV(open(ByteBuilder().zeros(1).bytes(file).take()), SIGNATURE_TEV));
@@ -214,10 +227,12 @@ TEST_P(ParseTest, Version207ParsesAnd208IsRefused) {
     InfoPtr newest = parse(tevtest::buildContainer(tevtest::fakeJpeg(100), threeRecords(), {207}));
     ASSERT_TRUE(newest) << dumpLog();
     EXPECT_EQ(newest->version, 207u);
-    EXPECT_EQ(ParseTEV(open(tevtest::buildContainer(tevtest::fakeJpeg(100), threeRecords(), {208})), SIGNATURE_TEV),
-              nullptr);
-    EXPECT_TRUE(loggedError("TEV::ParseTEV",
-                            "the source file has TEV data but current TEV version is too old to parse the source file"))
+    EXPECT_EQ(
+        ParseTEV(open(tevtest::buildContainer(tevtest::fakeJpeg(100), threeRecords(), {208})), SIGNATURE_TEV),
+        nullptr);
+    EXPECT_TRUE(loggedError(
+        "TEV::ParseTEV",
+        "the source file has TEV data but current TEV version is too old to parse the source file"))
         << dumpLog();
 }
 
@@ -238,7 +253,8 @@ TEST_P(ParseTest, CountsThatCannotBeRightAreRefusedBeforeReading) {
         patchU32(file, 130, count);
         EXPECT_FALSE(parse(file)) << count;
     }
-    EXPECT_TRUE(loggedError("TEV::getTEVList", "header is bigger then file -> that's not true!!")) << dumpLog();
+    EXPECT_TRUE(loggedError("TEV::getTEVList", "header is bigger then file -> that's not true!!"))
+        << dumpLog();
 }
 
 TEST_P(ParseTest, WideVersionsNeedRoomForTwentyFourBytesPerEntry) {
@@ -246,7 +262,8 @@ TEST_P(ParseTest, WideVersionsNeedRoomForTwentyFourBytesPerEntry) {
     const Bytes media = ByteBuilder().zeros(4).take();
     EXPECT_TRUE(parse(tevtest::buildContainer(media, {tiny}, {107}))) << dumpLog();
     EXPECT_FALSE(parse(tevtest::buildContainer(media, {tiny}, {110})));
-    EXPECT_TRUE(loggedError("TEV::getTEVList", "header is bigger then file -> that's not true!!")) << dumpLog();
+    EXPECT_TRUE(loggedError("TEV::getTEVList", "header is bigger then file -> that's not true!!"))
+        << dumpLog();
 }
 
 TEST_P(ParseTest, EntryWithoutOffsetFailsTheWholeList) {
@@ -317,7 +334,8 @@ TEST_P(ParseTest, NameReaderRefusesEntriesItCannotLocate) {
 }
 
 TEST_P(ParseTest, RecordWithoutDataHasNoPayloadPosition) {
-    const Bytes file = tevtest::buildContainer(tevtest::fakeJpeg(50), {RecordSpec{2, "empty", std::nullopt, {}}});
+    const Bytes file =
+        tevtest::buildContainer(tevtest::fakeJpeg(50), {RecordSpec{2, "empty", std::nullopt, {}}});
     InfoPtr info = parseWithNames(file);
     ASSERT_TRUE(info) << dumpLog();
     int64_t position = -1, length = -1;
@@ -341,7 +359,8 @@ TEST_P(ParseTest, RegionsPassingTheEndOfTheFileAreRefused) {
     EXPECT_EQ(dataAt(info.get(), 1), std::make_pair(int64_t{0}, int64_t{0}));
     unsigned char* sub = nullptr;
     EXPECT_EQ(readDataOfIndex(info.get(), 1, nullptr, &sub), 0u);
-    EXPECT_TRUE(loggedError("TEVDecoder::readDataOfIndex", "SubData readDataOfIndexOffset Fail")) << dumpLog();
+    EXPECT_TRUE(loggedError("TEVDecoder::readDataOfIndex", "SubData readDataOfIndexOffset Fail"))
+        << dumpLog();
     EXPECT_EQ(dataAt(info.get(), 2), std::make_pair(int64_t{167}, int64_t{5}));
 }
 
@@ -359,12 +378,16 @@ TEST_P(ParseTest, ReadFromAStreamAtZeroReportsTheSeekBack) {
 
 TEST_P(ParseTest, VersionIsReadFromEitherEnding) {
     EXPECT_EQ(GetTEVVersion(open(oneRecordFile())), 107u);
-    EXPECT_EQ(GetTEVVersion(open(tevtest::buildContainer(tevtest::fakeJpeg(100), threeRecords(), {150}))), 150u);
-    EXPECT_EQ(GetTEVVersion(open(tevtest::buildContainer(tevtest::fakeJpeg(100), threeRecords(), {109, false, true}))),
+    EXPECT_EQ(GetTEVVersion(open(tevtest::buildContainer(tevtest::fakeJpeg(100), threeRecords(), {150}))),
+              150u);
+    EXPECT_EQ(GetTEVVersion(
+                  open(tevtest::buildContainer(tevtest::fakeJpeg(100), threeRecords(), {109, false, true}))),
               109u);
     EXPECT_EQ(GetTEVVersion(open(tevtest::fakeJpeg(100))), 1u);
     EXPECT_EQ(GetTEVVersion(open(Bytes(5, 'T'))), 1u);
-    EXPECT_EQ(GetTEVVersion(open(ByteBuilder().bytes(tevtest::fakeJpeg(100)).bytes(tevtest::voxaBlock(106, 1, 2)).take())), 0u);
+    EXPECT_EQ(GetTEVVersion(open(
+                  ByteBuilder().bytes(tevtest::fakeJpeg(100)).bytes(tevtest::voxaBlock(106, 1, 2)).take())),
+              0u);
     EXPECT_EQ(GetTEVVersion(open(ByteBuilder().zeros(27).text("VOXABS").take())), 1u);
     EXPECT_TRUE(logLines().empty()) << dumpLog();
     Bytes badKtho = oneRecordFile();

@@ -65,8 +65,8 @@ int64_t TevStream::writeTEV_MP4S() { return write(tev::kTagBox, tev::kTagSize); 
 
 int64_t TevStream::writeTEV_TOTALSIZE(uint32_t size) { return writeInt32_endian(size); }
 
-uint32_t TevStream::writeDataTagInfo(uint32_t type, uint32_t has_sub, const void* name,
-                                     uint32_t name_len, const void* sub, uint32_t sub_len) {
+uint32_t TevStream::writeDataTagInfo(uint32_t type, uint32_t has_sub, const void* name, uint32_t name_len,
+                                     const void* sub, uint32_t sub_len) {
     // Sub-information bytes exist on disk only when the meta type flags them.
     const uint32_t subBytes = has_sub != 0 ? sub_len : 0;
     const bool written =

@@ -38,9 +38,8 @@ uint32_t _calculateTEV_KTHO(uint32_t count) {
     return ktho;
 }
 
-int64_t writeTEVData(TevStream* stream, uint32_t type, uint32_t has_sub, const void* name,
-                     uint32_t name_len, const void* sub, uint32_t sub_len, const void* data,
-                     uint32_t data_len) {
+int64_t writeTEVData(TevStream* stream, uint32_t type, uint32_t has_sub, const void* name, uint32_t name_len,
+                     const void* sub, uint32_t sub_len, const void* data, uint32_t data_len) {
     if (stream == nullptr) {
         tev::logLine(tev::kLogError, "TEV::FastDeleteAllTEVData", "Stream is null");
         return 0;

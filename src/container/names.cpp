@@ -44,7 +44,8 @@ bool readTagHeader(TevStream& stream, const _TEV_info& info, _TEV_data_info& ent
     uint32_t nameLength = 0;
     tev::readWord(stream, &nameLength);  // a short read leaves 0, which is refused below
     if (nameLength < tev::kMinNameLength || nameLength > tev::kMaxNameLength) {
-        tev::logLine(tev::kLogError, "TEVInternal::_getNameOfData", "name length is wrong : %ubyte", nameLength);
+        tev::logLine(tev::kLogError, "TEVInternal::_getNameOfData", "name length is wrong : %ubyte",
+                     nameLength);
         return false;
     }
     uint32_t subLength = 0;
@@ -55,7 +56,8 @@ bool readTagHeader(TevStream& stream, const _TEV_info& info, _TEV_data_info& ent
     const int64_t nameAt = stream.tell();
     tev::KUnique<char> name(static_cast<char*>(_kmalloc(size_t{nameLength} + 1)));
     if (!name) return false;
-    if (!tev::rangeFits(nameAt, nameLength, info.stream_size) || !tev::readFully(stream, name.get(), nameLength)) {
+    if (!tev::rangeFits(nameAt, nameLength, info.stream_size) ||
+        !tev::readFully(stream, name.get(), nameLength)) {
         tev::logLine(tev::kLogError, "TEVInternal::_getNameOfData", "name read size < 0");
         return false;
     }
@@ -124,7 +126,8 @@ uint32_t readAllNames(_TEV_info* info) {
     }
     for (uint32_t i = 0; i < info->meta_count; ++i) {
         if (readNameOfEntry(info, i) == 0) {
-            tev::logLine(tev::kLogError, "TEV::getAllNameOfDataList", "%dth data has no name!", static_cast<int>(i));
+            tev::logLine(tev::kLogError, "TEV::getAllNameOfDataList", "%dth data has no name!",
+                         static_cast<int>(i));
             return 0;
         }
     }
@@ -157,7 +160,8 @@ uint32_t _getIndexOfName(_TEV_info_pack* pack, const char* name) {
     }
     for (uint32_t i = 0; i < pack->data_count; ++i) {
         if (pack->name_list[i] == nullptr) {
-            tev::logLine(tev::kLogError, "TEVCommonAPIs::_getIndexOfName", "%d TEV_name null", static_cast<int>(i));
+            tev::logLine(tev::kLogError, "TEVCommonAPIs::_getIndexOfName", "%d TEV_name null",
+                         static_cast<int>(i));
             return kNotFound;
         }
         if (std::strcmp(pack->name_list[i], name) == 0) return i;

@@ -22,7 +22,8 @@ bool findTailDistance(TevStream& stream, uint32_t signature, int64_t* distance) 
     if (signature != SIGNATURE_VOXA && signature != SIGNATURE_VOXA_TEV) return true;
     const int64_t at = stream.seek(-int64_t{tev::kVoxaLengthFieldDistance}, tev::kSeekEnd);
     if (at < 0) {
-        tev::logLine(tev::kLogError, "TEV::ParseTEV_FP", "File Search Error %lld", static_cast<long long>(at));
+        tev::logLine(tev::kLogError, "TEV::ParseTEV_FP", "File Search Error %lld",
+                     static_cast<long long>(at));
         return false;
     }
     uint32_t voxaLength = 0;
@@ -72,8 +73,9 @@ _TEV_info* ParseTEV(TevStream* stream, uint32_t signature) {
     uint32_t version = 0;
     if (!readHead(*stream, size, headDistance, &version)) return nullptr;
     if (version >= tev::kFirstUnreadableVersion) {
-        tev::logLine(tev::kLogError, "TEV::ParseTEV",
-                     "the source file has TEV data but current TEV version is too old to parse the source file");
+        tev::logLine(
+            tev::kLogError, "TEV::ParseTEV",
+            "the source file has TEV data but current TEV version is too old to parse the source file");
         return nullptr;
     }
     // header_offset is a 32-bit field; only a stream beyond 4 GiB could need more.

@@ -57,7 +57,8 @@ uint32_t GetTEVVersion(TevStream* stream) {
     }
     if (size < kEndingSize) return 1;
     char ending[kEndingSize] = {};
-    if (stream->seek(-kEndingSize, tev::kSeekEnd) < 0 || !tev::readFully(*stream, ending, kEndingSize)) return 0;
+    if (stream->seek(-kEndingSize, tev::kSeekEnd) < 0 || !tev::readFully(*stream, ending, kEndingSize))
+        return 0;
     if (std::memcmp(ending, tev::kVoxaTailMark, tev::kVoxaTailMarkSize) == 0) {
         if (size < tev::kVoxaTevTagDistance) return 1;
         if (stream->seek(-int64_t{tev::kVoxaTevTagDistance}, tev::kSeekEnd) < 0 ||
