@@ -1,3 +1,6 @@
+// Voxa blocks: the block and its table over every medium, the damaged forms
+// the parser must refuse, the readers that hand out a sound, and finding the
+// container record that holds the sound.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -13,6 +16,7 @@
 #include "support/bytes.h"
 #include "support/files.h"
 #include "support/log_capture.h"
+#include "tev/container.h"
 #include "tev/stream.h"
 #include "tev/voxa.h"
 
@@ -20,10 +24,11 @@ namespace {
 
 using tevtest::ByteBuilder;
 using tevtest::Bytes;
-using tevtest::LogCaptureTest;
 using tevtest::TempFile;
 
-constexpr size_t kMediaSize = 64;
+constexpr uint32_t kMediaSize = 64;
+constexpr uint32_t kNotFound = 0xFFFFFFFFu;
+const std::string kTableTooLong = "data + header is bigger then file -> that's not true!!";
 
 Bytes soundBytes(size_t size) {
     Bytes b(size);
@@ -31,28 +36,26 @@ Bytes soundBytes(size_t size) {
     return b;
 }
 
-// Media, then the sound, then a one-sound block pointing at it.
+Bytes mediaThen(const Bytes& tail) { return ByteBuilder().bytes(tevtest::fakeJpeg(kMediaSize)).bytes(tail).take(); }
+
+// Media, the sound, then a one-sound block pointing at it.
 Bytes imageWithSound(const Bytes& sound, uint32_t version = 106) {
-    const uint32_t start = kMediaSize;
-    return ByteBuilder()
-        .bytes(tevtest::fakeJpeg(kMediaSize))
-        .bytes(sound)
-        .bytes(tevtest::voxaBlock(version, start, start + uint32_t(sound.size())))
-        .take();
+    const Bytes tail = tevtest::voxaBlock(version, kMediaSize, kMediaSize + uint32_t(sound.size()));
+    return mediaThen(ByteBuilder().bytes(sound).bytes(tail).take());
 }
 
 // A block with any count, table and header length field.
-Bytes rawBlock(uint32_t version, uint32_t count, const std::vector<uint32_t>& table, uint32_t headerLength,
-               size_t padding = 0) {
+Bytes rawBlock(uint32_t count, const std::vector<uint32_t>& table, uint32_t headerLength, size_t padding = 0) {
     ByteBuilder b;
-    b.text("VOXA").u32le(version).u32le(count);
+    b.text("VOXA").u32le(106).u32le(count);
     for (uint32_t v : table) b.u32le(v);
-    b.zeros(padding).u32le(headerLength).text("VOXABS");
-    return b.take();
+    return b.zeros(padding).u32le(headerLength).text("VOXABS").take();
 }
 
-Bytes mediaThen(const Bytes& tail, size_t mediaSize = kMediaSize) {
-    return ByteBuilder().bytes(tevtest::fakeJpeg(mediaSize)).bytes(tail).take();
+TevBufferHandle* bufferHolding(const Bytes& content) {
+    TevBufferHandle* handle = _kbopen(int64_t(content.size()));
+    _kbwrite(content.data(), int64_t(content.size()), handle);
+    return handle;
 }
 
 Bytes bufferContent(TevBufferHandle* handle) {
@@ -60,125 +63,69 @@ Bytes bufferContent(TevBufferHandle* handle) {
     return Bytes(data, data + kbgetWriteSize(handle));
 }
 
-// ---------------------------------------------------------------------------
-// Behaviour shared by the path, FILE*, descriptor and buffer forms.
+// --- behaviour shared by the path, FILE*, descriptor and buffer forms -------
 
 enum class Medium { Path, File, Descriptor, Buffer };
 
 std::string mediumName(Medium medium) {
     switch (medium) {
-        case Medium::Path:
-            return "Path";
-        case Medium::File:
-            return "File";
-        case Medium::Descriptor:
-            return "Descriptor";
-        case Medium::Buffer:
-            return "Buffer";
+        case Medium::Path: return "Path";
+        case Medium::File: return "File";
+        case Medium::Descriptor: return "Descriptor";
+        case Medium::Buffer: return "Buffer";
     }
     return "Unknown";
 }
 
 void PrintTo(Medium medium, std::ostream* os) { *os << mediumName(medium); }
 
-// Holds the file and whatever handle a medium needs, and releases records
-// the way that medium's callers do.
+// The file and the handle a medium needs; checks and releases records the
+// way that medium's callers do.
 class Source {
 public:
     Source(Medium medium, const Bytes& content) : medium_(medium), file_(content) {
-        switch (medium) {
-            case Medium::Path:
-                break;
-            case Medium::File:
-                fp_ = fopen(file_.c_str(), "rb");
-                break;
-            case Medium::Descriptor:
-                fd_ = open(file_.c_str(), O_RDONLY);
-                break;
-            case Medium::Buffer:
-                handle_ = _kbopen(static_cast<int64_t>(content.size()));
-                _kbwrite(content.data(), static_cast<int64_t>(content.size()), handle_);
-                _kbseek(handle_, 0, SEEK_SET);
-                break;
-        }
+        if (medium == Medium::File) fp_ = fopen(file_.c_str(), "rb");
+        if (medium == Medium::Descriptor) fd_ = open(file_.c_str(), O_RDONLY);
+        if (medium == Medium::Buffer) handle_ = bufferHolding(content);
     }
     ~Source() {
         if (fp_ != nullptr) fclose(fp_);
         if (fd_ >= 0) close(fd_);
         if (handle_ != nullptr) _kbclose(handle_);
     }
-    Source(const Source&) = delete;
-    Source& operator=(const Source&) = delete;
 
-    _voxa_info_struct* parse() {
+    _voxa_info_struct* check() {
         switch (medium_) {
-            case Medium::Path:
-                return ParseVoxa(file_.c_str());
-            case Medium::File:
-                return ParseVoxaFP(fp_);
-            case Medium::Descriptor:
-                return ParseVoxaFd(fd_);
-            case Medium::Buffer:
-                return ParseVoxaBuffer(handle_);
+            case Medium::Path: return _checkAudioInImageFile(file_.c_str());
+            case Medium::File: return _checkAudioInImageFP(fp_);
+            case Medium::Descriptor: return _checkAudioInImageFd(fd_);
+            case Medium::Buffer: return _checkAudioInImageBuffer(handle_);
         }
         return nullptr;
     }
 
-    _voxa_info_struct* check() {
-        _voxa_info_struct* info = nullptr;
-        switch (medium_) {
-            case Medium::Path:
-                info = _checkAudioInImageFile(file_.c_str());
-                break;
-            case Medium::File:
-                info = _checkAudioInImageFP(fp_);
-                break;
-            case Medium::Descriptor:
-                info = _checkAudioInImageFd(fd_);
-                break;
-            case Medium::Buffer:
-                info = _checkAudioInImageBuffer(handle_);
-                break;
-        }
-        if (info == nullptr && parsedBlockWithoutTable_) forgetReleasedHandles();
-        return info;
-    }
-
-    // A failing table check closes a FILE* and destroys a buffer handle
-    // that were handed in; the test must not release them again.
-    void expectTableFailure() { parsedBlockWithoutTable_ = true; }
-
-    uint32_t destroy(_voxa_info_struct* info) {
-        switch (medium_) {
-            case Medium::Path:
-                return DestroyVoxa(info);
-            case Medium::File:
-            case Medium::Descriptor:
-                return DestroyVoxaFP(info);
-            case Medium::Buffer:
-                return DestroyVoxaBuffer(info);
-        }
-        return 0;
-    }
-
-    const TempFile& file() const { return file_; }
-    TevBufferHandle* handle() const { return handle_; }
-
-private:
-    void forgetReleasedHandles() {
+    // A table that fails its check closes a FILE* and destroys a buffer
+    // handle that were handed in; they must not be released again.
+    void handedOverByFailedCheck() {
         fp_ = nullptr;
         handle_ = nullptr;
     }
 
+    uint32_t destroy(_voxa_info_struct* info) {
+        if (medium_ == Medium::Path) return DestroyVoxa(info);
+        if (medium_ == Medium::Buffer) return DestroyVoxaBuffer(info);
+        return DestroyVoxaFP(info);
+    }
+
+private:
     Medium medium_;
     TempFile file_;
     FILE* fp_ = nullptr;
     int fd_ = -1;
     TevBufferHandle* handle_ = nullptr;
-    bool parsedBlockWithoutTable_ = false;
 };
 
-class VoxaMedia : public LogCaptureTest, public testing::WithParamInterface<Medium> {};
+class VoxaMedia : public tevtest::LogCaptureTest, public testing::WithParamInterface<Medium> {};
 
 TEST_P(VoxaMedia, CheckReadsTheTableAndTheSoundBack) {
     const Bytes sound = soundBytes(100);
@@ -187,14 +134,12 @@ TEST_P(VoxaMedia, CheckReadsTheTableAndTheSoundBack) {
 
     _voxa_info_struct* info = source.check();
     ASSERT_NE(info, nullptr) << dumpLog();
-    EXPECT_EQ(info->is_valid, 1u);
     EXPECT_EQ(info->file_size, content.size());
     EXPECT_EQ(info->header_length, 20u);
     EXPECT_EQ(info->version, 106u);
-    EXPECT_EQ(info->sound_count, 1u);
+    EXPECT_EQ(_getAudioCountInImageFile(info), 1u);
     EXPECT_EQ(info->header_size, 30u);
     EXPECT_EQ(info->position_mark, 0u);
-    EXPECT_EQ(_getAudioCountInImageFile(info), 1u);
 
     VoxaSoundOffset* offset = _getAudioInImageFile(info);
     ASSERT_NE(offset, nullptr);
@@ -210,113 +155,96 @@ TEST_P(VoxaMedia, CheckReadsTheTableAndTheSoundBack) {
     Bytes middle(10);
     EXPECT_EQ(ReadDataVoxa(info, kMediaSize + 20, 10, middle.data()), 1u);
     EXPECT_EQ(middle, Bytes(sound.begin() + 20, sound.begin() + 30));
-
+    // The buffer and FILE* forms leave the caller's handle usable: the
+    // Source releases it afterwards.
     EXPECT_EQ(source.destroy(info), 1u);
     EXPECT_TRUE(logLines().empty()) << dumpLog();
 }
 
-TEST_P(VoxaMedia, PlainImageHasNoBlockAndLogsNothing) {
-    Source source(GetParam(), tevtest::fakeJpeg(200));
-    EXPECT_EQ(source.parse(), nullptr);
-    EXPECT_EQ(source.check(), nullptr);
+TEST_P(VoxaMedia, PlainImageIsSilentAndTinyFileIsASearchError) {
+    Source plain(GetParam(), tevtest::fakeJpeg(200));
+    EXPECT_EQ(plain.check(), nullptr);
     EXPECT_TRUE(logLines().empty()) << dumpLog();
-}
 
-TEST_P(VoxaMedia, FileOfTenBytesIsASearchError) {
-    Source source(GetParam(), Bytes(10, 'x'));
-    EXPECT_EQ(source.parse(), nullptr);
+    Source tiny(GetParam(), Bytes(10, 'x'));
+    EXPECT_EQ(tiny.check(), nullptr);
     EXPECT_TRUE(loggedError("Voxa::ParseVoxa", "File Search Error")) << dumpLog();
 }
 
 TEST_P(VoxaMedia, TableFailureReleasesTheRecord) {
     // The sound ends inside the file, but not before the 30-byte block.
-    const Bytes content = mediaThen(tevtest::voxaBlock(106, 10, kMediaSize + 1));
-    Source source(GetParam(), content);
-
-    source.expectTableFailure();
+    Source source(GetParam(), mediaThen(tevtest::voxaBlock(106, 10, kMediaSize + 1)));
     EXPECT_EQ(source.check(), nullptr);
-    EXPECT_TRUE(loggedError("Voxa::ParseVoxaSound", "data + header is bigger then file -> that's not true!!"))
-        << dumpLog();
-}
-
-TEST_P(VoxaMedia, RecordKeepsItsStreamUntilDestroyed) {
-    const Bytes sound = soundBytes(40);
-    Source source(GetParam(), imageWithSound(sound));
-
-    _voxa_info_struct* info = source.parse();
-    ASSERT_NE(info, nullptr) << dumpLog();
-    ASSERT_EQ(ParseVoxaSound(info), 1u) << dumpLog();
-    unsigned char* copy = _getAudioStreamBuffer(info);
-    ASSERT_NE(copy, nullptr);
-    EXPECT_EQ(Bytes(copy, copy + sound.size()), sound);
-    _kfree(copy);
-    EXPECT_EQ(source.destroy(info), 1u);
+    source.handedOverByFailedCheck();
+    EXPECT_TRUE(loggedError("Voxa::ParseVoxaSound", kTableTooLong)) << dumpLog();
 }
 
 INSTANTIATE_TEST_SUITE_P(AllMedia, VoxaMedia,
                          testing::Values(Medium::Path, Medium::File, Medium::Descriptor, Medium::Buffer),
                          [](const testing::TestParamInfo<Medium>& param) { return mediumName(param.param); });
 
-// ---------------------------------------------------------------------------
-// The block and its table, through a stream over a file.
+// --- bytes held in a memory buffer behind a caller-owned stream ------------
 
-class VoxaBlockParse : public LogCaptureTest {
+class BufferStreamTest : public tevtest::LogCaptureTest {
 protected:
-    // Parses the block of `content` and, when asked, its table; the record
-    // is released at the end of the test.
+    // Replaces what an earlier load made.
+    TevStream* load(const Bytes& content) {
+        release();
+        handle_ = bufferHolding(content);
+        stream_ = std::make_unique<TevStreamBuffer>(handle_);
+        return stream_.get();
+    }
+    void TearDown() override { release(); }
+    void release() {
+        stream_.reset();
+        if (handle_ != nullptr) _kbclose(handle_);
+        handle_ = nullptr;
+    }
+
+    TevBufferHandle* handle_ = nullptr;
+    std::unique_ptr<TevStreamBuffer> stream_;
+};
+
+class VoxaBlockParse : public BufferStreamTest {
+protected:
     _voxa_info_struct* parse(const Bytes& content) {
-        file_ = std::make_unique<TempFile>(content);
-        fp_ = fopen(file_->c_str(), "rb");
-        stream_ = std::make_unique<TevStreamFile>(fp_);
-        info_ = ParseVoxaStream(stream_.get());
+        info_ = ParseVoxaStream(load(content));
         return info_;
     }
     void TearDown() override {
         DestroyVoxaStream(info_);
-        stream_.reset();
-        if (fp_ != nullptr) fclose(fp_);
+        BufferStreamTest::TearDown();
     }
 
-    std::unique_ptr<TempFile> file_;
-    FILE* fp_ = nullptr;
-    std::unique_ptr<TevStreamFile> stream_;
     _voxa_info_struct* info_ = nullptr;
 };
 
-TEST_F(VoxaBlockParse, HeaderLengthOfTwelveHasNoRoomForASound) {
-    EXPECT_EQ(parse(mediaThen(rawBlock(106, 0, {}, 12))), nullptr);
+TEST_F(VoxaBlockParse, HeaderLengthMustLeaveRoomForASoundAndFitTheFile) {
+    EXPECT_EQ(parse(mediaThen(rawBlock(0, {}, 12))), nullptr);
     EXPECT_TRUE(loggedError("Voxa::ParseVoxa", "file has no suond OFFS")) << dumpLog();
-}
-
-TEST_F(VoxaBlockParse, HeaderLengthLongerThanTheFileIsRefused) {
-    EXPECT_EQ(parse(rawBlock(106, 1, {0, 1}, 500)), nullptr);
+    tevtest::clearLog();
+    EXPECT_EQ(parse(rawBlock(1, {0, 1}, 500)), nullptr);
     EXPECT_TRUE(loggedError("Voxa::ParseVoxa", "file has no suond OFFS")) << dumpLog();
 }
 
 TEST_F(VoxaBlockParse, BlockStartingAtTheFirstByteIsASearchError) {
-    // The length field is consistent, but nothing precedes the block.
     EXPECT_EQ(parse(tevtest::voxaBlock(106, 0, 0)), nullptr);
     EXPECT_TRUE(loggedError("Voxa::ParseVoxa", "File Search Error")) << dumpLog();
 }
 
-TEST_F(VoxaBlockParse, CountOfZeroParsesToAnEmptyTable) {
-    // Header length 13: "VOXA", version, count and one spare byte.
-    ASSERT_NE(parse(mediaThen(rawBlock(106, 0, {}, 13, 1))), nullptr) << dumpLog();
-    EXPECT_EQ(info_->header_length, 13u);
+TEST_F(VoxaBlockParse, HeaderLengthThirteenWithCountZeroGivesAnEmptyTable) {
+    ASSERT_NE(parse(mediaThen(rawBlock(0, {}, 13, 1))), nullptr) << dumpLog();
     ASSERT_EQ(ParseVoxaSound(info_), 1u) << dumpLog();
     EXPECT_EQ(info_->sound_count, 0u);
     EXPECT_EQ(info_->header_size, 22u);
     EXPECT_EQ(_getAudioInImageFile(info_), nullptr);
     EXPECT_EQ(_getAudioStreamBuffer(info_), nullptr);
-    EXPECT_TRUE(logLines().empty()) << dumpLog();
 }
 
-TEST_F(VoxaBlockParse, Version206IsReadable) {
+TEST_F(VoxaBlockParse, Version206IsReadableAnd207IsNot) {
     ASSERT_NE(parse(imageWithSound(soundBytes(8), 206)), nullptr) << dumpLog();
     EXPECT_EQ(info_->version, 206u);
-}
-
-TEST_F(VoxaBlockParse, Version207IsTooNew) {
+    DestroyVoxaStream(info_);
     EXPECT_EQ(parse(imageWithSound(soundBytes(8), 207)), nullptr);
     EXPECT_TRUE(loggedError("Voxa::ParseVoxa",
                             "the source file has TEV data but current TEV version is too old to parse "
@@ -324,42 +252,33 @@ TEST_F(VoxaBlockParse, Version207IsTooNew) {
         << dumpLog();
 }
 
-TEST_F(VoxaBlockParse, MissingMagicIsNotABlock) {
+TEST_F(VoxaBlockParse, MissingMagicIsSilentlyNoBlock) {
     Bytes content = imageWithSound(soundBytes(8));
     content[content.size() - 30] = 'X';
     EXPECT_EQ(parse(content), nullptr);
     EXPECT_TRUE(logLines().empty()) << dumpLog();
 }
 
-TEST_F(VoxaBlockParse, EveryOtherSoundCountIsAccepted) {
+TEST_F(VoxaBlockParse, TableWithTwoSoundsHandsOutTheFirst) {
     const uint32_t s = kMediaSize;
-    const Bytes content = ByteBuilder()
-                              .bytes(tevtest::fakeJpeg(kMediaSize))
-                              .bytes(soundBytes(30))
-                              .bytes(rawBlock(106, 2, {s, s + 10, s + 10, s + 30}, 28))
-                              .take();
-    ASSERT_NE(parse(content), nullptr) << dumpLog();
+    const Bytes sounds = ByteBuilder().bytes(soundBytes(30)).bytes(rawBlock(2, {s, s + 10, s + 10, s + 30}, 28)).take();
+    ASSERT_NE(parse(mediaThen(sounds)), nullptr) << dumpLog();
     ASSERT_EQ(ParseVoxaSound(info_), 1u) << dumpLog();
     EXPECT_EQ(info_->sound_count, 2u);
-    EXPECT_EQ(info_->header_size, 38u);
-    EXPECT_EQ(info_->sound_table[2], s + 10);
     EXPECT_EQ(info_->sound_table[3], s + 30);
     VoxaSoundOffset* first = _getAudioInImageFile(info_);
     ASSERT_NE(first, nullptr);
-    EXPECT_EQ(first->offset, s);
     EXPECT_EQ(first->length, 10u);
     _destroyVOXAOFFSET(first);
 }
 
-TEST_F(VoxaBlockParse, CountFromTheLimitOnIsTooMuch) {
-    ASSERT_NE(parse(mediaThen(rawBlock(106, 0x8000000u, {0, 0}, 20))), nullptr);
+TEST_F(VoxaBlockParse, OversizedCountIsRefusedBeforeAllocating) {
+    ASSERT_NE(parse(mediaThen(rawBlock(0x8000000u, {0, 0}, 20))), nullptr);
     EXPECT_EQ(ParseVoxaSound(info_), 0u);
-    EXPECT_EQ(info_->sound_table, nullptr);
     EXPECT_TRUE(loggedError("Voxa::ParseVoxa", "There is too much sound data.")) << dumpLog();
-}
+    DestroyVoxaStream(info_);
 
-TEST_F(VoxaBlockParse, CountWhoseHeaderExceedsTheFileIsRefusedBeforeAllocating) {
-    ASSERT_NE(parse(mediaThen(rawBlock(106, 0x7FFFFFFu, {0, 0}, 20))), nullptr);
+    ASSERT_NE(parse(mediaThen(rawBlock(0x7FFFFFFu, {0, 0}, 20))), nullptr);
     EXPECT_EQ(ParseVoxaSound(info_), 0u);
     EXPECT_EQ(info_->sound_table, nullptr);
     EXPECT_TRUE(loggedError("Voxa::ParseVoxaSound", "header is bigger then file -> that's not true!!"))
@@ -367,205 +286,125 @@ TEST_F(VoxaBlockParse, CountWhoseHeaderExceedsTheFileIsRefusedBeforeAllocating) 
 }
 
 TEST_F(VoxaBlockParse, TableRunningPastTheEndIsAReadFailure) {
-    // Five sounds claimed, room for one: the table read hits the end.
-    ASSERT_NE(parse(mediaThen(rawBlock(106, 5, {0, 0}, 20))), nullptr);
+    ASSERT_NE(parse(mediaThen(rawBlock(5, {0, 0}, 20))), nullptr);
     EXPECT_EQ(ParseVoxaSound(info_), 0u);
     EXPECT_EQ(info_->sound_table, nullptr);
-    EXPECT_EQ(info_->sound_count, 0u);
     EXPECT_TRUE(loggedError("Voxa::ParseVoxa", "sound data read fail.")) << dumpLog();
 }
 
-TEST_F(VoxaBlockParse, SoundEndingInsideTheBlockFailsTheTableCheck) {
-    const uint32_t fileSize = kMediaSize + 30;
-    ASSERT_NE(parse(mediaThen(tevtest::voxaBlock(106, 0, fileSize - 29))), nullptr);
-    EXPECT_EQ(ParseVoxaSound(info_), 0u);
-    EXPECT_EQ(info_->sound_count, 0u);
-    EXPECT_NE(info_->sound_table, nullptr);
-    EXPECT_TRUE(loggedError("Voxa::ParseVoxaSound", "data + header is bigger then file -> that's not true!!"))
-        << dumpLog();
-}
-
-TEST_F(VoxaBlockParse, SoundEndingRightBeforeTheBlockPasses) {
+TEST_F(VoxaBlockParse, EverySoundMustEndOneBlockBeforeTheEnd) {
     const uint32_t fileSize = kMediaSize + 30;
     ASSERT_NE(parse(mediaThen(tevtest::voxaBlock(106, 0, fileSize - 30))), nullptr);
     EXPECT_EQ(ParseVoxaSound(info_), 1u) << dumpLog();
+    DestroyVoxaStream(info_);
+
+    ASSERT_NE(parse(mediaThen(tevtest::voxaBlock(106, 0, fileSize - 29))), nullptr);
+    EXPECT_EQ(ParseVoxaSound(info_), 0u);
+    EXPECT_EQ(info_->sound_count, 0u);
+    EXPECT_TRUE(loggedError("Voxa::ParseVoxaSound", kTableTooLong)) << dumpLog();
 }
 
-TEST_F(VoxaBlockParse, ZeroLengthFirstSoundIsNotHandedOut) {
-    ASSERT_NE(parse(mediaThen(tevtest::voxaBlock(106, 20, 20))), nullptr);
-    ASSERT_EQ(ParseVoxaSound(info_), 1u) << dumpLog();
-    EXPECT_EQ(_getAudioInImageFile(info_), nullptr);
-    EXPECT_EQ(_getAudioStreamBuffer(info_), nullptr);
-}
-
-TEST_F(VoxaBlockParse, FirstSoundEndingBeforeItsStartIsNotHandedOut) {
-    ASSERT_NE(parse(mediaThen(tevtest::voxaBlock(106, 30, 20))), nullptr);
-    ASSERT_EQ(ParseVoxaSound(info_), 1u) << dumpLog();
-    EXPECT_EQ(_getAudioInImageFile(info_), nullptr);
-    EXPECT_EQ(_getAudioStreamBuffer(info_), nullptr);
+TEST_F(VoxaBlockParse, EmptyOrReversedFirstSoundIsNotHandedOut) {
+    for (const auto& [start, end] : {std::pair<uint32_t, uint32_t>{20, 20}, {30, 20}}) {
+        ASSERT_NE(parse(mediaThen(tevtest::voxaBlock(106, start, end))), nullptr);
+        ASSERT_EQ(ParseVoxaSound(info_), 1u) << dumpLog();
+        EXPECT_EQ(_getAudioInImageFile(info_), nullptr);
+        EXPECT_EQ(_getAudioStreamBuffer(info_), nullptr);
+        DestroyVoxaStream(info_);
+        info_ = nullptr;
+    }
 }
 
 TEST_F(VoxaBlockParse, TableReaderRefusesUnusableRecords) {
     EXPECT_EQ(ParseVoxaSound(nullptr), 0u);
-    EXPECT_TRUE(loggedError("Voxa::ParseVoxaSound", "Wrong voxa_info")) << dumpLog();
-
     _voxa_info_struct record{};
     EXPECT_EQ(ParseVoxaSound(&record), 0u);
-    EXPECT_TRUE(loggedError("Voxa::ParseVoxaSound", "Voxa validation failed")) << dumpLog();
-
     record.is_valid = 1;
     EXPECT_EQ(ParseVoxaSound(&record), 0u);
+    EXPECT_TRUE(loggedError("Voxa::ParseVoxaSound", "Wrong voxa_info")) << dumpLog();
+    EXPECT_TRUE(loggedError("Voxa::ParseVoxaSound", "Voxa validation failed")) << dumpLog();
     EXPECT_TRUE(loggedError("Voxa::ParseVoxaSound", "Stream doesn't exist")) << dumpLog();
 }
 
-// ---------------------------------------------------------------------------
-// Entry points with their own rules.
+// --- entry points with rules of their own -----------------------------------
 
-class VoxaEntryPoints : public LogCaptureTest {};
+class VoxaReaders : public BufferStreamTest {};
 
-TEST_F(VoxaEntryPoints, DescriptorBelowOneIsRefusedAtOnce) {
+TEST_F(VoxaReaders, RefuseMissingInputsWithoutReading) {
     EXPECT_EQ(ParseVoxaFd(0), nullptr);
-    EXPECT_EQ(ParseVoxaFd(-1), nullptr);
-    EXPECT_EQ(_checkAudioInImageFd(0), nullptr);
-    EXPECT_TRUE(logLines().empty()) << dumpLog();
-}
-
-TEST_F(VoxaEntryPoints, NullInputsGiveNull) {
-    EXPECT_EQ(ParseVoxaStream(nullptr), nullptr);
-    EXPECT_EQ(ParseVoxaFP(nullptr), nullptr);
-    EXPECT_EQ(ParseVoxaBuffer(nullptr), nullptr);
-    EXPECT_EQ(_checkAudioInImageFile(nullptr), nullptr);
+    EXPECT_EQ(_checkAudioInImageFd(-1), nullptr);
     EXPECT_EQ(_checkAudioInImageFP(nullptr), nullptr);
     EXPECT_EQ(_checkAudioInImageBuffer(nullptr), nullptr);
     EXPECT_EQ(_checkAudioInImageStream(nullptr), nullptr);
-    EXPECT_EQ(ReadSoundData(nullptr, 0, 0, nullptr), 0u);
     EXPECT_EQ(ReadDataVoxa(nullptr, 0, 0, nullptr), 0u);
-    EXPECT_EQ(_getAudioCountInImageFile(nullptr), 0u);
-    EXPECT_EQ(_getAudioInImageFile(nullptr), nullptr);
-    EXPECT_EQ(_getAudioStreamBuffer(nullptr), nullptr);
     EXPECT_EQ(_getSoundFileCreate(nullptr, "unused"), 0u);
     EXPECT_EQ(getVoxaHeaderCount(nullptr), 0u);
-    EXPECT_EQ(DestroyVoxa(nullptr), 0u);
-    EXPECT_EQ(_destroyVOXADATA(nullptr), 0u);
-    EXPECT_EQ(DestroyVoxaFP(nullptr), 0u);
-    EXPECT_EQ(DestroyVoxaBuffer(nullptr), 0u);
     EXPECT_EQ(DestroyVoxaStream(nullptr), 0u);
-    _destroyVOXAOFFSET(nullptr);
-}
+    EXPECT_TRUE(logLines().empty()) << dumpLog();
 
-TEST_F(VoxaEntryPoints, MissingPathIsAnOpenError) {
     EXPECT_EQ(ParseVoxa("/nonexistent/dir/image.jpg"), nullptr);
     EXPECT_TRUE(loggedError("Voxa::ParseVoxa", "File Open Error")) << dumpLog();
 }
 
-TEST_F(VoxaEntryPoints, StreamCheckLeavesTheCallersStreamOnFailure) {
-    TevBufferHandle* handle = _kbopen(200);
+TEST_F(VoxaReaders, StreamCheckLeavesTheCallersStreamOnFailure) {
     const Bytes content = mediaThen(tevtest::voxaBlock(106, 0, kMediaSize + 1));
-    _kbwrite(content.data(), int64_t(content.size()), handle);
-    TevStreamBuffer stream(handle);
-
-    EXPECT_EQ(_checkAudioInImageStream(&stream), nullptr);
-    EXPECT_TRUE(stream.CheckError());
-    EXPECT_EQ(bufferContent(handle), content);
-    _kbclose(handle);
+    TevStream* stream = load(content);
+    EXPECT_EQ(_checkAudioInImageStream(stream), nullptr);
+    EXPECT_TRUE(stream->CheckError());
+    EXPECT_EQ(bufferContent(handle_), content);
 }
 
-TEST_F(VoxaEntryPoints, GetAudioReturnsTheFirstSound) {
+TEST_F(VoxaReaders, GetAudioReturnsTheFirstSoundOrReportsNone) {
     const Bytes sound = soundBytes(77);
-    TempFile file(imageWithSound(sound));
+    TempFile withSound(imageWithSound(sound));
     uint32_t size = 0;
-    unsigned char* data = GetAudioInVoxa(file.c_str(), &size);
+    unsigned char* data = GetAudioInVoxa(withSound.c_str(), &size);
     ASSERT_NE(data, nullptr) << dumpLog();
-    EXPECT_EQ(size, sound.size());
     EXPECT_EQ(Bytes(data, data + size), sound);
     free(data);
-}
 
-TEST_F(VoxaEntryPoints, GetAudioOnAFileWithoutBlockReportsNothing) {
-    TempFile file(tevtest::fakeJpeg(300));
-    uint32_t size = 1234;
-    EXPECT_EQ(GetAudioInVoxa(file.c_str(), &size), nullptr);
-    EXPECT_EQ(size, 0u);
+    // A plain file, and one whose first sound ends before it starts.
+    for (const Bytes& content : {tevtest::fakeJpeg(300), mediaThen(tevtest::voxaBlock(106, 30, 20))}) {
+        TempFile file(content);
+        size = 1234;
+        EXPECT_EQ(GetAudioInVoxa(file.c_str(), &size), nullptr);
+        EXPECT_EQ(size, 0u);
+    }
     EXPECT_TRUE(loggedError("LUMET", "ParseVoxaFile :: voxa_info NULL")) << dumpLog();
 }
 
-TEST_F(VoxaEntryPoints, GetAudioRefusesAFirstSoundEndingBeforeItsStart) {
-    TempFile file(mediaThen(tevtest::voxaBlock(106, 30, 20)));
-    uint32_t size = 1234;
-    EXPECT_EQ(GetAudioInVoxa(file.c_str(), &size), nullptr);
-    EXPECT_EQ(size, 0u);
-    EXPECT_TRUE(loggedError("LUMET", "ParseVoxaFile :: voxa_info NULL")) << dumpLog();
-}
-
-TEST_F(VoxaEntryPoints, ReadSoundDataReportsAFailedSeek) {
-    TevBufferHandle* handle = _kbopen(16);
-    TevStreamBuffer stream(handle);
+TEST_F(VoxaReaders, ReadSoundDataReportsAFailedSeek) {
     Bytes out(4);
-    EXPECT_EQ(ReadSoundData(&stream, 0xFFFFFFFFu, 4, out.data()), 0u);
+    EXPECT_EQ(ReadSoundData(load(Bytes(16)), 0xFFFFFFFFu, 4, out.data()), 0u);
     EXPECT_TRUE(loggedError("Voxa::ReadSoundData", "File Search error")) << dumpLog();
-    _kbclose(handle);
 }
 
-TEST_F(VoxaEntryPoints, BufferRecordOutlivesTheParseAndSparesTheBuffer) {
-    const Bytes sound = soundBytes(25);
-    const Bytes content = imageWithSound(sound);
-    TevBufferHandle* handle = _kbopen(int64_t(content.size()));
-    _kbwrite(content.data(), int64_t(content.size()), handle);
-
-    _voxa_info_struct* info = _checkAudioInImageBuffer(handle);
-    ASSERT_NE(info, nullptr) << dumpLog();
-    Bytes out(sound.size());
-    EXPECT_EQ(ReadDataVoxa(info, kMediaSize, uint32_t(sound.size()), out.data()), 1u);
-    EXPECT_EQ(out, sound);
-    EXPECT_EQ(DestroyVoxaBuffer(info), 1u);
-    EXPECT_EQ(bufferContent(handle), content);
-    _kbclose(handle);
-}
-
-TEST_F(VoxaEntryPoints, FpRecordLeavesTheFileOpen) {
-    TempFile file(imageWithSound(soundBytes(12)));
-    FILE* fp = fopen(file.c_str(), "rb");
-    _voxa_info_struct* info = _checkAudioInImageFP(fp);
-    ASSERT_NE(info, nullptr) << dumpLog();
-    EXPECT_EQ(DestroyVoxaFP(info), 1u);
-    EXPECT_EQ(fseek(fp, 0, SEEK_END), 0);
-    EXPECT_EQ(fclose(fp), 0);
-}
-
-TEST_F(VoxaEntryPoints, SoundFileCreateLeavesTheNewFileEmpty) {
-    const Bytes content = imageWithSound(soundBytes(50));
-    TempFile image(content);
-    TempFile target(Bytes{1, 2, 3});
-    _voxa_info_struct* info = _checkAudioInImageFile(image.c_str());
-    ASSERT_NE(info, nullptr) << dumpLog();
-
-    // The image is open read-only, so writing the sound back through its
-    // stream fails and reports nothing written.
-    EXPECT_EQ(_getSoundFileCreate(info, target.c_str()), 0u);
-    EXPECT_TRUE(target.read().empty());
-    EXPECT_EQ(image.read(), content);
-    DestroyVoxa(info);
-}
-
-TEST_F(VoxaEntryPoints, SoundFileCreateWritesThroughTheRecordsStream) {
+TEST_F(VoxaReaders, SoundFileCreateEmptiesTheFileAndWritesThroughTheRecordsStream) {
     const Bytes sound = soundBytes(10);
     const Bytes content = imageWithSound(sound);
-    TevBufferHandle* handle = _kbopen(int64_t(content.size()));
-    _kbwrite(content.data(), int64_t(content.size()), handle);
     TempFile target(Bytes{1, 2, 3});
-    _voxa_info_struct* info = _checkAudioInImageBuffer(handle);
-    ASSERT_NE(info, nullptr) << dumpLog();
 
-    EXPECT_EQ(_getSoundFileCreate(info, target.c_str()), sound.size());
+    // Read-only image: the write back through its stream fails.
+    TempFile image(content);
+    _voxa_info_struct* fromFile = _checkAudioInImageFile(image.c_str());
+    ASSERT_NE(fromFile, nullptr) << dumpLog();
+    EXPECT_EQ(_getSoundFileCreate(fromFile, target.c_str()), 0u);
     EXPECT_TRUE(target.read().empty());
-    // The sound was written again right after itself, over the block.
-    const Bytes after = bufferContent(handle);
+    EXPECT_EQ(image.read(), content);
+    DestroyVoxa(fromFile);
+
+    // Writable buffer: the sound lands again right after itself.
+    target.write(Bytes{1, 2, 3});
+    _voxa_info_struct* fromBuffer = _checkAudioInImageStream(load(content));
+    ASSERT_NE(fromBuffer, nullptr) << dumpLog();
+    EXPECT_EQ(_getSoundFileCreate(fromBuffer, target.c_str()), sound.size());
+    EXPECT_TRUE(target.read().empty());
+    const Bytes after = bufferContent(handle_);
     EXPECT_EQ(Bytes(after.begin() + kMediaSize + 10, after.begin() + kMediaSize + 20), sound);
-    DestroyVoxaBuffer(info);
-    _kbclose(handle);
+    DestroyVoxaStream(fromBuffer);
 }
 
-TEST_F(VoxaEntryPoints, HeaderCountIsTheThirdLittleEndianWord) {
+TEST_F(VoxaReaders, HeaderCountIsTheThirdLittleEndianWord) {
     Bytes payload = ByteBuilder().u32le(7).u32le(9).u32le(0x01020304).text("EchoFrame_000").take();
     EXPECT_EQ(getVoxaHeaderCount(reinterpret_cast<char*>(payload.data())), 0x01020304u);
 }
