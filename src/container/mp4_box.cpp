@@ -43,8 +43,9 @@ TevStream* usableStream(const _TEV_info* info, const char* tag) {
     return info->Stream;
 }
 
-// Length of the appended region of a parsed index, from its data start
-// position to the end of the stream as parsed; 0 when that region is empty,
+// Length of the appended region of a parsed index (for a boxed container the
+// whole box), from its data start position to the end of the stream as
+// parsed; 0 when that region is empty,
 // does not lie inside the stream as it is now, or is too big for a box.
 int64_t appendedRegionLength(const _TEV_info& info, TevStream& stream) {
     const int64_t start = info.data_start_position;
@@ -212,15 +213,12 @@ uint32_t updateMP4Tag(_TEV_info* info) {
     TevStream* stream = usableStream(info, "TEV::updateMP4Tag");
     if (stream == nullptr) return LUMET_TEV_FALSE;
     const int64_t start = info->data_start_position;
-    const int64_t end = stream->seek(0, 2);
-    // The size field must lie inside the stream both as parsed and as it is now.
-    const bool placed = tev::rangeFits(start, kBoxSizeFieldSize, info->stream_size) &&
-                        tev::rangeFits(start, kBoxSizeFieldSize, end) && stream->seek(start, 0) == start;
-    if (!placed) {
+    const int64_t boxLength = appendedRegionLength(*info, *stream);
+    if (boxLength < kBoxSizeFieldSize || stream->seek(start, 0) != start) {
         logLine(kLogError, "TEV::updateMP4Tag", "File Search Error");
         return LUMET_TEV_FALSE;
     }
-    if (stream->writeTEV_TOTALSIZE(static_cast<uint32_t>(info->stream_size - start)) != kBoxSizeFieldSize) {
+    if (stream->writeTEV_TOTALSIZE(static_cast<uint32_t>(boxLength)) != kBoxSizeFieldSize) {
         logLine(kLogError, "TEV::updateMP4Tag", "File Write Error");
         return LUMET_TEV_FALSE;
     }

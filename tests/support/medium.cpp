@@ -3,53 +3,55 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 namespace tevtest {
 
 std::string mediumName(const ::testing::TestParamInfo<Medium>& info) {
-    switch (info.param) {
-        case Medium::Path: return "Path";
-        case Medium::FilePtr: return "FilePtr";
-        case Medium::Fd: return "Fd";
-        case Medium::Buffer: return "Buffer";
-        case Medium::Handle: return "Handle";
-    }
-    return "Unknown";
+    static const char* const kNames[] = {"Path", "FilePtr", "Fd", "Buffer", "Handle"};
+    return kNames[static_cast<int>(info.param)];
+}
+
+FixedBuffer::FixedBuffer(const Bytes& content, size_t capacity)
+    : storage_(std::max(capacity, content.size()), 0) {
+    std::copy(content.begin(), content.end(), storage_.begin());
+    handle_ = _kbsetbuffer(storage_.data(), int64_t(storage_.size()));
+    btruncate(handle_, int64_t(content.size()));
+    stream_ = new TevStreamBuffer(handle_);
+}
+
+FixedBuffer::~FixedBuffer() {
+    delete stream_;
+    _kbclose(handle_);
+}
+
+Bytes FixedBuffer::contents() const {
+    return Bytes(storage_.begin(), storage_.begin() + kbgetWriteSize(handle_));
 }
 
 uint32_t signatureOn(const Bytes& bytes, Medium medium) {
     TempFile file(bytes);
-    switch (medium) {
-        case Medium::Path: return getSignature(file.c_str());
-        case Medium::FilePtr: {
-            FILE* fp = fopen(file.c_str(), "rb");
-            const uint32_t signature = getSignatureFP(fp);
-            fclose(fp);
-            return signature;
-        }
-        case Medium::Fd: {
-            const int fd = open(file.c_str(), O_RDONLY);
-            const uint32_t signature = getSignatureFd(fd);
-            close(fd);
-            return signature;
-        }
-        case Medium::Buffer:
-        case Medium::Handle: {
-            Bytes copy = bytes;
-            TevBufferHandle* handle = _kbsetbuffer(copy.data(), int64_t(copy.size()));
-            btruncate(handle, int64_t(copy.size()));
-            const uint32_t signature = getSignatureBuffer(handle);
-            _kbclose(handle);
-            return signature;
-        }
+    uint32_t signature = SIGNATURE_ERROR;
+    if (medium == Medium::Path) {
+        signature = getSignature(file.c_str());
+    } else if (medium == Medium::FilePtr) {
+        FILE* fp = fopen(file.c_str(), "rb");
+        signature = getSignatureFP(fp);
+        fclose(fp);
+    } else if (medium == Medium::Fd) {
+        const int fd = open(file.c_str(), O_RDONLY);
+        signature = getSignatureFd(fd);
+        close(fd);
+    } else {
+        FixedBuffer buffer(bytes);
+        signature = getSignatureBuffer(buffer.handle());
     }
-    return SIGNATURE_ERROR;
+    return signature;
 }
 
 PackOnMedium::PackOnMedium(const Bytes& bytes, Medium medium) : medium_(medium), file_(bytes), buffer_(bytes) {
     switch (medium_) {
-        case Medium::Path:
-            pack_ = checkTEVInFile(file_.c_str());
-            break;
+        case Medium::Path: pack_ = checkTEVInFile(file_.c_str()); break;
         case Medium::FilePtr:
             fp_ = fopen(file_.c_str(), "r+b");
             pack_ = checkTEVInFP(fp_);
@@ -58,9 +60,7 @@ PackOnMedium::PackOnMedium(const Bytes& bytes, Medium medium) : medium_(medium),
             fd_ = open(file_.c_str(), O_RDWR);
             pack_ = checkTEVInFd(fd_);
             break;
-        case Medium::Buffer:
-            pack_ = checkTEVInBuffer(buffer_.data(), int64_t(buffer_.size()));
-            break;
+        case Medium::Buffer: pack_ = checkTEVInBuffer(buffer_.data(), int64_t(buffer_.size())); break;
         case Medium::Handle:
             handle_ = _kbsetbuffer(buffer_.data(), int64_t(buffer_.size()));
             btruncate(handle_, int64_t(buffer_.size()));
@@ -71,13 +71,9 @@ PackOnMedium::PackOnMedium(const Bytes& bytes, Medium medium) : medium_(medium),
 
 PackOnMedium::~PackOnMedium() {
     if (pack_ != nullptr) {
-        switch (medium_) {
-            case Medium::Path:
-            case Medium::Buffer: destroyTEVDATA(pack_); break;
-            case Medium::FilePtr:
-            case Medium::Fd: destroyTEVDATA_FP(pack_); break;
-            case Medium::Handle: destroyTEVDATA_Buffer(pack_); break;
-        }
+        if (medium_ == Medium::Path || medium_ == Medium::Buffer) destroyTEVDATA(pack_);
+        if (medium_ == Medium::FilePtr || medium_ == Medium::Fd) destroyTEVDATA_FP(pack_);
+        if (medium_ == Medium::Handle) destroyTEVDATA_Buffer(pack_);
     }
     if (fp_ != nullptr) fclose(fp_);
     if (fd_ >= 0) close(fd_);

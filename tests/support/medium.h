@@ -19,6 +19,25 @@ enum class Medium { Path, FilePtr, Fd, Buffer, Handle };
 
 std::string mediumName(const ::testing::TestParamInfo<Medium>& info);
 
+// A memory buffer of fixed capacity holding `content` (readable up to its
+// size), a handle over it and a stream over the handle.
+class FixedBuffer {
+public:
+    explicit FixedBuffer(const Bytes& content, size_t capacity = 0);
+    ~FixedBuffer();
+    FixedBuffer(const FixedBuffer&) = delete;
+    FixedBuffer& operator=(const FixedBuffer&) = delete;
+
+    TevStream* stream() const { return stream_; }
+    TevBufferHandle* handle() const { return handle_; }
+    Bytes contents() const;  // the bytes up to the handle's write size
+
+private:
+    Bytes storage_;
+    TevBufferHandle* handle_;
+    TevStream* stream_;
+};
+
 // The signature of `bytes` through the getSignature form of `medium`
 // (Buffer and Handle both use getSignatureBuffer).
 uint32_t signatureOn(const Bytes& bytes, Medium medium);
@@ -35,8 +54,7 @@ public:
     PackOnMedium& operator=(const PackOnMedium&) = delete;
 
     _TEV_info_pack* pack() const { return pack_; }
-    // The medium's bytes as they are now.
-    Bytes contents() const;
+    Bytes contents() const;  // the medium's bytes as they are now
 
 private:
     Medium medium_;
