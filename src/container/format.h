@@ -22,6 +22,9 @@ inline constexpr uint32_t kKthoBase = 12;            // KTHO = 12 + 12 * count
 inline constexpr uint32_t kMinKtho = 13;             // a directory with at least one entry
 inline constexpr uint32_t kTailFieldsSize = 8;       // KTHO + "TEVT"
 inline constexpr uint32_t kBoxHeaderSize = 8;        // size + "tevd"
+// Stream seek origins.
+inline constexpr uint32_t kSeekSet = 0;
+inline constexpr uint32_t kSeekEnd = 2;
 
 // Record tag header: meta type, name length, [sub-info length].
 inline constexpr uint32_t kTagHeaderSize = 8;
@@ -48,6 +51,11 @@ inline constexpr uint32_t kVoxaTailMarkSize = 6;
 inline constexpr uint32_t kVoxaLengthFieldDistance = 10;  // header length field + "VOXABS"
 inline constexpr uint32_t kVoxaOneSoundBlockSize = 30;    // 22 + 8 for one sound
 inline constexpr uint32_t kVoxaFirstUnreadableVersion = 207;
+// Version of the Voxa block that an append behind a container writes; the
+// block writer of the Voxa code (and the direct append) writes 107.
+inline constexpr uint32_t kVoxaAppendVersion = 106;
+inline constexpr uint32_t kVoxaWriterVersion = 107;
+inline constexpr uint32_t kVoxaOneSoundHeaderLength = 20;  // header length field for one sound
 
 }  // namespace tev
 
