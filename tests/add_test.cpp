@@ -2,12 +2,12 @@
 // container (with and without a Voxa block), the direct forms that take
 // pre-formatted records, the tail-only writer, the capacity check and the
 // index builders. Expected files are built byte by byte by the test support.
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <optional>
 #include <string>
-
-#include <gtest/gtest.h>
 
 #include "support/bytes.h"
 #include "support/edit_fixtures.h"
@@ -90,17 +90,20 @@ TEST_F(FirstAddTest, RefusesMissingArgumentsWithoutWriting) {
     const Bytes data = filled(3, 1);
     EXPECT_EQ(AddTEVDataInFirstTimeStream(nullptr, "x", 1, 3, nullptr, 0, data.data(), 3), 0u);
     EXPECT_TRUE(loggedError(kFirstTag, "Stream open error"));
-    EXPECT_EQ(AddTEVDataInFirstTimeStream(file.stream(), "x", 0, 3, nullptr, 0, data.data(), 3), 0u);
+    EXPECT_EQ(AddTEVDataInFirstTimeStream(file.stream(), "x", 0, 3, nullptr, 0, data.data(), 3),
+              0u);
     EXPECT_TRUE(loggedError(kFirstTag, "name_size <= 0 || name == NULL"));
     EXPECT_EQ(AddTEVDataInFirstTimeStream(file.stream(), "x", 1, 3, nullptr, 0, nullptr, 3), 0u);
     EXPECT_TRUE(loggedError(kFirstTag, "data == 0 || data_size <= 0"));
     // A name longer than a reader accepts would make the container unreadable.
     const std::string longName(1025, 'n');
     EXPECT_EQ(AddTEVDataInFirstTimeStream(file.stream(), longName.data(), 1025, 3, nullptr, 0,
-                                          data.data(), 3), 0u);
+                                          data.data(), 3),
+              0u);
     // A record length that does not fit 32 bits.
-    EXPECT_EQ(AddTEVDataInFirstTimeStream(file.stream(), "x", 1, 3, nullptr, 0, data.data(),
-                                          0xFFFFFFF7u), 0u);
+    EXPECT_EQ(
+        AddTEVDataInFirstTimeStream(file.stream(), "x", 1, 3, nullptr, 0, data.data(), 0xFFFFFFF7u),
+        0u);
     EXPECT_TRUE(loggedError(kFirstTag, "Too big TEV data to add in the file")) << dumpLog();
     EXPECT_EQ(file.bytes(), media);
 }
@@ -111,8 +114,9 @@ TEST_F(FirstAddTest, StreamFormAcceptsEmptyFilePathFormRefusesIt) {
     EXPECT_EQ(empty.bytes(), tevtest::buildContainer({}, {kPhoto}));
 
     TempFile emptyPath;
-    EXPECT_EQ(AddTEVDataInFirstTime(emptyPath.c_str(), "abcd", 4, 5, nullptr, 0, kPhoto.data.data(),
-                                    10), 0u);
+    EXPECT_EQ(
+        AddTEVDataInFirstTime(emptyPath.c_str(), "abcd", 4, 5, nullptr, 0, kPhoto.data.data(), 10),
+        0u);
     EXPECT_TRUE(loggedError(kPathTag, "file search error = 0\n")) << dumpLog();
     EXPECT_TRUE(emptyPath.read().empty());
 }
@@ -120,21 +124,25 @@ TEST_F(FirstAddTest, StreamFormAcceptsEmptyFilePathFormRefusesIt) {
 TEST_F(FirstAddTest, PathFormWritesAndClosesTheFile) {
     const Bytes media = tevtest::fakeJpeg(100);
     TempFile file(media);
-    ASSERT_EQ(AddTEVDataInFirstTime(file.c_str(), "abcd", 4, 5, nullptr, 0, kPhoto.data.data(), 10), 1u)
+    ASSERT_EQ(AddTEVDataInFirstTime(file.c_str(), "abcd", 4, 5, nullptr, 0, kPhoto.data.data(), 10),
+              1u)
         << dumpLog();
     EXPECT_EQ(file.read(), tevtest::buildContainer(media, {kPhoto}));
 
     EXPECT_EQ(AddTEVDataInFirstTime("/nonexistent/dir/x.jpg", "abcd", 4, 5, nullptr, 0,
-                                    kPhoto.data.data(), 10), 0u);
+                                    kPhoto.data.data(), 10),
+              0u);
     EXPECT_TRUE(loggedError(kPathTag, "file open error"));
-    EXPECT_EQ(AddTEVDataInFirstTime(file.c_str(), nullptr, 4, 5, nullptr, 0, kPhoto.data.data(), 10), 0u);
+    EXPECT_EQ(
+        AddTEVDataInFirstTime(file.c_str(), nullptr, 4, 5, nullptr, 0, kPhoto.data.data(), 10), 0u);
     EXPECT_TRUE(loggedError(kPathTag, "name null"));
 }
 
 TEST_F(FirstAddTest, FileAndBufferFormsReportZeroEvenAfterWriting) {
     const Bytes media = tevtest::fakeJpeg(60);
     EditableFile file(media);
-    EXPECT_EQ(AddTEVDataInFirstTimeFP(file.fp(), "abcd", 4, 5, nullptr, 0, kPhoto.data.data(), 10), 0u);
+    EXPECT_EQ(AddTEVDataInFirstTimeFP(file.fp(), "abcd", 4, 5, nullptr, 0, kPhoto.data.data(), 10),
+              0u);
     EXPECT_TRUE(loggedError(kFirstTag, "error \n")) << dumpLog();
     EXPECT_EQ(file.bytes(), tevtest::buildContainer(media, {kPhoto}));
 
@@ -143,14 +151,16 @@ TEST_F(FirstAddTest, FileAndBufferFormsReportZeroEvenAfterWriting) {
     TevBufferHandle* handle = initTEVUsedBuffer(memory.data(), 256, 60);
     ASSERT_NE(handle, nullptr);
     tevtest::clearLog();
-    EXPECT_EQ(AddTEVDataInFirstTimeBuffer(handle, "abcd", 4, 5, nullptr, 0, kPhoto.data.data(), 10), 0u);
+    EXPECT_EQ(AddTEVDataInFirstTimeBuffer(handle, "abcd", 4, 5, nullptr, 0, kPhoto.data.data(), 10),
+              0u);
     EXPECT_TRUE(loggedError(kFirstTag, "error \n"));
     const Bytes expected = tevtest::buildContainer(media, {kPhoto});
     ASSERT_EQ(getTEVWriteSize(handle), int64_t(expected.size()));
     EXPECT_EQ(prefix(memory, expected.size()), expected);
     destroyTEVBuffer(handle);
 
-    EXPECT_EQ(AddTEVDataInFirstTimeFP(nullptr, "abcd", 4, 5, nullptr, 0, kPhoto.data.data(), 10), 0u);
+    EXPECT_EQ(AddTEVDataInFirstTimeFP(nullptr, "abcd", 4, 5, nullptr, 0, kPhoto.data.data(), 10),
+              0u);
     EXPECT_TRUE(loggedError(kPathTag, "file open error"));
 }
 
@@ -197,13 +207,20 @@ TEST_F(AppendTest, ArgumentRefusalsLeaveTheFileAlone) {
     ASSERT_TRUE(info);
     const unsigned char sub[] = {1};
     const Bytes data = filled(3, 3);
-    EXPECT_EQ(AddTEVDataStream(file.stream(), info.get(), "k", 1, 0, sub, 0, data.data(), 3, nullptr), 0u);
+    EXPECT_EQ(
+        AddTEVDataStream(file.stream(), info.get(), "k", 1, 0, sub, 0, data.data(), 3, nullptr),
+        0u);
     EXPECT_TRUE(loggedError(kAppendTag, kUserDataRule));
-    EXPECT_EQ(AddTEVDataStream(file.stream(), info.get(), "k", 1, 3, nullptr, 0, nullptr, 3, nullptr), 0u);
+    EXPECT_EQ(
+        AddTEVDataStream(file.stream(), info.get(), "k", 1, 3, nullptr, 0, nullptr, 3, nullptr),
+        0u);
     EXPECT_TRUE(loggedError(kAppendTag, "data == NULL || data_size <= 0"));
-    EXPECT_EQ(AddTEVDataStream(file.stream(), nullptr, "k", 1, 3, nullptr, 0, data.data(), 3, nullptr), 0u);
+    EXPECT_EQ(
+        AddTEVDataStream(file.stream(), nullptr, "k", 1, 3, nullptr, 0, data.data(), 3, nullptr),
+        0u);
     EXPECT_TRUE(loggedError(kAppendTag, "TEV_info == NULL"));
-    EXPECT_EQ(AddTEVDataStream(nullptr, info.get(), "k", 1, 3, nullptr, 0, data.data(), 3, nullptr), 0u);
+    EXPECT_EQ(AddTEVDataStream(nullptr, info.get(), "k", 1, 3, nullptr, 0, data.data(), 3, nullptr),
+              0u);
     EXPECT_TRUE(loggedError(kAppendTag, "Stream == NULL"));
     EXPECT_EQ(file.bytes(), original);
 }
@@ -253,8 +270,15 @@ TEST_F(VoxaAppendTest, AppendRewritesTheVoxaBlockBehindTheDirectory) {
     ASSERT_EQ(append(file.stream(), info.get(), kNotes, &voxa_), 1u) << dumpLog();
 
     const Bytes container = tevtest::buildContainer(media_, {kPhoto, kNotes});
-    const Bytes trailer = ByteBuilder().text("VOXA").u32le(106).u32le(3).u32le(20).u32le(60).u32le(20)
-                              .text("VOXABS").take();
+    const Bytes trailer = ByteBuilder()
+                              .text("VOXA")
+                              .u32le(106)
+                              .u32le(3)
+                              .u32le(20)
+                              .u32le(60)
+                              .u32le(20)
+                              .text("VOXABS")
+                              .take();
     Bytes expected = container;
     expected.insert(expected.end(), trailer.begin(), trailer.end());
     EXPECT_EQ(file.bytes(), expected);
@@ -277,7 +301,9 @@ TEST_F(VoxaAppendTest, DirectAppendWritesVersion107AndCountOne) {
     voxa_.sound_count = 3;
     const Bytes record = tevtest::encodeRecord(kNotes);
     ASSERT_EQ(AddDirectTEVDataStream(file.stream(), info.get(), kNotes.type, 1, record.data(),
-                                     uint32_t(record.size()), &voxa_), 1u) << dumpLog();
+                                     uint32_t(record.size()), &voxa_),
+              1u)
+        << dumpLog();
 
     Bytes expected = tevtest::buildContainer(media_, {kPhoto, kNotes});
     const Bytes trailer = tevtest::voxaBlock(107, 20, 60);
@@ -292,12 +318,15 @@ TEST_F(DirectAddTest, FirstTimeAndAppendMatchTheFormattingAdds) {
     EditableFile file(media);
     const Bytes photo = tevtest::encodeRecord(kPhoto);
     const Bytes notes = tevtest::encodeRecord(kNotes);
-    ASSERT_EQ(AddDirectTEVDataInFirstTimeFP(file.fp(), 5, 0, photo.data(), uint32_t(photo.size())), 1u);
+    ASSERT_EQ(AddDirectTEVDataInFirstTimeFP(file.fp(), 5, 0, photo.data(), uint32_t(photo.size())),
+              1u);
     EXPECT_EQ(file.bytes(), tevtest::buildContainer(media, {kPhoto}));
     tevtest::IndexPtr info = tevtest::parseIndex(file.stream(), kSignatureTev);
     ASSERT_TRUE(info) << dumpLog();
     ASSERT_EQ(AddDirectTEVDataFP(file.fp(), info.get(), 9, 1, notes.data(), uint32_t(notes.size()),
-                                 nullptr), 1u) << dumpLog();
+                                 nullptr),
+              1u)
+        << dumpLog();
     EXPECT_EQ(file.bytes(), tevtest::buildContainer(media, {kPhoto, kNotes}));
 }
 
@@ -308,7 +337,8 @@ TEST_F(DirectAddTest, RefusalsUseTheirBorrowedTags) {
     ASSERT_TRUE(info);
     const Bytes record = tevtest::encodeRecord(kPhoto);
     const uint32_t size = uint32_t(record.size());
-    EXPECT_EQ(AddDirectTEVDataStream(file.stream(), info.get(), 0, 0, record.data(), size, nullptr), 0u);
+    EXPECT_EQ(AddDirectTEVDataStream(file.stream(), info.get(), 0, 0, record.data(), size, nullptr),
+              0u);
     EXPECT_TRUE(loggedError(kDirectAppendTag, kUserDataRule));
     EXPECT_EQ(AddDirectTEVDataStream(nullptr, info.get(), 5, 0, record.data(), size, nullptr), 0u);
     EXPECT_TRUE(loggedError(kDirectAppendTag, "Stream == LUMET_TEV_NULL"));
@@ -359,8 +389,9 @@ TEST_F(CapacityTest, BoundIsExclusiveAt0xFFEFFFF1) {
     EXPECT_EQ(checkTEVInfoForSaving(&info_, 0xFFEFFFF0u - present - 10 - 6, 10, 6), 1u);
     EXPECT_TRUE(logLines().empty());
     EXPECT_EQ(checkTEVInfoForSaving(&info_, 0xFFEFFFF1u - present - 10 - 6, 10, 6), 0u);
-    EXPECT_TRUE(loggedError("checkTEVInfoForSaving",
-                            "There is no storage for saving TEV data in the source file, delete a tev data"));
+    EXPECT_TRUE(loggedError(
+        "checkTEVInfoForSaving",
+        "There is no storage for saving TEV data in the source file, delete a tev data"));
     // The sum is taken in 64 bits: three large sizes do not wrap around.
     EXPECT_EQ(checkTEVInfoForSaving(&info_, 0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu), 0u);
 }

@@ -1,10 +1,10 @@
 // Adding into the leading "Invalid_Data" filler record: exact fit, split,
 // and the near misses that fall back to an ordinary append.
+#include <gtest/gtest.h>
+
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "support/bytes.h"
 #include "support/edit_fixtures.h"
@@ -24,7 +24,9 @@ constexpr uint32_t kFillerHeader = 20;  // tag header and "Invalid_Data"
 constexpr uint32_t kReuse = 1;
 constexpr uint32_t kNoReuse = 0;
 
-RecordSpec filler(uint32_t size) { return {32766, "Invalid_Data", std::nullopt, Bytes(size - kFillerHeader, 0)}; }
+RecordSpec filler(uint32_t size) {
+    return {32766, "Invalid_Data", std::nullopt, Bytes(size - kFillerHeader, 0)};
+}
 
 const RecordSpec kPhoto{5, "abcd", std::nullopt, Bytes(10, 0xA1)};
 
@@ -50,8 +52,8 @@ protected:
         if (!info) return 0;
         const unsigned char* sub = r.sub ? r.sub->data() : nullptr;
         const uint32_t subLength = r.sub ? uint32_t(r.sub->size()) : 0;
-        return FastAddTEVData(info.get(), r.name.data(), uint32_t(r.name.size()), r.type, sub, subLength,
-                              r.data.data(), uint32_t(r.data.size()), reuse);
+        return FastAddTEVData(info.get(), r.name.data(), uint32_t(r.name.size()), r.type, sub,
+                              subLength, r.data.data(), uint32_t(r.data.size()), reuse);
     }
 
     std::vector<std::string> namesAfter(EditableFile& file) {
@@ -85,7 +87,8 @@ TEST_F(FastAddTest, SmallerRecordSplitsTheFillerAndEndsWhereItEnded) {
         EditableFile file(original());
         const RecordSpec small = newRecord(length);
         ASSERT_EQ(fastAdd(file, small, kReuse), 1u) << dumpLog();
-        EXPECT_EQ(file.bytes(), tevtest::buildContainer(media_, {filler(kSlot - length), small, kPhoto}));
+        EXPECT_EQ(file.bytes(),
+                  tevtest::buildContainer(media_, {filler(kSlot - length), small, kPhoto}));
         EXPECT_EQ(namesAfter(file), (std::vector<std::string>{"Invalid_Data", "new!", "abcd"}));
     }
 }
@@ -134,7 +137,8 @@ TEST_F(FastAddTest, RefusesUserDataWithoutSubInformationAndMissingArguments) {
     ASSERT_TRUE(info);
     const unsigned char data[] = {1, 2};
     EXPECT_EQ(FastAddTEVData(info.get(), "n", 1, 0, nullptr, 0, data, 2, kReuse), 0u);
-    EXPECT_TRUE(loggedError("TEV::AddTEVDataInFirstTime", "if Data type is UserData then must use DataSubInfo"));
+    EXPECT_TRUE(loggedError("TEV::AddTEVDataInFirstTime",
+                            "if Data type is UserData then must use DataSubInfo"));
     tevtest::clearLog();
     EXPECT_EQ(FastAddTEVData(info.get(), nullptr, 1, 3, nullptr, 0, data, 2, kReuse), 0u);
     EXPECT_EQ(FastAddTEVData(nullptr, "n", 1, 3, nullptr, 0, data, 2, kReuse), 0u);

@@ -79,7 +79,8 @@ uint32_t AddTEVDataStream(TevStream* stream, _TEV_info* info, const char* name, 
         uint32_t start = 0;
         uint32_t end = 0;
         tev::firstSoundOf(*voxa, &start, &end);
-        if (!tev::writeVoxaTrailer(*stream, tev::kVoxaAppendVersion, voxa->sound_count, start, end)) {
+        if (!tev::writeVoxaTrailer(*stream, tev::kVoxaAppendVersion, voxa->sound_count, start,
+                                   end)) {
             tev::logLine(tev::kLogError, "TEVEncoder::AddTEVData", "file write error\n");
             return LUMET_TEV_FALSE;
         }

@@ -25,7 +25,8 @@ uint32_t metaTypeOf(uint32_t type, uint32_t has_sub) {
 bool acceptsDirectAppend(TevStream* stream, _TEV_info* info, uint32_t type, uint32_t has_sub,
                          const unsigned char* record, uint32_t length) {
     if (static_cast<uint16_t>(type) == TEV_USER_DEFINED_DATA && has_sub == 0) {
-        tev::logLine(tev::kLogError, kAppendTag, "if Data type is UserData then must use DataSubInfo");
+        tev::logLine(tev::kLogError, kAppendTag,
+                     "if Data type is UserData then must use DataSubInfo");
         return false;
     }
     if (record == nullptr || length == 0) {
@@ -107,7 +108,8 @@ uint32_t AddDirectTEVDataStream(TevStream* stream, _TEV_info* info, uint32_t typ
         tev::logLine(tev::kLogError, kAppendTag, "File Write Error");
         return LUMET_TEV_FALSE;
     }
-    tev::writeAppendedDirectory(*stream, *info, tev::makeEntry(metaTypeOf(type, has_sub), length, length));
+    tev::writeAppendedDirectory(*stream, *info,
+                                tev::makeEntry(metaTypeOf(type, has_sub), length, length));
     if (voxa != nullptr) {
         uint32_t start = 0;
         uint32_t end = 0;

@@ -18,7 +18,8 @@ enum class FastPath { kExactFit, kSplit, kAppend };
 // is not to be used or the first record is not a filler (its bytes are live
 // data that must not be overwritten).
 uint32_t slotSize(const _TEV_info& info, uint32_t reuse) {
-    if (reuse == 0 || info.meta_count == 0 || info.meta_data == nullptr || info.meta_data[0] == nullptr) {
+    if (reuse == 0 || info.meta_count == 0 || info.meta_data == nullptr ||
+        info.meta_data[0] == nullptr) {
         return 0;
     }
     const _TEV_data_info& first = *info.meta_data[0];

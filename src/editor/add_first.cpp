@@ -119,8 +119,8 @@ uint32_t AddTEVDataInFirstTimeStream(TevStream* stream, const char* name, uint32
 }
 
 uint32_t AddTEVDataInFirstTime(const char* path, const char* name, uint32_t name_len, uint32_t type,
-                               const unsigned char* sub, uint32_t sub_len, const unsigned char* data,
-                               uint32_t data_len) {
+                               const unsigned char* sub, uint32_t sub_len,
+                               const unsigned char* data, uint32_t data_len) {
     const char* tag = kPathTexts.tag;
     const RecordArgs record{name, name_len, type, sub, sub_len, data, data_len};
     if (tev::lacksUserDataSubInfo(type, record.hasSub())) {
@@ -148,7 +148,8 @@ uint32_t AddTEVDataInFirstTime(const char* path, const char* name, uint32_t name
     // The path form adds behind existing media only.
     const int64_t end = file.stream().seek(0, tev::kSeekEnd);
     if (end < 1) {
-        tev::logLine(tev::kLogError, tag, "file search error = %lld\n", static_cast<long long>(end));
+        tev::logLine(tev::kLogError, tag, "file search error = %lld\n",
+                     static_cast<long long>(end));
         return LUMET_TEV_FALSE;
     }
     return writeFirstContainer(file.stream(), record, length, kPathTexts);

@@ -16,7 +16,8 @@ uint32_t checkTEVInfoForSaving(_TEV_info* info, uint32_t a, uint32_t b, uint32_t
         return LUMET_TEV_FALSE;
     }
     // Five 32-bit terms cannot overflow 64 bits.
-    const uint64_t total = uint64_t{a} + b + c + info->header_offset + info->meta_data[0]->start_offset;
+    const uint64_t total =
+        uint64_t{a} + b + c + info->header_offset + info->meta_data[0]->start_offset;
     if (total < tev::kContainerSizeBound) return LUMET_TEV_TRUE;
     tev::logLine(tev::kLogError, "checkTEVInfoForSaving",
                  "There is no storage for saving TEV data in the source file, delete a tev data");

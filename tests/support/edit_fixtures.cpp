@@ -12,7 +12,8 @@ EditableFile::~EditableFile() {
 
 IndexPtr parseIndex(TevStream* stream, uint32_t signature) {
     IndexPtr info(ParseTEV(stream, signature));
-    if (!info || getTEVList(info.get()) != 1 || getAllNameOfDataList(info.get()) != 1) return nullptr;
+    if (!info || getTEVList(info.get()) != 1 || getAllNameOfDataList(info.get()) != 1)
+        return nullptr;
     return info;
 }
 
