@@ -68,6 +68,11 @@ inline constexpr uint32_t kVoxaTailMarkSize = 6;
 inline constexpr uint32_t kVoxaLengthFieldDistance = 10;  // header length field + "VOXABS"
 inline constexpr uint32_t kVoxaOneSoundBlockSize = 30;    // 22 + 8 for one sound
 inline constexpr uint32_t kVoxaFirstUnreadableVersion = 207;
+// Version of the Voxa block that an append behind a container writes; the
+// block writer of the Voxa code (and the direct append) writes 107.
+inline constexpr uint32_t kVoxaAppendVersion = 106;
+inline constexpr uint32_t kVoxaWriterVersion = 107;
+inline constexpr uint32_t kVoxaOneSoundHeaderLength = 20;  // header length field for one sound
 
 }  // namespace tev
 
