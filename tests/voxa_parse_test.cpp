@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -407,6 +408,71 @@ TEST_F(VoxaReaders, SoundFileCreateEmptiesTheFileAndWritesThroughTheRecordsStrea
 TEST_F(VoxaReaders, HeaderCountIsTheThirdLittleEndianWord) {
     Bytes payload = ByteBuilder().u32le(7).u32le(9).u32le(0x01020304).text("EchoFrame_000").take();
     EXPECT_EQ(getVoxaHeaderCount(reinterpret_cast<char*>(payload.data())), 0x01020304u);
+}
+
+// --- the container record that holds the block's first sound ---------------
+
+class VoxaInContainer : public BufferStreamTest {
+protected:
+    // Media (and anything in front of the container), the records, their
+    // directory and a one-sound block covering [start, start + length).
+    void parse(const Bytes& front, const std::vector<tevtest::RecordSpec>& records, uint32_t start,
+               uint32_t length) {
+        tevtest::ContainerOptions options;
+        options.voxaTrailer = true;
+        options.voxaStart = start;
+        options.voxaEnd = start + length;
+        TevStream* stream = load(tevtest::buildContainer(front, records, options));
+        info_ = ParseTEV(stream, SIGNATURE_VOXA_TEV);
+        ASSERT_NE(info_, nullptr) << dumpLog();
+        ASSERT_EQ(getTEVList(info_), 1u) << dumpLog();
+        voxa_ = _checkAudioInImageStream(stream);
+        ASSERT_NE(voxa_, nullptr) << dumpLog();
+    }
+    void TearDown() override {
+        DestroyVoxaStream(voxa_);
+        DestroyTEV(info_);
+        BufferStreamTest::TearDown();
+    }
+
+    const tevtest::RecordSpec user_{1, "user", Bytes{9, 9, 9, 9}, soundBytes(12)};
+    _TEV_info* info_ = nullptr;
+    _voxa_info_struct* voxa_ = nullptr;
+};
+
+tevtest::RecordSpec echoFrame(const Bytes& sound) {
+    return tevtest::RecordSpec{uint16_t(TEV_ECHOFRAME_SOUND_DATA), "EchoFrame_000", std::nullopt, sound};
+}
+
+TEST_F(VoxaInContainer, FindsTheRecordWhoseDataIsTheSound) {
+    const Bytes sound = soundBytes(20);
+    const uint32_t soundData = kMediaSize + tevtest::recordLength(user_) + 8 + 13;
+    parse(tevtest::fakeJpeg(kMediaSize), {user_, echoFrame(sound)}, soundData, 20);
+    EXPECT_EQ(FindOldVoxaIndex(info_, voxa_), 1u) << dumpLog();
+
+    Bytes out(sound.size());
+    EXPECT_EQ(ReadDataVoxa(voxa_, voxa_->sound_table[0], uint32_t(out.size()), out.data()), 1u);
+    EXPECT_EQ(out, sound);
+}
+
+TEST_F(VoxaInContainer, CountsTheSubInformationOfTheRecord) {
+    tevtest::RecordSpec withSub = echoFrame(soundBytes(20));
+    withSub.sub = Bytes{1, 2, 3};
+    // Tag header, name, sub-information length and bytes come first.
+    parse(tevtest::fakeJpeg(kMediaSize), {withSub, user_}, kMediaSize + 8 + 13 + 4 + 3, 20);
+    EXPECT_EQ(FindOldVoxaIndex(info_, voxa_), 0u) << dumpLog();
+}
+
+TEST_F(VoxaInContainer, SoundInFrontOfTheContainerBelongsToNoRecord) {
+    parse(mediaThen(soundBytes(16)), {user_}, kMediaSize, 16);
+    EXPECT_EQ(FindOldVoxaIndex(info_, voxa_), kNotFound) << dumpLog();
+    EXPECT_EQ(FindOldVoxaIndex(nullptr, voxa_), kNotFound);
+    EXPECT_EQ(FindOldVoxaIndex(info_, nullptr), kNotFound);
+}
+
+TEST_F(VoxaInContainer, SoundStartingAtARecordsNameMatchesNoRecord) {
+    parse(tevtest::fakeJpeg(kMediaSize), {user_}, kMediaSize + 8 + 4, 4);
+    EXPECT_EQ(FindOldVoxaIndex(info_, voxa_), kNotFound) << dumpLog();
 }
 
 }  // namespace
