@@ -34,14 +34,14 @@ using BufferSave = uint32_t (*)(TevBufferHandle*, const char*, uint32_t, const u
 // Saves a record into a target holding *content; *content becomes what the target holds after.
 using MediumSave = std::function<uint32_t(Bytes* content, const RecordSpec& r, uint32_t update)>;
 
-struct Medium {
+struct SaveMedium {
     const char* label;
     MediumSave save;
     uint32_t existingNameResult;  // same name, no update bit
 };
-void PrintTo(const Medium& m, std::ostream* os) { *os << m.label; }
+void PrintTo(const SaveMedium& m, std::ostream* os) { *os << m.label; }
 
-Medium onPath(const char* label, PathSave fn) {
+SaveMedium onPath(const char* label, PathSave fn) {
     return {label, [fn](Bytes* content, const RecordSpec& r, uint32_t update) {
                 TempFile file(*content);
                 const uint32_t result = saveSpec([&](auto... a) { return fn(file.c_str(), a...); }, r, update);
@@ -50,7 +50,7 @@ Medium onPath(const char* label, PathSave fn) {
             }, 0};
 }
 
-Medium onFp(const char* label, FpSave fn) {
+SaveMedium onFp(const char* label, FpSave fn) {
     return {label, [fn](Bytes* content, const RecordSpec& r, uint32_t update) {
                 TempFile file(*content);
                 FILE* fp = fopen(file.c_str(), "r+b");
@@ -61,7 +61,7 @@ Medium onFp(const char* label, FpSave fn) {
             }, 0};
 }
 
-Medium onFd() {
+SaveMedium onFd() {
     return {"Fd", [](Bytes* content, const RecordSpec& r, uint32_t update) {
                 TempFile file(*content);
                 const int fd = open(file.c_str(), O_RDWR);
@@ -72,7 +72,7 @@ Medium onFd() {
             }, 0};
 }
 
-Medium onBuffer(const char* label, BufferSave fn) {
+SaveMedium onBuffer(const char* label, BufferSave fn) {
     return {label, [fn](Bytes* content, const RecordSpec& r, uint32_t update) {
                 Bytes memory(content->size() + 512);
                 std::copy(content->begin(), content->end(), memory.begin());
@@ -85,7 +85,7 @@ Medium onBuffer(const char* label, BufferSave fn) {
             }, 1};
 }
 
-class SaveMediumTest : public LogCaptureTest, public ::testing::WithParamInterface<Medium> {};
+class SaveMediumTest : public LogCaptureTest, public ::testing::WithParamInterface<SaveMedium> {};
 
 TEST_P(SaveMediumTest, AddsAppendsReplacesAndKeepsExistingNames) {
     const MediumSave& save = GetParam().save;
@@ -107,7 +107,7 @@ INSTANTIATE_TEST_SUITE_P(
                       onFp("FastFp", saveFastTEVDataToFP), onFp("FpAddTag", saveTEVDataToFPAddTag),
                       onFp("FpToMp4", saveTEVDataToFPToMP4), onFd(),
                       onBuffer("Buffer", saveTEVDataToBuffer), onBuffer("BufferAddTag", saveTEVDataToBufferAddTag)),
-    [](const ::testing::TestParamInfo<Medium>& info) { return std::string(info.param.label); });
+    [](const ::testing::TestParamInfo<SaveMedium>& info) { return std::string(info.param.label); });
 
 // --- Each entry point's own refusals. The target is a plain JPEG that must stay as it is.
 struct Env {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "container/format.h"
 #include "tev/container.h"
 #include "tev/stream.h"
 #include "tev/types.h"
@@ -18,10 +19,6 @@ namespace tev {
 inline constexpr uint32_t kUpdateReplaceBit = 1;
 // _getIndexOfName's answer for an absent name.
 inline constexpr uint32_t kNameNotFound = 0xFFFFFFFFu;
-
-// Stream whence values.
-inline constexpr uint32_t kSeekSet = 0;
-inline constexpr uint32_t kSeekEnd = 2;
 
 // One record to save, as an entry point received it.
 struct SaveRequest {
@@ -70,11 +67,9 @@ private:
     TevStream& stream_;
 };
 
-// Voxa blocks older than this that list no sound are leftovers, not sound data.
-inline constexpr uint32_t kVoxaVersionKeepingEmptyBlocks = 107;
-
 // The Voxa block at the end of the stream with its sound table, or null when
-// there is none (a leftover block without sound counts as none).
+// there is none. A block older than the current writer's that lists no sound
+// is a leftover and counts as none.
 VoxaPtr parseVoxaBlock(TevStream& stream);
 
 // The name bytes as a NUL-terminated string for _getIndexOfName; null when

@@ -21,7 +21,7 @@ CharPtr copyNameKey(const char* name, uint32_t length) {
 
 VoxaPtr parseVoxaBlock(TevStream& stream) {
     VoxaPtr voxa(_checkAudioInImageStream(&stream));
-    if (voxa && voxa->version < kVoxaVersionKeepingEmptyBlocks && voxa->sound_count == 0) voxa.reset();
+    if (voxa && voxa->version < kVoxaWriterVersion && voxa->sound_count == 0) voxa.reset();
     return voxa;
 }
 
