@@ -48,6 +48,19 @@ inline constexpr uint32_t kVoxaTailMarkSize = 6;
 inline constexpr uint32_t kVoxaLengthFieldDistance = 10;  // header length field + "VOXABS"
 inline constexpr uint32_t kVoxaOneSoundBlockSize = 30;    // 22 + 8 for one sound
 inline constexpr uint32_t kVoxaFirstUnreadableVersion = 207;
+// The one-sound Voxa block written behind a rebuilt container: version 107,
+// header length field 20.
+inline constexpr uint32_t kVoxaRewrittenVersion = 107;
+inline constexpr uint32_t kVoxaOneSoundHeaderLength = 20;
+
+// Voxa position marks: where an edited record lies relative to the record
+// holding the Voxa sound.
+inline constexpr uint32_t kVoxaMarkAfter = 0;   // after it, or no such record
+inline constexpr uint32_t kVoxaMarkBefore = 1;  // before it: the sound moves forward
+inline constexpr uint32_t kVoxaMarkItself = 2;  // the sound record itself
+
+// The shortest record: a tag header and a one-byte name.
+inline constexpr uint32_t kMinRecordLength = kTagHeaderSize + kMinNameLength;
 
 }  // namespace tev
 
