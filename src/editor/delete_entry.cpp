@@ -74,7 +74,9 @@ uint32_t deleteTEVDataFromStreambyName(TevStream*& stream, _TEV_info_pack*& pack
         tev::logLine(tev::kLogError, "TEVEncoderAPIs::deleteTEVDataFromStreambyName", "name is null");
         return LUMET_TEV_FALSE;
     }
-    const OwnedVoxa voxa(_checkAudioInImageStream(stream));
+    OwnedVoxa voxa(_checkAudioInImageStream(stream));
+    // A Voxa block that lists no sound has nothing to keep in step.
+    if (voxa && voxa->sound_count == 0) voxa.reset();
     const bool boxed = checkSignatureMP4Tag(pack->info) == 1;
     const uint32_t index = indexOfName(pack, name, name_len);
     if (index >= pack->data_count) return LUMET_TEV_FALSE;
