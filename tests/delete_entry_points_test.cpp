@@ -35,7 +35,9 @@ protected:
 
 TEST_F(DeleteEntryPointTest, DeletingByPathRemovesTheNamedRecord) {
     TempFile file(buildContainer(jpeg, three));
-    EXPECT_EQ(deleteTEVDataFromFile(file.c_str(), "beta", 4), 1u) << dumpLog();
+    // Names come as bytes and a length, without a terminating zero.
+    const char name[] = {'b', 'e', 't', 'a', 'X'};
+    EXPECT_EQ(deleteTEVDataFromFile(file.c_str(), name, 4), 1u) << dumpLog();
     EXPECT_EQ(file.read(), buildContainer(jpeg, alphaGamma));
 }
 
@@ -45,13 +47,6 @@ TEST_F(DeleteEntryPointTest, AnAbsentNameChangesNothing) {
     EXPECT_EQ(deleteTEVDataFromFile(file.c_str(), "delta", 5), 0u);
     EXPECT_EQ(deleteTEVDataFromFile(file.c_str(), "betamax", 7), 0u);
     EXPECT_EQ(file.read(), original);
-}
-
-TEST_F(DeleteEntryPointTest, NamesNeedNoTerminatingZero) {
-    TempFile file(buildContainer(jpeg, three));
-    const char unterminated[] = {'b', 'e', 't', 'a', 'X'};
-    EXPECT_EQ(deleteTEVDataFromFile(file.c_str(), unterminated, 4), 1u) << dumpLog();
-    EXPECT_EQ(file.read(), buildContainer(jpeg, alphaGamma));
 }
 
 TEST_F(DeleteEntryPointTest, ABoxedContainerKeepsABoxThatFitsIt) {
@@ -127,15 +122,6 @@ TEST_F(DeleteEntryPointTest, SeveralNamesGoInOneRebuild) {
     EXPECT_EQ(Bytes(after.begin() + static_cast<long>(jpeg.size()),
                     after.begin() + static_cast<long>(jpeg.size() + rebuilt.size())),
               rebuilt);
-}
-
-TEST_F(DeleteEntryPointTest, SeveralNamesOfWhichNoneExistChangeNothing) {
-    const Bytes original = buildContainer(jpeg, three);
-    TempFile file(original);
-    const char* names[] = {"missing"};
-    const uint32_t lengths[] = {7};
-    EXPECT_EQ(deleteTEVMultiDataFromFilebyName(file.c_str(), names, lengths, 1), 0u);
-    EXPECT_EQ(file.read(), original);
 }
 
 TEST_F(DeleteEntryPointTest, DeleteAllByPathAndDescriptorLeavesTheMedia) {
