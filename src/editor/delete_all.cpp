@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <new>
 
+#include "container/format.h"
 #include "editor/delete_rebuild.h"
 #include "tev/detect.h"
 #include "tev/editor.h"
@@ -46,7 +47,7 @@ uint32_t DeleteAllTEVDataStream(_TEV_info* info) {
         tev::logLine(tev::kLogError, "TEV::DeleteAllTEVDataBuffer", "TEV directory is damaged");
         return LUMET_TEV_FALSE;
     }
-    stream->seek(0, SEEK_SET);
+    stream->seek(0, tev::kSeekSet);
     if (stream->truncate(info->data_start_position) != 0) {
         tev::logLine(tev::kLogError, "TEV::DeleteAllTEVDataBuffer", "File Truncate Error");
         return LUMET_TEV_FALSE;

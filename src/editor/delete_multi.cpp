@@ -1,6 +1,7 @@
 // Deleting several records by index in one rebuild of the container.
 #include <cstdio>
 
+#include "container/format.h"
 #include "editor/delete_rebuild.h"
 #include "tev/editor.h"
 #include "util/checked.h"
@@ -31,7 +32,7 @@ bool multiDeleteUsable(const _TEV_info& info, RecordSpan* span) {
         tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "file size is <= 0");
         return false;
     }
-    if (stream->seek(0, SEEK_END) != info.stream_size) {
+    if (stream->seek(0, tev::kSeekEnd) != info.stream_size) {
         tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "TEV_info does not match the stream");
         return false;
     }

@@ -80,9 +80,9 @@ bool planVoxaTrailer(const _voxa_info_struct& voxa, int64_t removedLength, VoxaT
 
 // "VOXA", 107, count, start, end, header length 20, "VOXABS".
 bool writeVoxaTrailer(TevStream& out, const VoxaTrailer& trailer) {
-    constexpr int64_t kIntSize = 4;
+    constexpr int64_t kIntSize = tev::kFieldSize;
     return out.write(tev::kVoxaMagic, sizeof tev::kVoxaMagic) == sizeof tev::kVoxaMagic &&
-           out.writeInt32(tev::kVoxaRewrittenVersion) == kIntSize &&
+           out.writeInt32(tev::kVoxaWriterVersion) == kIntSize &&
            out.writeInt32(trailer.count) == kIntSize && out.writeInt32(trailer.start) == kIntSize &&
            out.writeInt32(trailer.end) == kIntSize &&
            out.writeInt32(tev::kVoxaOneSoundHeaderLength) == kIntSize &&

@@ -11,8 +11,6 @@ namespace {
 
 // Kept records are copied through one read buffer of at most this size.
 constexpr int64_t kRecordCopyChunk = 0x10000;
-constexpr int64_t kTagSize = 4;
-constexpr int64_t kIntSize = 4;
 
 // Start of entry `index`'s record, counted back from "TEVH".
 int64_t recordStart(const RecordSpan& span, const _TEV_data_info& entry) {
@@ -29,7 +27,7 @@ int64_t largestKeptRecord(const _TEV_info& info, const Removal& removal) {
 
 RebuildStatus copyRecord(TevStream& source, int64_t start, int64_t length, unsigned char* chunk,
                          int64_t chunkSize, TevStream& out) {
-    if (source.seek(start, SEEK_SET) != start) return RebuildStatus::kReadFailed;
+    if (source.seek(start, tev::kSeekSet) != start) return RebuildStatus::kReadFailed;
     for (int64_t remaining = length; remaining > 0;) {
         const int64_t step = std::min(remaining, chunkSize);
         if (source.read(chunk, step) != step) return RebuildStatus::kReadFailed;
@@ -58,8 +56,8 @@ RebuildStatus writeKeptRecords(TevStream& source, const _TEV_info& info, const R
 // "TEVH", version, count, the kept entries, KTHO, "TEVT".
 RebuildStatus writeDirectory(const _TEV_info& info, const Removal& removal, TevStream& out) {
     const uint32_t kept = info.meta_count - removal.count();
-    if (out.writeTEV_KTSS() != kTagSize || out.writeTEV_KVER() != kIntSize ||
-        out.writeTEV_KCnt(kept) != kIntSize) {
+    if (out.writeTEV_KTSS() != tev::kTagSize || out.writeTEV_KVER() != tev::kFieldSize ||
+        out.writeTEV_KCnt(kept) != tev::kFieldSize) {
         return RebuildStatus::kWriteFailed;
     }
     // The removed length still lying between the current record and "TEVH".
@@ -74,7 +72,7 @@ RebuildStatus writeDirectory(const _TEV_info& info, const Removal& removal, TevS
         moved.start_offset = static_cast<uint32_t>(entry.start_offset - removedBehind);
         out.writeTEV_KDR(&moved);
     }
-    if (out.writeTEV_KTHO(kept) != kIntSize || out.writeTEV_KTS() != kTagSize) {
+    if (out.writeTEV_KTHO(kept) != tev::kFieldSize || out.writeTEV_KTS() != tev::kTagSize) {
         return RebuildStatus::kWriteFailed;
     }
     return RebuildStatus::kOk;
@@ -158,7 +156,7 @@ RebuildStatus writeRebuiltContainer(TevStream& source, const _TEV_info& info,
 }
 
 bool copyBack(TevStream& stream, int64_t at, TevStream& temp, int64_t length) {
-    if (stream.seek(at, SEEK_SET) != at) return false;
+    if (stream.seek(at, tev::kSeekSet) != at) return false;
     return TevStream::Copy(&stream, &temp, length) == 1;
 }
 
