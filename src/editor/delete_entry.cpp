@@ -1,6 +1,6 @@
 // Deleting records by name: the entry points over a stream, a parsed pack
 // and a path. They find the record, delete it through DeleteATEVDataStream
-// or DeleteMultiTEVData, and bring the MP4 "tevd" box up to date.
+// and bring the MP4 "tevd" box up to date.
 #include <cstdio>
 #include <cstring>
 
@@ -121,6 +121,10 @@ uint32_t deleteTEVDataFromFile(const char* path, const char* name, uint32_t name
     return deleteTEVDataAndDestroy(pack, name, name_len);
 }
 
+// The names are deleted one after another through the by-name delete, so the
+// container (and its MP4 box) is rebuilt and re-parsed after each one and the
+// file ends with a valid directory at every step. Names that are absent are
+// skipped; the result is 1 when at least one record went and no delete failed.
 uint32_t deleteTEVMultiDataFromFilebyName(const char* path, const char** names,
                                           const uint32_t* name_lens, uint32_t count) {
     if (names == nullptr || name_lens == nullptr || count == 0) {
@@ -128,22 +132,25 @@ uint32_t deleteTEVMultiDataFromFilebyName(const char* path, const char** names,
                      "name list is null");
         return LUMET_TEV_FALSE;
     }
-    const OwnedFilePack pack(checkTEVInFile(path));
-    if (!pack) {
+    _TEV_info_pack* pack = checkTEVInFile(path);
+    if (pack == nullptr) {
         tev::logLine(tev::kLogError, "TEVEncoderAPIs::deleteTEVMultiDataFromFilebyName",
                      "TEVDATA is null");
         return LUMET_TEV_FALSE;
     }
-    OwnedMemory<uint32_t> indices(static_cast<uint32_t*>(_kcalloc(count, sizeof(uint32_t))));
-    if (!indices) return LUMET_TEV_FALSE;
-    uint32_t found = 0;
-    for (uint32_t i = 0; i < count; ++i) {
+    uint32_t deleted = 0;
+    bool failed = false;
+    for (uint32_t i = 0; i < count && pack != nullptr && !failed; ++i) {
         if (names[i] == nullptr || name_lens[i] == 0) continue;
-        const uint32_t index = indexOfName(pack.get(), names[i], name_lens[i]);
-        if (index < pack->data_count) indices.get()[found++] = index;
+        if (indexOfName(pack, names[i], name_lens[i]) >= pack->data_count) continue;
+        if (deleteTEVDataFromFilebyName(&pack, names[i], name_lens[i]) == 1) {
+            ++deleted;
+        } else {
+            failed = true;
+        }
     }
-    if (found == 0) return LUMET_TEV_FALSE;
-    return DeleteMultiTEVData(pack->info, indices.get(), found);
+    if (pack != nullptr) destroyTEVDATA(pack);
+    return deleted > 0 && !failed ? LUMET_TEV_TRUE : LUMET_TEV_FALSE;
 }
 
 uint32_t deleteFastATEVDataStream(TevStream* stream, const char* name) {
