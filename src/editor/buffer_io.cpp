@@ -33,7 +33,7 @@ int64_t checkHandleToWrite(TevBufferHandle* handle) {
 
 // Copies `size` bytes from the file stream's position to the buffer stream's.
 bool copyFileToBuffer(TevStream& file, TevStream& buffer, int64_t size) {
-    tev::BytePtr chunk(static_cast<unsigned char*>(_kmalloc(kCopyChunkSize)));
+    tev::KUnique<unsigned char[]> chunk(static_cast<unsigned char*>(_kmalloc(kCopyChunkSize)));
     if (!chunk) return false;
     for (int64_t done = 0; done < size;) {
         const int64_t piece = std::min(kCopyChunkSize, size - done);

@@ -62,7 +62,7 @@ uint32_t saveDirectIntoVoxaImage(TevStream& stream) {
 // descriptor so that the Voxa trailer follows every new directory.
 uint32_t saveDirectIntoVoxaContainer(TevStream& stream, const DirectRecord& r) {
     PackPtr pack(checkTEVInStreamAndUpdate(&stream));
-    VoxaPtr voxa = parseVoxaBlock(stream);
+    OwnedVoxaOnStream voxa = parseVoxaBlock(stream);
     if (!pack || !voxa) {
         logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData", "SIGNATURE_VOXA_TEV TEVdata == NULL!!");
         return LUMET_TEV_FALSE;

@@ -11,10 +11,9 @@ namespace tev {
 
 uint32_t saveRequestToPath(const char* path, const SaveRequest& r) {
     if (path == nullptr) return LUMET_TEV_FALSE;
-    FILE* fp = _kfopen(path, "r+b");
-    if (fp == nullptr) return LUMET_TEV_FALSE;
-    TevStreamFile stream(fp);
-    const ClosesOnExit closer(stream);
+    const OwnedFile file(_kfopen(path, "r+b"));
+    if (!file) return LUMET_TEV_FALSE;
+    TevStreamFile stream(file.get());  // goes before the file is closed
     return saveTEVDataToStream(&stream, r.name, r.nameLength, r.sub, r.subLength, r.data,
                                r.dataLength, r.type, r.update);
 }

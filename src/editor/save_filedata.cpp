@@ -11,7 +11,7 @@ namespace tev {
 namespace {
 
 // Reads `size` bytes from the start of the stream into `out`.
-bool readFully(TevStream& stream, unsigned char* out, int64_t size) {
+bool readWholeStream(TevStream& stream, unsigned char* out, int64_t size) {
     if (stream.seek(0, kSeekSet) < 0) return false;
     int64_t done = 0;
     while (done < size) {
@@ -25,18 +25,17 @@ bool readFully(TevStream& stream, unsigned char* out, int64_t size) {
 }  // namespace
 
 DataFileStatus readWholeDataFile(const char* path, DataFile* out) {
-    FILE* fp = path != nullptr ? _kfopen(path, "rb") : nullptr;
-    if (fp == nullptr) return DataFileStatus::kOpenFailed;
-    TevStreamFile stream(fp);
-    const ClosesOnExit closer(stream);
+    const OwnedFile file(path != nullptr ? _kfopen(path, "rb") : nullptr);
+    if (!file) return DataFileStatus::kOpenFailed;
+    TevStreamFile stream(file.get());  // goes before the file is closed
 
     const int64_t size = stream.seek(0, kSeekEnd);
     if (size < 0) return DataFileStatus::kSeekFailed;
     if (size == 0) return DataFileStatus::kEmpty;
     if (size >= int64_t{kTooBigDataLength}) return DataFileStatus::kTooBig;
 
-    BytePtr bytes(static_cast<unsigned char*>(_kmalloc(static_cast<size_t>(size))));
-    if (!bytes || !readFully(stream, bytes.get(), size)) return DataFileStatus::kUnreadable;
+    KUnique<unsigned char[]> bytes(static_cast<unsigned char*>(_kmalloc(static_cast<size_t>(size))));
+    if (!bytes || !readWholeStream(stream, bytes.get(), size)) return DataFileStatus::kUnreadable;
     out->bytes = std::move(bytes);
     out->length = static_cast<uint32_t>(size);
     return DataFileStatus::kOk;

@@ -1,6 +1,6 @@
 // Shared pieces of the save family: the request every entry point passes on,
 // the steps of the central save that the file-sync form reuses, the reader
-// of whole data files, and small owners for what the saves create.
+// of whole data files, and the owner of the packs the saves parse.
 #ifndef TEV_SRC_EDITOR_SAVE_INTERNAL_H
 #define TEV_SRC_EDITOR_SAVE_INTERNAL_H
 
@@ -8,10 +8,11 @@
 #include <memory>
 
 #include "container/format.h"
+#include "container/index.h"
+#include "container/owned.h"
 #include "tev/container.h"
 #include "tev/stream.h"
 #include "tev/types.h"
-#include "tev/voxa.h"
 
 namespace tev {
 
@@ -34,47 +35,20 @@ struct SaveRequest {
     bool replaces() const { return (update & kUpdateReplaceBit) != 0; }
 };
 
-struct KFree {
-    void operator()(void* p) const { _kfree(p); }
-};
-using BytePtr = std::unique_ptr<unsigned char[], KFree>;
-using CharPtr = std::unique_ptr<char[], KFree>;
-
 // Packs parsed from a stream the save works on; the stream stays.
 struct PackDeleter {
     void operator()(_TEV_info_pack* pack) const { destroyTEVDATA_Stream(pack); }
 };
 using PackPtr = std::unique_ptr<_TEV_info_pack, PackDeleter>;
 
-// Voxa descriptors parsed from a stream the save works on; the stream stays.
-struct VoxaDeleter {
-    void operator()(_voxa_info_struct* voxa) const { DestroyVoxaStream(voxa); }
-};
-using VoxaPtr = std::unique_ptr<_voxa_info_struct, VoxaDeleter>;
-
-// Closes the file under a stream that an entry point opened itself, when the
-// scope ends. Declare it after the stream so that it runs first.
-class ClosesOnExit {
-public:
-    explicit ClosesOnExit(TevStream& stream) : stream_(stream) {}
-    ~ClosesOnExit() {
-        if (stream_.CheckError()) stream_.destroyPointer();
-    }
-    ClosesOnExit(const ClosesOnExit&) = delete;
-    ClosesOnExit& operator=(const ClosesOnExit&) = delete;
-
-private:
-    TevStream& stream_;
-};
-
 // The Voxa block at the end of the stream with its sound table, or null when
 // there is none. A block older than the current writer's that lists no sound
 // is a leftover and counts as none.
-VoxaPtr parseVoxaBlock(TevStream& stream);
+OwnedVoxaOnStream parseVoxaBlock(TevStream& stream);
 
 // The name bytes as a NUL-terminated string for _getIndexOfName; null when
 // the copy cannot be allocated.
-CharPtr copyNameKey(const char* name, uint32_t length);
+KUnique<char[]> copyNameKey(const char* name, uint32_t length);
 
 // Index of `key` in the pack, or kNameNotFound.
 uint32_t findRecord(_TEV_info_pack* pack, const char* key);
@@ -104,7 +78,7 @@ enum class DataFileStatus {
 };
 
 struct DataFile {
-    BytePtr bytes;
+    KUnique<unsigned char[]> bytes;
     uint32_t length = 0;
 };
 

@@ -13,14 +13,14 @@
 
 namespace tev {
 
-CharPtr copyNameKey(const char* name, uint32_t length) {
-    CharPtr key(static_cast<char*>(_kmalloc(size_t{length} + 1)));
+KUnique<char[]> copyNameKey(const char* name, uint32_t length) {
+    KUnique<char[]> key(static_cast<char*>(_kmalloc(size_t{length} + 1)));
     if (key) std::memcpy(key.get(), name, length);
     return key;
 }
 
-VoxaPtr parseVoxaBlock(TevStream& stream) {
-    VoxaPtr voxa(_checkAudioInImageStream(&stream));
+OwnedVoxaOnStream parseVoxaBlock(TevStream& stream) {
+    OwnedVoxaOnStream voxa(_checkAudioInImageStream(&stream));
     if (voxa && voxa->version < kVoxaWriterVersion && voxa->sound_count == 0) voxa.reset();
     return voxa;
 }
@@ -112,7 +112,7 @@ uint32_t saveIntoVoxaContainer(TevStream& stream, const SaveRequest& r, const ch
         return LUMET_TEV_FALSE;
     }
     PackPtr pack(checkTEVInStreamAndUpdate(&stream));
-    VoxaPtr voxa = parseVoxaBlock(stream);
+    OwnedVoxaOnStream voxa = parseVoxaBlock(stream);
     if (!pack || !voxa) {
         logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "SIGNATURE_VOXA_TEV TEVdata == NULL!!");
         return LUMET_TEV_FALSE;
@@ -214,7 +214,7 @@ uint32_t saveTEVDataToStream(TevStream* stream, const char* name, uint32_t name_
             return saveIntoVoxaImage(*stream);
         case SIGNATURE_TEV:
         case SIGNATURE_VOXA_TEV: {
-            const CharPtr key = copyNameKey(name, name_len);
+            const KUnique<char[]> key = copyNameKey(name, name_len);
             if (!key) return LUMET_TEV_FALSE;
             return signature == SIGNATURE_TEV ? saveIntoContainer(*stream, request, key.get(), true)
                                               : saveIntoVoxaContainer(*stream, request, key.get());

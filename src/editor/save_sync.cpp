@@ -33,8 +33,8 @@ uint32_t saveTEVDataToFileSync(const char* path, const char* name, uint32_t name
                 "data_sub_info_len <= 0 )");
         return LUMET_TEV_FALSE;
     }
-    TevStreamFile stream(_kfopen(path, "r+b"));
-    const ClosesOnExit closer(stream);
+    const OwnedFile file(_kfopen(path, "r+b"));
+    TevStreamFile stream(file.get());  // goes before the file is closed
     if (!stream.CheckError()) {
         logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToFileSync", "Stream CheckError is false");
         return LUMET_TEV_FALSE;
@@ -44,7 +44,7 @@ uint32_t saveTEVDataToFileSync(const char* path, const char* name, uint32_t name
         case SIGNATURE_DETECTION_FAIL:
             return saveIntoPlainMedia(stream, request, false);
         case SIGNATURE_TEV: {
-            const CharPtr key = copyNameKey(name, name_len);
+            const KUnique<char[]> key = copyNameKey(name, name_len);
             if (!key) return LUMET_TEV_FALSE;
             return saveIntoContainer(stream, request, key.get(), false);
         }
