@@ -4,7 +4,7 @@ ASAN_BUILD ?= build-asan
 FUZZ_BUILD ?= build-fuzz
 CMAKE_GEN  := -G Ninja
 
-.PHONY: all deps build test test-normal test-asan fuzz-smoke clean
+.PHONY: all deps build demo test test-normal test-asan fuzz-smoke bench clean
 
 all: build
 
@@ -14,6 +14,12 @@ deps:
 build: deps
 	cmake -S . -B $(BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo
 	cmake --build $(BUILD)
+
+# The `tev` tool on copies of the bundled sample media.
+demo: deps
+	cmake -S . -B $(BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo
+	cmake --build $(BUILD) --target tev
+	scripts/demo.sh $(BUILD)
 
 # Normal build, sanitizer build and the fuzz smoke run, in that order.
 test: deps test-normal test-asan fuzz-smoke

@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# A guided tour of the `tev` tool on copies of the bundled sample media:
+# add records (one with sub-information), list them, extract and compare,
+# replace, delete, and show `info` before and after. The originals in
+# media/ are never touched.
+set -euo pipefail
+
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=${1:-$root/build}
+tev=$build/tools/tev
+out=$root/demo-out
+
+step() { printf '\n\033[1m== %s\033[0m\n' "$*"; }
+run() { printf '$ tev %s\n' "$*"; "$tev" "$@"; }
+
+rm -rf "$out"
+mkdir -p "$out"
+printf 'Recorded on the balcony, 7 pm.' > "$out/caption.txt"
+printf 'author=demo;lang=en' > "$out/sub-info.bin"
+head -c 4096 /dev/urandom > "$out/sound.bin"
+
+for sample in sample.jpg sample.mp4; do
+  file=$out/$sample
+  cp "$root/media/$sample" "$file"
+  size=$(stat -c %s "$file")
+
+  step "$sample: a plain media file of $size bytes"
+  run info "$file"
+
+  step "$sample: add a sound record (type 256) and a caption with sub-information (type 0)"
+  run add "$file" voice --data-file "$out/sound.bin" --type 256
+  run add "$file" caption --data-file "$out/caption.txt" --type 0 --sub-info-file "$out/sub-info.bin"
+  run list "$file"
+
+  step "$sample: extract both records and compare them with what went in"
+  run extract "$file" voice -o "$out/voice.out"
+  cmp "$out/sound.bin" "$out/voice.out" && echo "voice: identical"
+  run extract "$file" caption --sub-info -o "$out/sub.out"
+  cmp "$out/sub-info.bin" "$out/sub.out" && echo "caption sub-information: identical"
+
+  step "$sample: adding an existing name is refused unless --replace is given"
+  run add "$file" caption --data "second take" --type 0 --sub-info-file "$out/sub-info.bin" || echo "(refused, file unchanged)"
+  run add "$file" caption --data "second take" --type 0 --sub-info-file "$out/sub-info.bin" --replace
+  run extract "$file" caption
+  echo
+  run list "$file"
+
+  step "$sample: delete the sound record"
+  run delete "$file" voice
+  run list "$file"
+
+  step "$sample: the media in front of the container is untouched"
+  cmp -n "$size" "$root/media/$sample" "$file" && echo "first $size bytes identical to the original"
+  run info "$file"
+
+  step "$sample: clear every record; the file is the original media again"
+  run clear "$file"
+  cmp "$root/media/$sample" "$file" && echo "byte for byte the original"
+done
+
+step "done: the edited copies are in demo-out/"
