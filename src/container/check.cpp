@@ -5,6 +5,7 @@
 #include <new>
 
 #include "container/format.h"
+#include "container/index.h"
 #include "container/owned.h"
 #include "tev/container.h"
 #include "tev/detect.h"
@@ -57,7 +58,7 @@ _TEV_info_pack* packContainer(tev::OwnedTevInfo info) {
         logLine(kLogError, "TEVCommonAPIs::checkTEVInStreamVersionNotchecked", "TEV_data_count is <0.");
         return nullptr;
     }
-    tev::OwnedMemory<_TEV_info_pack> pack(static_cast<_TEV_info_pack*>(_kmalloc(sizeof(_TEV_info_pack))));
+    tev::KUnique<_TEV_info_pack> pack(static_cast<_TEV_info_pack*>(_kmalloc(sizeof(_TEV_info_pack))));
     if (!pack) return nullptr;
     auto* names = static_cast<char**>(_kcalloc(count, sizeof(char*)));
     if (names == nullptr) {

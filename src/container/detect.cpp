@@ -12,10 +12,10 @@ namespace {
 using tev::kLogError;
 using tev::logLine;
 
-// The shortest file that can end with a Voxa tail mark and still hold a
-// container directory in front of a one-sound Voxa block.
-constexpr int64_t kContainerBeforeVoxaDistance = 34;
-constexpr int64_t kTagSize = 4;
+constexpr int64_t kTagSize = tev::kTagSize;
+// Where "TEVT" stands when a one-sound Voxa block follows a container.
+constexpr int64_t kContainerBeforeVoxaDistance = tev::kVoxaTevTagDistance;
+// The box type of the first box of an ISO base media file.
 constexpr int64_t kFtypOffset = 4;
 
 // What a descriptor check reports for a descriptor below 1: the size of the

@@ -74,6 +74,15 @@ inline constexpr uint32_t kVoxaAppendVersion = 106;
 inline constexpr uint32_t kVoxaWriterVersion = 107;
 inline constexpr uint32_t kVoxaOneSoundHeaderLength = 20;  // header length field for one sound
 
+// Voxa position marks: where an edited record lies relative to the record
+// holding the Voxa sound.
+inline constexpr uint32_t kVoxaMarkAfter = 0;   // after it, or no such record
+inline constexpr uint32_t kVoxaMarkBefore = 1;  // before it: the sound moves forward
+inline constexpr uint32_t kVoxaMarkItself = 2;  // the sound record itself
+
+// The shortest record: a tag header and a one-byte name.
+inline constexpr uint32_t kMinRecordLength = kTagHeaderSize + kMinNameLength;
+
 }  // namespace tev
 
 #endif  // TEV_SRC_CONTAINER_FORMAT_H

@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "container/format.h"
+#include "container/index.h"
 #include "container/owned.h"
 #include "tev/mp4.h"
 #include "util/checked.h"
@@ -17,8 +18,8 @@ namespace {
 using tev::kLogError;
 using tev::logLine;
 
-constexpr int64_t kBoxSizeFieldSize = 4;
-constexpr int64_t kBoxTypeSize = 4;
+constexpr int64_t kBoxSizeFieldSize = tev::kFieldSize;
+constexpr int64_t kBoxTypeSize = tev::kTagSize;
 constexpr int64_t kMaxBoxContentSize = std::numeric_limits<uint32_t>::max();
 
 // Size field and type; true when both were written whole.
@@ -59,7 +60,7 @@ int64_t appendedRegionLength(const _TEV_info& info, TevStream& stream) {
 // Copies `length` bytes from `start` into a new buffer; null when the bytes
 // cannot all be read.
 unsigned char* copyRegion(TevStream& stream, int64_t start, int64_t length) {
-    tev::OwnedMemory<unsigned char> copy(static_cast<unsigned char*>(_kmalloc(static_cast<size_t>(length))));
+    tev::KUnique<unsigned char> copy(static_cast<unsigned char*>(_kmalloc(static_cast<size_t>(length))));
     if (!copy) {
         logLine(kLogError, "TEV::writeMP4Tag", "tev_data_buf alloc fail");
         return nullptr;
@@ -236,7 +237,7 @@ uint32_t writeMP4Tag(_TEV_info* info) {
         logLine(kLogError, "TEV::writeMP4Tag", "File Search Error");
         return LUMET_TEV_FALSE;
     }
-    tev::OwnedMemory<unsigned char> region(copyRegion(*stream, start, length));
+    tev::KUnique<unsigned char> region(copyRegion(*stream, start, length));
     if (!region) return LUMET_TEV_FALSE;
     return moveBehindHeader(*stream, start, region.get(), length);
 }

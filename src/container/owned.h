@@ -1,6 +1,7 @@
 // Scoped owners for what the readers make for the length of one call: files
 // they opened, stream objects they built around a caller's medium, parsed
-// indexes and Voxa descriptors, and scratch memory from _kmalloc.
+// indexes and Voxa descriptors. Memory from _kmalloc is held in KUnique
+// (container/index.h).
 #ifndef TEV_SRC_CONTAINER_OWNED_H
 #define TEV_SRC_CONTAINER_OWNED_H
 
@@ -33,12 +34,6 @@ struct VoxaOnStreamDestroyer {
     void operator()(_voxa_info_struct* voxa) const { DestroyVoxaStream(voxa); }
 };
 using OwnedVoxaOnStream = std::unique_ptr<_voxa_info_struct, VoxaOnStreamDestroyer>;
-
-struct KFree {
-    void operator()(void* memory) const { _kfree(memory); }
-};
-template <typename T>
-using OwnedMemory = std::unique_ptr<T, KFree>;
 
 }  // namespace tev
 

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <limits>
 
+#include "container/index.h"
 #include "container/owned.h"
 #include "tev/container.h"
 #include "tev/query.h"
@@ -58,7 +59,7 @@ TevOffsetInfo* offsetByName(_TEV_info_pack* pack, const char* name, PartLocator 
 // be complete: a short read leaves zero bytes at the end of the buffer.
 unsigned char* readPart(TevStream& stream, const TevOffsetInfo& part) {
     if (part.length > kMaxPartLength) return nullptr;
-    tev::OwnedMemory<unsigned char> bytes(static_cast<unsigned char*>(_kmalloc(static_cast<size_t>(part.length))));
+    tev::KUnique<unsigned char> bytes(static_cast<unsigned char*>(_kmalloc(static_cast<size_t>(part.length))));
     if (!bytes || stream.seek(part.position, 0) != part.position) return nullptr;
     stream.read(bytes.get(), part.length);
     return bytes.release();
@@ -178,9 +179,9 @@ _TEV_data_unit* extractTEVDataFromFilebyIndex(_TEV_info_pack* pack, unsigned int
         logLine(kLogError, "TEVDecoderAPIs::extractTEVDataFromFilebyIndex", "Pointer is null");
         return nullptr;
     }
-    tev::OwnedMemory<unsigned char> sub(hasSub ? readPart(*stream, subPart) : nullptr);
+    tev::KUnique<unsigned char> sub(hasSub ? readPart(*stream, subPart) : nullptr);
     if (hasSub && !sub) return nullptr;
-    tev::OwnedMemory<unsigned char> data(readPart(*stream, dataPart));
+    tev::KUnique<unsigned char> data(readPart(*stream, dataPart));
     auto* unit = static_cast<_TEV_data_unit*>(_kmalloc(sizeof(_TEV_data_unit)));
     if (!data || unit == nullptr) {
         _kfree(unit);
