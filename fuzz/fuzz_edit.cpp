@@ -1,0 +1,60 @@
+// Arbitrary bytes as media in a memory buffer with room to grow: save a
+// record, save it again as a replacement, re-parse, delete it by index,
+// re-parse. Every step runs on whatever the previous one left.
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "fuzz_common.h"
+
+namespace {
+
+constexpr char kName[] = "fuzz.record";
+constexpr uint32_t kNameLength = sizeof kName - 1;
+constexpr unsigned char kSubInfo[] = {'s', 'u', 'b', '1'};
+constexpr uint32_t kUserType = 7;
+constexpr uint32_t kReplace = 1;
+// Room for two records, their directory entries, a box header and the
+// records a Voxa conversion adds in front of them.
+constexpr size_t kSpare = 16 * 1024;
+
+void saveRecord(TevBufferHandle* handle, uint32_t type, const unsigned char* sub, uint32_t subLength,
+                uint32_t dataLength, uint32_t update) {
+    unsigned char data[256];
+    std::memset(data, 'd', sizeof data);
+    saveTEVDataToBuffer(handle, kName, kNameLength, sub, subLength, data, dataLength, type, update);
+}
+
+void deleteRecord(TevBufferHandle* handle) {
+    _TEV_info_pack* pack = checkTEVInHandle(handle);
+    if (pack == nullptr) return;
+    const uint32_t index = _getIndexOfName(pack, kName);
+    if (index < GetTevCount(pack)) DeleteATEVDataStream(pack->info, index, nullptr);
+    destroyTEVDATA_Buffer(pack);
+}
+
+void reparse(TevBufferHandle* handle) {
+    _TEV_info_pack* pack = checkTEVInHandle(handle);
+    if (pack == nullptr) return;
+    tevfuzz::exercisePack(pack);
+    destroyTEVDATA_Buffer(pack);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    tevfuzz::silenceLog();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const tevfuzz::InputBuffer input(data, size, kSpare);
+    TevBufferHandle* handle = input.handle();
+    saveRecord(handle, kUserType, nullptr, 0, 40, 0);
+    reparse(handle);
+    saveRecord(handle, TEV_USER_DEFINED_DATA, kSubInfo, sizeof kSubInfo, 200, kReplace);
+    reparse(handle);
+    deleteRecord(handle);
+    reparse(handle);
+    return 0;
+}

@@ -1,0 +1,204 @@
+#!/usr/bin/env bash
+# End-to-end tests of the `tev` tool on the project's sample media and on
+# containers written into copies of them through `tev add`.
+# Usage: tev_cli_test.sh TEV_BINARY SOURCE_DIR
+set -euo pipefail
+
+tev=$1
+source_dir=$2
+# shellcheck source=lib.sh
+source "$source_dir/tests/tool/lib.sh"
+media=$source_dir/media
+
+printf 'hello, records' >"$scratch/note.txt"
+head -c 3000 /dev/urandom >"$scratch/sound.bin"
+printf 'caller=42;lang=en' >"$scratch/sub.bin"
+
+plain_media() {
+  local sample mp4
+  for sample in sample.jpg sample.heic sample.mp4; do
+    mp4=False
+    [[ $sample == sample.jpg ]] || mp4=True  # HEIC is an ISO base media file too
+    expect_status 0 "info $sample" "$tev" info "$media/$sample" --json
+    expect_json "info $sample" "d['signature'] == 1 and d['ends_with'] == 'media' and d['container'] is None and d['voxa'] is None and d['mp4'] == $mp4 and d['size'] == $(stat -c %s "$media/$sample")"
+    expect_quiet_stderr "info $sample"
+
+    expect_status 1 "list $sample" "$tev" list "$media/$sample"
+    expect_stderr_line "list $sample" "$media/$sample: no container"
+    [[ -s $scratch/stdout ]] && note_failure "list $sample printed to stdout"
+    expect_status 1 "extract $sample" "$tev" extract "$media/$sample" anything
+    expect_stderr_line "extract $sample" "no container"
+  done
+  expect_status 0 "info text" "$tev" info "$media/sample.jpg"
+  grep -q '^ends with:  media (signature 1)' "$scratch/stdout" || note_failure "info text: $(cat "$scratch/stdout")"
+}
+
+# Two records in a copy of SAMPLE: "note" (type 7) and "caller" (type 0, with
+# sub-information). Checks list, info and extract on the result.
+container_in() {
+  local sample=$1 boxed=$2
+  local file=$scratch/c-$sample
+  local size
+  cp "$media/$sample" "$file"
+  size=$(stat -c %s "$file")
+
+  expect_status 0 "add note to $sample" "$tev" add "$file" note --data-file "$scratch/note.txt" --type 7
+  expect_quiet_stderr "add note to $sample"
+  expect_status 0 "add caller to $sample" "$tev" add "$file" caller --data-file "$scratch/sound.bin" \
+    --type 0 --sub-info-file "$scratch/sub.bin"
+  cmp -s -n "$size" "$media/$sample" "$file" || note_failure "$sample: media bytes changed"
+
+  expect_status 0 "info $sample container" "$tev" info "$file" --json
+  expect_json "info $sample container" "d['signature'] == 2 and d['ends_with'] == 'container' and d['container']['status'] == 'ok' and d['container']['version'] == 107 and d['container']['records'] == 2 and d['container']['boxed'] == $boxed and d['container']['data_start'] == $size"
+  if [[ $boxed == True ]]; then
+    expect_json "$sample box" "d['container']['box_size_ok'] and d['container']['box_size'] == d['size'] - $size"
+  fi
+
+  expect_status 0 "list $sample" "$tev" list "$file" --json
+  expect_json "list $sample" "[(r['index'], r['name'], r['type']) for r in d['records']] == [(0, 'note', 7), (1, 'caller', 0)]"
+  expect_json "list $sample lengths" "d['records'][0]['sub_info_position'] is None and d['records'][0]['sub_info_length'] == 0 and d['records'][0]['data_length'] == 14 and d['records'][1]['sub_info_length'] == 17 and d['records'][1]['data_length'] == 3000"
+  # The listed positions must point at the very bytes that went in.
+  python3 - "$scratch/stdout" "$file" "$scratch/note.txt" "$scratch/sound.bin" "$scratch/sub.bin" <<'PY' ||
+import json, sys
+listing, path, note, sound, sub = sys.argv[1:]
+records = json.load(open(listing))['records']
+content = open(path, 'rb').read()
+def at(pos, n): return content[pos:pos + n]
+ok = (at(records[0]['data_position'], 14) == open(note, 'rb').read() and
+      at(records[1]['data_position'], 3000) == open(sound, 'rb').read() and
+      at(records[1]['sub_info_position'], 17) == open(sub, 'rb').read())
+sys.exit(0 if ok else 1)
+PY
+    note_failure "list $sample: positions do not point at the stored bytes"
+
+  expect_status 0 "list $sample text" "$tev" list "$file"
+  [[ $(wc -l <"$scratch/stdout") -eq 3 ]] && grep -q ' caller$' "$scratch/stdout" ||
+    note_failure "list $sample text: $(cat "$scratch/stdout")"
+
+  expect_status 0 "extract note from $sample" "$tev" extract "$file" note -o "$scratch/note.out"
+  expect_same "extract note from $sample" "$scratch/note.txt" "$scratch/note.out"
+  expect_status 0 "extract caller to stdout from $sample" "$tev" extract "$file" caller
+  expect_same "extract caller to stdout from $sample" "$scratch/sound.bin" "$scratch/stdout"
+  expect_status 0 "extract caller sub-info from $sample" "$tev" extract "$file" caller --sub-info -o "$scratch/sub.out"
+  expect_same "extract caller sub-info from $sample" "$scratch/sub.bin" "$scratch/sub.out"
+  expect_status 1 "sub-info of note in $sample" "$tev" extract "$file" note --sub-info
+  expect_stderr_line "sub-info of note in $sample" "has no sub-information"
+  expect_status 1 "extract missing from $sample" "$tev" extract "$file" nosuch
+  expect_stderr_line "extract missing from $sample" "$file: no record named \"nosuch\""
+}
+
+usage_errors() {
+  local file=$scratch/c-sample.jpg
+  expect_status 2 "no subcommand" "$tev"
+  expect_status 2 "unknown subcommand" "$tev" frobnicate "$file"
+  expect_status 2 "unknown option" "$tev" info "$file" --frob
+  expect_status 2 "missing NAME" "$tev" extract "$file"
+  expect_status 2 "type out of range" "$tev" add "$file" x --data y --type 65536
+  expect_status 2 "two data sources" "$tev" add "$file" x --data y --data-file "$scratch/note.txt"
+  expect_status 2 "no data source" "$tev" add "$file" x
+  expect_status 2 "delete without names" "$tev" delete "$file"
+  local command
+  for command in info list extract add delete clear; do
+    expect_status 0 "$command --help" "$tev" "$command" --help
+    grep -q 'Usage' "$scratch/stdout" || note_failure "$command --help printed no usage"
+  done
+  expect_status 1 "missing file" "$tev" info "$scratch/absent.jpg"
+  expect_stderr_line "missing file" "$scratch/absent.jpg: cannot open"
+}
+
+# expect_refused DESCRIPTION FILE TEXT CMD...: exit 1, one line naming the
+# file and TEXT, and the file unchanged.
+expect_refused() {
+  local what=$1 file=$2 text=$3
+  shift 3
+  local before
+  before=$(checksum "$file")
+  expect_status 1 "$what" "$@"
+  expect_stderr_line "$what" "$file: $text"
+  [[ $(checksum "$file") == "$before" ]] || note_failure "$what: the file changed"
+}
+
+refused_edits() {
+  local file=$scratch/c-sample.jpg plain=$scratch/plain.jpg
+  cp "$media/sample.jpg" "$plain"
+  expect_refused "existing name" "$file" "record \"note\" exists" \
+    "$tev" add "$file" note --data other
+  expect_refused "type 0 without sub-info" "$file" "type 0 (user-defined) needs sub-information" \
+    "$tev" add "$file" fresh --data other --type 0
+  expect_refused "type 0 without sub-info on plain media" "$plain" "needs sub-information" \
+    "$tev" add "$plain" fresh --data other --type 0
+  expect_refused "empty data" "$file" "the data is empty" "$tev" add "$file" fresh --data ""
+  expect_refused "name too long" "$file" "record names must be 1 to 1024 bytes long" \
+    "$tev" add "$file" "$(printf 'n%.0s' {1..1025})" --data x
+  truncate -s 4293918721 "$scratch/huge.bin"  # sparse: 0xFFF00001 bytes
+  expect_refused "too big data" "$file" "too big" "$tev" add "$file" big --data-file "$scratch/huge.bin"
+  rm -f "$scratch/huge.bin"
+  expect_refused "delete missing" "$file" "no record named \"nosuch\"" "$tev" delete "$file" nosuch
+  expect_refused "delete one missing of two" "$file" "no record named \"nosuch\"" \
+    "$tev" delete "$file" note nosuch
+  expect_refused "delete a name twice" "$file" "no record named \"note\"" "$tev" delete "$file" note note
+  expect_refused "clear plain media" "$plain" "no container" "$tev" clear "$plain"
+  expect_refused "delete from plain media" "$plain" "no container" "$tev" delete "$plain" note
+  : >"$scratch/empty.jpg"
+  expect_refused "add to an empty file" "$scratch/empty.jpg" "the file is empty" \
+    "$tev" add "$scratch/empty.jpg" x --data y
+}
+
+replace_delete_clear() {
+  local sample file
+  for sample in sample.jpg sample.mp4; do
+    file=$scratch/c-$sample
+    expect_status 0 "replace in $sample" "$tev" add "$file" note --data "second take" --type 9 --replace
+    expect_status 0 "extract replaced from $sample" "$tev" extract "$file" note
+    [[ $(cat "$scratch/stdout") == "second take" ]] || note_failure "replace in $sample: got $(cat "$scratch/stdout")"
+    expect_status 0 "list after replace in $sample" "$tev" list "$file" --json
+    expect_json "replace in $sample" "[(r['name'], r['type']) for r in d['records']] == [('caller', 0), ('note', 9)]"
+
+    expect_status 0 "add third to $sample" "$tev" add "$file" third --data 3
+    expect_status 0 "delete two from $sample" "$tev" delete "$file" caller third
+    expect_quiet_stderr "delete two from $sample"
+    expect_status 0 "list after delete in $sample" "$tev" list "$file" --json
+    expect_json "delete in $sample" "[r['name'] for r in d['records']] == ['note']"
+    expect_status 0 "info after delete in $sample" "$tev" info "$file" --json
+    expect_json "info after delete in $sample" "d['container']['records'] == 1 and (d['container']['box_size_ok'] is not False)"
+
+    expect_status 0 "clear $sample" "$tev" clear "$file"
+    expect_same "clear $sample" "$media/$sample" "$file"
+  done
+}
+
+damaged_and_voxa() {
+  local damaged=$scratch/damaged.jpg voxa=$scratch/voxa.jpg
+  { cat "$media/sample.jpg"; printf 'garbage-TEVT'; } >"$damaged"
+  expect_status 0 "info on a damaged container" "$tev" info "$damaged" --json
+  expect_json "info on a damaged container" "d['signature'] == 2 and d['container'] == {'status': 'damaged'}"
+  expect_refused "list a damaged container" "$damaged" "container is damaged" "$tev" list "$damaged"
+  expect_refused "add to a damaged container" "$damaged" "container is damaged" \
+    "$tev" add "$damaged" x --data y
+
+  # A Voxa block: the media, a sound, "VOXA" 106, one sound, header length 20, "VOXABS".
+  python3 - "$media/sample.jpg" "$voxa" <<'PY'
+import struct, sys
+media = open(sys.argv[1], 'rb').read()
+sound = bytes(range(256)) * 4
+start, end = len(media), len(media) + len(sound)
+block = b'VOXA' + struct.pack('<5I', 106, 1, start, end, 20) + b'VOXABS'
+open(sys.argv[2], 'wb').write(media + sound + block)
+PY
+  local start end
+  start=$(stat -c %s "$media/sample.jpg")
+  end=$((start + 1024))
+  expect_status 0 "info on a Voxa image" "$tev" info "$voxa" --json
+  expect_json "info on a Voxa image" "d['signature'] == 3 and d['container'] is None and d['voxa'] == {'version': 106, 'sounds': [{'start': $start, 'end': $end}]}"
+  expect_refused "list a Voxa image" "$voxa" "no container (only a Voxa sound block)" "$tev" list "$voxa"
+}
+
+plain_media
+container_in sample.jpg False
+container_in sample.heic True
+container_in sample.mp4 True
+usage_errors
+refused_edits
+replace_delete_clear
+damaged_and_voxa
+finish

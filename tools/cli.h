@@ -1,0 +1,122 @@
+// Shared pieces of the `tev` command-line tool: exit codes, the output and
+// error channels, owners for what the library hands out, and the checks that
+// every command runs on its file before it asks the library anything.
+#ifndef TEV_TOOLS_CLI_H
+#define TEV_TOOLS_CLI_H
+
+#include <CLI/CLI.hpp>
+
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tev/tev.h"
+
+namespace tevcli {
+
+enum ExitCode : int {
+    kExitOk = 0,
+    kExitFailed = 1,  // no container, no such record, refused or failed edit
+    kExitUsage = 2,   // bad command line
+};
+
+// Limits the library applies to records; the tool refuses earlier with a
+// clear message instead of letting the library fail.
+inline constexpr uint32_t kMinNameLength = 1;
+inline constexpr uint32_t kMaxNameLength = 1024;
+inline constexpr uint64_t kTooBigDataLength = 0xFFF00001u;
+inline constexpr uint64_t kContainerSizeBound = 0xFFEFFFF1u;
+inline constexpr uint32_t kMaxDataType = 0xFFFF;
+
+// A subcommand: its CLI11 node and what to run once it was parsed.
+struct Command {
+    CLI::App* app = nullptr;
+    std::function<int()> run;
+};
+
+Command addInfoCommand(CLI::App& parent);
+Command addListCommand(CLI::App& parent);
+Command addExtractCommand(CLI::App& parent);
+Command addAddCommand(CLI::App& parent);
+Command addDeleteCommand(CLI::App& parent);
+Command addClearCommand(CLI::App& parent);
+
+// --- output channels -------------------------------------------------------
+// The library prints a few diagnostics to standard output and logs failures
+// to the Android log. The tool keeps its own standard output for its results
+// only: descriptor 1 is pointed at /dev/null (or at stderr with --verbose)
+// and results go to a duplicate of the original descriptor.
+void setUpChannels(bool verbose);
+FILE* out();
+// Writes bytes to the result channel; false on a short write.
+bool writeOut(const void* data, size_t size);
+
+// "tev: FILE: problem" on stderr; returns kExitFailed.
+int fail(const std::string& file, const std::string& problem);
+
+// --- owners ----------------------------------------------------------------
+struct PackDeleter {
+    void operator()(_TEV_info_pack* pack) const { destroyTEVDATA(pack); }
+};
+using PackPtr = std::unique_ptr<_TEV_info_pack, PackDeleter>;
+
+struct OffsetDeleter {
+    void operator()(TevOffsetInfo* offset) const { DestroyOffsetInfo(offset); }
+};
+using OffsetPtr = std::unique_ptr<TevOffsetInfo, OffsetDeleter>;
+
+struct UnitDeleter {
+    void operator()(_TEV_data_unit* unit) const { destroyTEVDATA_UNIT(unit); }
+};
+using UnitPtr = std::unique_ptr<_TEV_data_unit, UnitDeleter>;
+
+struct VoxaDeleter {
+    void operator()(_voxa_info_struct* voxa) const { DestroyVoxa(voxa); }
+};
+using VoxaPtr = std::unique_ptr<_voxa_info_struct, VoxaDeleter>;
+
+struct FileCloser {
+    void operator()(FILE* fp) const { std::fclose(fp); }
+};
+using FilePtr = std::unique_ptr<FILE, FileCloser>;
+
+// --- the file under work ---------------------------------------------------
+// A regular file the tool may read (and, for edits, write). On failure the
+// problem is reported and nullopt returned.
+struct FileFacts {
+    int64_t size = 0;
+    uint32_t signature = SIGNATURE_ERROR;
+};
+std::optional<FileFacts> inspectFile(const std::string& path, bool forWriting);
+
+bool signatureHasContainer(uint32_t signature);  // 2 or 4
+const char* signatureName(uint32_t signature);
+
+// Parses the container read-only. Null when there is none or it is damaged.
+PackPtr openContainer(const std::string& path);
+
+// Opens the container of `path` for a command that needs one; reports
+// "no container" or "container is damaged" and returns null otherwise.
+PackPtr requireContainer(const std::string& path, const FileFacts& facts);
+
+// The name of record `index` (borrowed from the pack), or "" when unreadable.
+std::string recordName(_TEV_info_pack* pack, uint32_t index);
+// Data type of record `index` from its directory entry.
+uint32_t recordType(_TEV_info_pack* pack, uint32_t index);
+
+// Reads a whole file of at most `limit` bytes; reports and returns nullopt
+// on failure or when the file is larger.
+std::optional<std::vector<unsigned char>> readWholeFile(const std::string& path, uint64_t limit,
+                                                       const std::string& what);
+
+// Name shown in text output: control bytes and backslashes as \xNN, the
+// rest (UTF-8 included) as it is.
+std::string printable(const std::string& name);
+
+}  // namespace tevcli
+
+#endif  // TEV_TOOLS_CLI_H

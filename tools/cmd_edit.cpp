@@ -1,0 +1,176 @@
+// The editing commands: `tev add`, `tev delete`, `tev clear`. Each checks
+// everything it can before the library touches the file, so that a refused
+// edit leaves the file byte for byte as it was.
+#include <map>
+
+#include "cli.h"
+
+namespace tevcli {
+namespace {
+
+struct AddOptions {
+    std::string file;
+    std::string name;
+    std::string dataFile;
+    std::optional<std::string> dataText;
+    std::string subInfoFile;
+    uint32_t type = 1;
+    bool replace = false;
+};
+
+// Distance from the first record to the end of the file.
+uint64_t containerLength(_TEV_info_pack* pack) {
+    const _TEV_info* info = pack->info;
+    if (info->meta_count == 0 || info->meta_data == nullptr || info->meta_data[0] == nullptr) return 0;
+    return uint64_t{info->header_offset} + info->meta_data[0]->start_offset;
+}
+
+bool hasRecord(_TEV_info_pack* pack, const std::string& name) {
+    const uint32_t count = GetTevCount(pack);
+    for (uint32_t i = 0; i < count; ++i) {
+        if (recordName(pack, i) == name) return true;
+    }
+    return false;
+}
+
+std::optional<std::vector<unsigned char>> loadData(const AddOptions& o) {
+    if (o.dataText) return std::vector<unsigned char>(o.dataText->begin(), o.dataText->end());
+    return readWholeFile(o.dataFile, kTooBigDataLength, "data file");
+}
+
+// Refusals that need only the arguments and the file's facts.
+std::optional<std::string> refuseArguments(const AddOptions& o, const FileFacts& facts,
+                                           size_t dataLength, size_t subLength) {
+    if (facts.size == 0) return "the file is empty; records are kept behind media data";
+    if (o.name.size() < kMinNameLength || o.name.size() > kMaxNameLength) {
+        return "record names must be 1 to 1024 bytes long";
+    }
+    if (dataLength == 0) return "the data is empty";
+    if (o.type == TEV_USER_DEFINED_DATA && subLength == 0) {
+        return "type 0 (user-defined) needs sub-information (--sub-info-file)";
+    }
+    if (facts.signature == SIGNATURE_ERROR) return "cannot read the end of the file";
+    return std::nullopt;
+}
+
+// Refusals that depend on the container already in the file.
+std::optional<std::string> refuseForContainer(const AddOptions& o, _TEV_info_pack* pack,
+                                              uint64_t recordBytes) {
+    if (hasRecord(pack, o.name) && !o.replace) {
+        return "record \"" + printable(o.name) + "\" exists (use --replace to overwrite it)";
+    }
+    if (containerLength(pack) + recordBytes >= kContainerSizeBound) {
+        return "the container would grow beyond its size limit";
+    }
+    return std::nullopt;
+}
+
+int runAdd(const AddOptions& o) {
+    const std::optional<FileFacts> facts = inspectFile(o.file, true);
+    if (!facts) return kExitFailed;
+    const std::optional<std::vector<unsigned char>> data = loadData(o);
+    if (!data) return kExitFailed;
+    std::vector<unsigned char> sub;
+    if (!o.subInfoFile.empty()) {
+        std::optional<std::vector<unsigned char>> loaded =
+            readWholeFile(o.subInfoFile, kTooBigDataLength, "sub-information file");
+        if (!loaded) return kExitFailed;
+        if (loaded->empty()) return fail(o.subInfoFile, "the sub-information file is empty");
+        sub = std::move(*loaded);
+    }
+    if (std::optional<std::string> why = refuseArguments(o, *facts, data->size(), sub.size())) {
+        return fail(o.file, *why);
+    }
+    if (signatureHasContainer(facts->signature)) {
+        PackPtr pack = requireContainer(o.file, *facts);
+        if (!pack) return kExitFailed;
+        const uint64_t recordBytes = uint64_t{data->size()} + sub.size() + o.name.size();
+        if (std::optional<std::string> why = refuseForContainer(o, pack.get(), recordBytes)) {
+            return fail(o.file, *why);
+        }
+    }
+    const uint32_t saved = saveTEVDataToFile(
+        o.file.c_str(), o.name.data(), static_cast<uint32_t>(o.name.size()),
+        sub.empty() ? nullptr : sub.data(), static_cast<uint32_t>(sub.size()), data->data(),
+        static_cast<uint32_t>(data->size()), o.type, o.replace ? 1u : 0u);
+    if (saved != 1) return fail(o.file, "could not save record \"" + printable(o.name) + "\"");
+    return kExitOk;
+}
+
+// Every requested name must match a record (a name given twice needs two
+// records of that name) before anything is deleted.
+std::optional<std::string> missingName(_TEV_info_pack* pack, const std::vector<std::string>& names) {
+    std::map<std::string, int> available;
+    const uint32_t count = GetTevCount(pack);
+    for (uint32_t i = 0; i < count; ++i) ++available[recordName(pack, i)];
+    for (const std::string& name : names) {
+        if (name.empty() || available[name]-- <= 0) return name;
+    }
+    return std::nullopt;
+}
+
+int runDelete(const std::string& file, const std::vector<std::string>& names) {
+    const std::optional<FileFacts> facts = inspectFile(file, true);
+    if (!facts) return kExitFailed;
+    {
+        PackPtr pack = requireContainer(file, *facts);
+        if (!pack) return kExitFailed;
+        if (std::optional<std::string> missing = missingName(pack.get(), names)) {
+            return fail(file, "no record named \"" + printable(*missing) + "\"");
+        }
+    }
+    for (const std::string& name : names) {
+        if (deleteTEVDataFromFile(file.c_str(), name.data(), static_cast<uint32_t>(name.size())) != 1) {
+            return fail(file, "could not delete record \"" + printable(name) + "\"");
+        }
+    }
+    return kExitOk;
+}
+
+int runClear(const std::string& file) {
+    const std::optional<FileFacts> facts = inspectFile(file, true);
+    if (!facts) return kExitFailed;
+    if (facts->signature != SIGNATURE_VOXA && !requireContainer(file, *facts)) return kExitFailed;
+    if (deleteAllDataFromFile(file.c_str()) != 1) return fail(file, "could not remove the records");
+    return kExitOk;
+}
+
+}  // namespace
+
+Command addAddCommand(CLI::App& parent) {
+    auto o = std::make_shared<AddOptions>();
+    CLI::App* app = parent.add_subcommand("add", "Store a named record in the file");
+    app->add_option("FILE", o->file, "Media file (JPEG, HEIC, MP4)")->required();
+    app->add_option("NAME", o->name, "Record name (1 to 1024 bytes)")->required();
+    CLI::App* source = app->add_option_group("data", "Where the data comes from (exactly one)");
+    source->add_option("--data-file", o->dataFile, "File whose content is the data");
+    source->add_option("--data", o->dataText, "The data as text");
+    source->require_option(1);
+    app->add_option("--type", o->type, "Data type, 0 to 65535 (0 needs sub-information)")
+        ->capture_default_str()
+        ->check(CLI::Range(0u, kMaxDataType));
+    app->add_option("--sub-info-file", o->subInfoFile, "File whose content is the sub-information");
+    app->add_flag("--replace", o->replace, "Replace a record of the same name");
+    return {app, [o] { return runAdd(*o); }};
+}
+
+Command addDeleteCommand(CLI::App& parent) {
+    struct Options {
+        std::string file;
+        std::vector<std::string> names;
+    };
+    auto o = std::make_shared<Options>();
+    CLI::App* app = parent.add_subcommand("delete", "Delete named records");
+    app->add_option("FILE", o->file, "Media file with a container")->required();
+    app->add_option("NAME", o->names, "Record names")->required();
+    return {app, [o] { return runDelete(o->file, o->names); }};
+}
+
+Command addClearCommand(CLI::App& parent) {
+    auto file = std::make_shared<std::string>();
+    CLI::App* app = parent.add_subcommand("clear", "Remove every record, leaving the media alone");
+    app->add_option("FILE", *file, "Media file with a container")->required();
+    return {app, [file] { return runClear(*file); }};
+}
+
+}  // namespace tevcli
