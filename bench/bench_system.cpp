@@ -1,5 +1,7 @@
 #include "bench_system.h"
 
+#include "heap_counter.h"
+
 #include <fcntl.h>
 #include <malloc.h>
 #include <sys/mman.h>
@@ -195,36 +197,50 @@ bool rawReadRanges(const std::string& path, const std::vector<Range>& ranges) {
     return true;
 }
 
-int64_t peakMemoryOf(const std::function<bool()>& operation) {
+namespace {
+
+// The child's half of peakMemoryOf.
+PeakMemory measureInChild(const std::function<bool()>& operation) {
+    PeakMemory peak;
+    char status[4096];
+    mallopt(M_MMAP_THRESHOLD, kProbeMmapThreshold);
+    malloc_trim(0);
+    mapInFileBackedPages();
+    const int64_t startKiB =
+        readProcFile("/proc/self/status", status, sizeof status) > 0 ? procField(status, "VmRSS:") : -1;
+    const int reset = open("/proc/self/clear_refs", O_WRONLY | O_CLOEXEC);
+    const bool cleared = reset >= 0 && write(reset, "5", 1) == 1;
+    if (reset >= 0) close(reset);
+    startHeapCount();
+    const bool ok = operation();
+    const int64_t heap = stopHeapCount();
+    if (!ok) return peak;
+    peak.heap = heap;
+    if (startKiB >= 0 && cleared && readProcFile("/proc/self/status", status, sizeof status) > 0) {
+        peak.resident = (procField(status, "VmHWM:") - startKiB) * kKiB;
+    }
+    return peak;
+}
+
+}  // namespace
+
+PeakMemory peakMemoryOf(const std::function<bool()>& operation) {
     int channel[2];
-    if (pipe2(channel, O_CLOEXEC) != 0) return -1;
+    if (pipe2(channel, O_CLOEXEC) != 0) return {};
     const pid_t child = fork();
     if (child == 0) {
         close(channel[0]);
-        int64_t result = -1;
-        char status[4096];
-        mallopt(M_MMAP_THRESHOLD, kProbeMmapThreshold);
-        malloc_trim(0);
-        mapInFileBackedPages();
-        const int64_t startKiB =
-            readProcFile("/proc/self/status", status, sizeof status) > 0 ? procField(status, "VmRSS:") : -1;
-        const int reset = open("/proc/self/clear_refs", O_WRONLY | O_CLOEXEC);
-        const bool cleared = reset >= 0 && write(reset, "5", 1) == 1;
-        if (reset >= 0) close(reset);
-        if (startKiB >= 0 && cleared && operation() &&
-            readProcFile("/proc/self/status", status, sizeof status) > 0) {
-            result = (procField(status, "VmHWM:") - startKiB) * kKiB;
-        }
-        const bool sent = write(channel[1], &result, sizeof result) == sizeof result;
+        const PeakMemory peak = measureInChild(operation);
+        const bool sent = write(channel[1], &peak, sizeof peak) == sizeof peak;
         _exit(sent ? 0 : 1);
     }
     close(channel[1]);
-    int64_t result = -1;
-    if (child < 0 || read(channel[0], &result, sizeof result) != sizeof result) result = -1;
+    PeakMemory peak;
+    if (child < 0 || read(channel[0], &peak, sizeof peak) != sizeof peak) peak = {};
     close(channel[0]);
     int waitStatus = 0;
     if (child > 0) waitpid(child, &waitStatus, 0);
-    return result;
+    return peak;
 }
 
 }  // namespace tevbench

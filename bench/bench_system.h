@@ -63,14 +63,21 @@ bool rawCopyInPlace(const std::string& path, int64_t position, int64_t length);
 // One read per range, in order, into a reused scratch buffer.
 bool rawReadRanges(const std::string& path, const std::vector<Range>& ranges);
 
-// Peak memory that `operation` adds, measured in a forked child: the child
-// fixes malloc's mmap threshold (so large blocks are fresh mappings, not
-// recycled pages), returns freed heap pages to the system, maps in the pages
-// of its file mappings (code the operation will run), resets its
-// high-water mark through /proc/self/clear_refs, runs the operation once and
-// reports VmHWM minus the resident size it started from. Bytes, or -1 when
-// the probe failed or the operation returned false.
-int64_t peakMemoryOf(const std::function<bool()>& operation);
+// Memory one call of `operation` needs, in bytes (-1 when not measured).
+struct PeakMemory {
+    int64_t heap = -1;      // highest live heap during the call (exact, see heap_counter.h)
+    int64_t resident = -1;  // growth of the resident set's high-water mark
+};
+
+// Runs `operation` once in a forked child and measures both figures there.
+// For the resident figure the child fixes malloc's mmap threshold (so large
+// blocks are fresh mappings, not recycled pages), returns freed heap pages to
+// the system, maps in the pages of its file mappings (code the operation will
+// run), resets its high-water mark through /proc/self/clear_refs and reports
+// VmHWM after the call minus VmRSS before it. The kernel keeps these counters
+// per CPU and sums them lazily, so the resident figure is only good to a few
+// hundred KiB; the heap figure is exact. Both stay -1 when the operation fails.
+PeakMemory peakMemoryOf(const std::function<bool()>& operation);
 
 }  // namespace tevbench
 

@@ -32,8 +32,8 @@ constexpr int64_t kMiB = 1024 * kKiB;
 // Containers at least this large get a fixed, small number of iterations so
 // that the whole run stays within minutes.
 constexpr int64_t kHeavyContainer = 64 * kMiB;
-constexpr int kHeavyIterations = 3;
-constexpr double kMinSeconds = 0.2;
+constexpr int kHeavyIterations = 5;
+constexpr double kMinSeconds = 0.5;
 
 struct Options {
     std::string mediaDir = "bench-data";
@@ -247,17 +247,17 @@ void addIo(IoCounters* sum, const IoCounters& before, const IoCounters& after) {
 }
 
 // Peak memory of one library call, measured once per case.
-int64_t peakMemoryFor(const std::string& name, const Plan& plan, const FileSnapshot* snapshot) {
-    static std::map<std::string, int64_t> measured;
+PeakMemory peakMemoryFor(const std::string& name, const Plan& plan, const FileSnapshot* snapshot) {
+    static std::map<std::string, PeakMemory> measured;
     auto found = measured.find(name);
     if (found != measured.end()) return found->second;
-    const int64_t peak = peakMemoryOf(plan.library);
-    if (snapshot != nullptr && !snapshot->restore()) return -1;
+    const PeakMemory peak = peakMemoryOf(plan.library);
+    if (snapshot != nullptr && !snapshot->restore()) return {};
     measured.emplace(name, peak);
     return peak;
 }
 
-void setCounters(benchmark::State& state, const Fixture& fx, const Totals& t, int64_t peak) {
+void setCounters(benchmark::State& state, const Fixture& fx, const Totals& t, const PeakMemory& peak) {
     const double n = static_cast<double>(t.iterations);
     state.counters["base_ms"] = t.baselineSeconds / n * 1e3;
     state.counters["ratio"] = t.librarySeconds / t.baselineSeconds;
@@ -265,7 +265,8 @@ void setCounters(benchmark::State& state, const Fixture& fx, const Totals& t, in
     state.counters["written_B"] = static_cast<double>(t.library.writtenBytes) / n;
     state.counters["base_read_B"] = static_cast<double>(t.baseline.readBytes) / n;
     state.counters["base_written_B"] = static_cast<double>(t.baseline.writtenBytes) / n;
-    state.counters["peak_mem_B"] = static_cast<double>(peak);
+    state.counters["peak_heap_B"] = static_cast<double>(peak.heap);
+    state.counters["peak_rss_B"] = static_cast<double>(peak.resident);
     state.counters["container_B"] = static_cast<double>(fx.containerSize());
     state.counters["media_B"] = static_cast<double>(fx.layout().dataStart);
     state.counters["record_B"] = static_cast<double>(fx.scenario().recordSize);
@@ -285,7 +286,7 @@ void runCase(benchmark::State& state, const Case& c, const Options& options) {
         state.SkipWithError("the fixture could not be read");
         return;
     }
-    const int64_t peak = peakMemoryFor(caseName(c), plan, edits ? &snapshot : nullptr);
+    const PeakMemory peak = peakMemoryFor(caseName(c), plan, edits ? &snapshot : nullptr);
     Totals totals;
     for (auto _ : state) {
         bool baselineOk = false;
@@ -379,7 +380,8 @@ int main(int argc, char** argv) {
     }
     mkdir(options.workDir.c_str(), 0755);
     benchmark::AddCustomContext("peak_memory_method",
-                                "forked child, fixed mmap threshold, clear_refs 5, VmHWM - VmRSS at start");
+                                "forked child: live malloc bytes counted exactly; VmHWM after minus VmRSS before "
+                                "(clear_refs 5, fixed mmap threshold)");
     benchmark::AddCustomContext("io_counters", "/proc/self/io rchar and wchar deltas per iteration");
     registerCases(options);
     benchmark::RunSpecifiedBenchmarks();
