@@ -150,9 +150,8 @@ bool FileSnapshot::restore() const {
     Fd fd(open(path_.c_str(), O_WRONLY | O_CLOEXEC));
     if (!fd.ok()) return false;
     for (const Piece& piece : pieces_) {
-        if (!pwriteAll(fd.get(), piece.bytes.data(), static_cast<int64_t>(piece.bytes.size()), piece.position)) {
-            return false;
-        }
+        const int64_t length = static_cast<int64_t>(piece.bytes.size());
+        if (!pwriteAll(fd.get(), piece.bytes.data(), length, piece.position)) return false;
     }
     return ftruncate(fd.get(), size_) == 0;
 }

@@ -132,7 +132,8 @@ bool listRecords(const Fixture& fx) {
     for (unsigned int i = 0; i < count; ++i) {
         const char* name = GetNameInList(pack.get(), static_cast<int>(count), static_cast<int>(i));
         OffsetPtr data(getTEVInFileByIndex(pack.get(), i));
-        if (name == nullptr || !data || (pack->info->meta_data[i]->meta_type >> 16) != kRecordType) return false;
+        const uint32_t type = pack->info->meta_data[i]->meta_type >> 16;
+        if (name == nullptr || !data || type != kRecordType) return false;
         positions += data->position;
     }
     benchmark::DoNotOptimize(positions);
@@ -205,7 +206,9 @@ bool planFor(Op op, const Fixture& fx, Plan* plan) {
             plan->library = [&fx, replace] {
                 return saveRecord(fx, replace ? fx.targetName() : fx.newName(), replace ? 1 : 0);
             };
-            plan->baseline = [path, written, at = layout.directory] { return rawWriteAt(path, at, *written); };
+            plan->baseline = [path, written, at = layout.directory] {
+                return rawWriteAt(path, at, *written);
+            };
             plan->changedRanges = replace ? std::vector<Range>{{layout.dataStart, fx.containerSize()}}
                                           : directoryRanges(layout);
             plan->baselineEdits = true;
@@ -220,7 +223,9 @@ bool planFor(Op op, const Fixture& fx, Plan* plan) {
             return true;
         case Op::kExtract:
             plan->library = [&fx] { return extractRecord(fx); };
-            plan->baseline = [path, data = layout.targetData] { return rawReadAt(path, data.position, data.length); };
+            plan->baseline = [path, data = layout.targetData] {
+                return rawReadAt(path, data.position, data.length);
+            };
             return true;
         case Op::kList:
         case Op::kListByName:
@@ -374,14 +379,15 @@ int main(int argc, char** argv) {
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     for (const char* media : {"/bench.mp4", "/bench.jpg"}) {
         if (fileSize(options.mediaDir + media) <= 0) {
-            std::fprintf(stderr, "missing %s%s (run scripts/make-bench-media.sh)\n", options.mediaDir.c_str(), media);
+            std::fprintf(stderr, "missing %s%s (run scripts/make-bench-media.sh)\n",
+                         options.mediaDir.c_str(), media);
             return 1;
         }
     }
     mkdir(options.workDir.c_str(), 0755);
     benchmark::AddCustomContext("peak_memory_method",
-                                "forked child: live malloc bytes counted exactly; VmHWM after minus VmRSS before "
-                                "(clear_refs 5, fixed mmap threshold)");
+                                "forked child: live malloc bytes counted exactly; "
+                                "VmHWM after minus VmRSS before (clear_refs 5, fixed mmap threshold)");
     benchmark::AddCustomContext("io_counters", "/proc/self/io rchar and wchar deltas per iteration");
     registerCases(options);
     benchmark::RunSpecifiedBenchmarks();
