@@ -21,9 +21,11 @@ class TevStream;
 // --- pure layout functions ---
 TEV_API uint32_t _setMetaType(uint16_t type, uint32_t has_sub);  // type << 16 | 0x8000 if has_sub
 TEV_API uint32_t _getDataType(uint32_t meta_type);               // meta_type >> 16
+// 8 + name_len + data_len, plus 4 + sub_len with sub-information; 0 when
+// the sum does not fit 32 bits.
 TEV_API uint32_t _getDataLength(uint32_t has_sub, uint32_t name_len, uint32_t sub_len,
                                 uint32_t data_len);
-TEV_API uint32_t _calculateTEV_KTHO(uint32_t count);             // 12 + 12 * count
+TEV_API uint32_t _calculateTEV_KTHO(uint32_t count);             // 12 + 12 * count; 0 on overflow
 
 // Writes a record (tag header, then data) at the stream's position; returns
 // the data write's result.

@@ -42,7 +42,7 @@ TEV_API VoxaSoundOffset* _getAudioInImageFile(_voxa_info_struct* info);
 
 TEV_API uint32_t DestroyVoxa(_voxa_info_struct* info);        // closes and deletes the stream
 TEV_API uint32_t _destroyVOXADATA(_voxa_info_struct* info);   // same as DestroyVoxa
-TEV_API uint32_t DestroyVoxaFP(_voxa_info_struct* info);      // deletes the stream, FILE* stays open
+TEV_API uint32_t DestroyVoxaFP(_voxa_info_struct* info);      // deletes the stream, FILE* or fd stays open
 TEV_API uint32_t DestroyVoxaBuffer(_voxa_info_struct* info);  // deletes the stream, buffer stays
 TEV_API uint32_t DestroyVoxaStream(_voxa_info_struct* info);  // the stream is the caller's
 TEV_API void _destroyVOXAOFFSET(VoxaSoundOffset* offset);

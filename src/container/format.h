@@ -22,6 +22,9 @@ inline constexpr uint32_t kKthoBase = 12;            // KTHO = 12 + 12 * count
 inline constexpr uint32_t kMinKtho = 13;             // a directory with at least one entry
 inline constexpr uint32_t kTailFieldsSize = 8;       // KTHO + "TEVT"
 inline constexpr uint32_t kBoxHeaderSize = 8;        // size + "tevd"
+// Stream seek origins.
+inline constexpr uint32_t kSeekSet = 0;
+inline constexpr uint32_t kSeekEnd = 2;
 
 // Record tag header: meta type, name length, [sub-info length].
 inline constexpr uint32_t kTagHeaderSize = 8;
@@ -34,6 +37,23 @@ inline constexpr uint32_t kMaxNameLength = 1024;
 inline constexpr char kFillerName[] = "Invalid_Data";
 inline constexpr uint32_t kFillerNameLength = 12;
 inline constexpr uint32_t kFillerHeaderSize = kTagHeaderSize + kFillerNameLength;  // 20
+
+// Field sizes and offsets used by the directory reader and writers.
+inline constexpr uint32_t kTagSize = 4;
+inline constexpr uint32_t kFieldSize = 4;  // every integer of the trailer
+// Directory writes of TevStream::writeTEVHeader store count + 2.
+inline constexpr uint32_t kHeaderCountSurplus = 2;
+// A directory with one entry: tags, version, count, entry, KTHO.
+inline constexpr uint32_t kOneEntryDirectorySize = kDirectoryFixedSize + kDirectoryEntrySize;
+// The 4-byte field that newer versions keep in front of the first record.
+inline constexpr uint32_t kWideDataStartShift = 4;
+// With a Voxa block behind the directory, the distance from the end back to
+// KTHO is the block's length word plus this.
+inline constexpr uint32_t kVoxaTailDistanceBias = 18;
+// A container followed by a one-sound Voxa block: "TEVT" and KTHO lie this
+// far before the end.
+inline constexpr uint32_t kVoxaTevTagDistance = 34;
+inline constexpr uint32_t kVoxaTevKthoDistance = 38;
 
 // Save limits: a data length from kTooBigDataLength on is refused; a grown
 // container must stay below kContainerSizeBound.
@@ -48,6 +68,20 @@ inline constexpr uint32_t kVoxaTailMarkSize = 6;
 inline constexpr uint32_t kVoxaLengthFieldDistance = 10;  // header length field + "VOXABS"
 inline constexpr uint32_t kVoxaOneSoundBlockSize = 30;    // 22 + 8 for one sound
 inline constexpr uint32_t kVoxaFirstUnreadableVersion = 207;
+// Version of the Voxa block that an append behind a container writes; the
+// block writer of the Voxa code (and the direct append) writes 107.
+inline constexpr uint32_t kVoxaAppendVersion = 106;
+inline constexpr uint32_t kVoxaWriterVersion = 107;
+inline constexpr uint32_t kVoxaOneSoundHeaderLength = 20;  // header length field for one sound
+
+// Voxa position marks: where an edited record lies relative to the record
+// holding the Voxa sound.
+inline constexpr uint32_t kVoxaMarkAfter = 0;   // after it, or no such record
+inline constexpr uint32_t kVoxaMarkBefore = 1;  // before it: the sound moves forward
+inline constexpr uint32_t kVoxaMarkItself = 2;  // the sound record itself
+
+// The shortest record: a tag header and a one-byte name.
+inline constexpr uint32_t kMinRecordLength = kTagHeaderSize + kMinNameLength;
 
 }  // namespace tev
 

@@ -1,0 +1,219 @@
+// Locating the directory (ParseTEV) and reading its entries into the index
+// (getTEVList, _addData). Every value read from the stream is checked
+// against the stream's size before it is used.
+#include <cstdint>
+#include <limits>
+
+#include "container/format.h"
+#include "container/index.h"
+#include "tev/container.h"
+#include "tev/detect.h"
+#include "tev/stream.h"
+#include "util/checked.h"
+#include "util/log.h"
+
+namespace {
+
+// Distance from the end of the stream back to the KTHO field: 8 when the
+// directory ends the stream; with a Voxa block behind it, taken from the
+// block's length word 10 bytes before the end.
+bool findTailDistance(TevStream& stream, uint32_t signature, int64_t* distance) {
+    *distance = tev::kTailFieldsSize;
+    if (signature != SIGNATURE_VOXA && signature != SIGNATURE_VOXA_TEV) return true;
+    const int64_t at = stream.seek(-int64_t{tev::kVoxaLengthFieldDistance}, tev::kSeekEnd);
+    if (at < 0) {
+        tev::logLine(tev::kLogError, "TEV::ParseTEV_FP", "File Search Error %lld",
+                     static_cast<long long>(at));
+        return false;
+    }
+    uint32_t voxaLength = 0;
+    if (!tev::readWord(stream, &voxaLength)) return false;
+    *distance = int64_t{voxaLength} + tev::kVoxaTailDistanceBias;
+    return true;
+}
+
+// Reads KTHO and checks the closing tag behind it.
+bool readKtho(TevStream& stream, int64_t size, int64_t distance, uint32_t* ktho) {
+    if (distance > size || stream.seek(-distance, tev::kSeekEnd) < 0) {
+        tev::logLine(tev::kLogError, "TEV::ParseTEV", "Header Search Error");
+        return false;
+    }
+    return tev::readWord(stream, ktho) && tev::readTag(stream, tev::kTagTail);
+}
+
+// Positions the stream on "TEVH", checks it and reads the version behind it.
+// A directory that starts at the stream's first byte is refused.
+bool readHead(TevStream& stream, int64_t size, int64_t headDistance, uint32_t* version) {
+    const int64_t at = headDistance > size ? -1 : stream.seek(-headDistance, tev::kSeekEnd);
+    if (at < 1) {
+        tev::logLine(tev::kLogError, "TEV::ParseTEV", "File Search Error");
+        return false;
+    }
+    return tev::readTag(stream, tev::kTagHead) && tev::readWord(stream, version);
+}
+
+}  // namespace
+
+_TEV_info* ParseTEV(TevStream* stream, uint32_t signature) {
+    if (stream == nullptr || !stream->CheckError()) return nullptr;
+    int64_t distance = 0;
+    if (!findTailDistance(*stream, signature, &distance)) return nullptr;
+    const int64_t size = stream->seek(0, tev::kSeekEnd);
+    if (size < 0) {
+        tev::logLine(tev::kLogError, "TEV::ParseTEV", "File Search Error");
+        return nullptr;
+    }
+    uint32_t ktho = 0;
+    if (!readKtho(*stream, size, distance, &ktho)) return nullptr;
+    if (ktho < tev::kMinKtho || ktho > size) {
+        tev::logLine(tev::kLogError, "TEV::ParseTEV", "file has no sound OFFS");
+        return nullptr;
+    }
+    const int64_t headDistance = distance + ktho;
+    uint32_t version = 0;
+    if (!readHead(*stream, size, headDistance, &version)) return nullptr;
+    if (version >= tev::kFirstUnreadableVersion) {
+        tev::logLine(
+            tev::kLogError, "TEV::ParseTEV",
+            "the source file has TEV data but current TEV version is too old to parse the source file");
+        return nullptr;
+    }
+    // header_offset is a 32-bit field; only a stream beyond 4 GiB could need more.
+    if (headDistance > std::numeric_limits<uint32_t>::max()) return nullptr;
+    auto* info = static_cast<_TEV_info*>(_kmalloc(sizeof(_TEV_info)));
+    if (info == nullptr) return nullptr;
+    info->valid = 1;
+    info->stream_size = size;
+    info->Stream = stream;
+    info->header_offset = static_cast<uint32_t>(headDistance);
+    info->version = version;
+    return info;
+}
+
+namespace {
+
+// The entries must fit the stream as the version lays them out, and the
+// 12 bytes per entry that are read must lie between the count field and
+// the end of the stream; so a count is refused before anything is
+// allocated for it.
+bool directoryFits(const _TEV_info& info, uint32_t count) {
+    const uint64_t entrySize =
+        tev::isWideVersion(info.version) ? tev::kWideDirectoryEntrySize : tev::kDirectoryEntrySize;
+    const uint64_t claimed = uint64_t{info.header_offset} + entrySize * count;
+    const uint64_t read = uint64_t{tev::kKthoBase} + uint64_t{tev::kDirectoryEntrySize} * count;
+    return info.stream_size >= 0 && uint64_t(info.stream_size) >= claimed && read <= info.header_offset;
+}
+
+bool allocateEntries(_TEV_info* info, uint32_t count) {
+    if (info->meta_data != nullptr) _destroyTEVDataList(info);
+    info->meta_count = count;
+    info->fill_cursor = 0;
+    info->meta_data = static_cast<_TEV_data_info**>(_kcalloc(count, sizeof(_TEV_data_info*)));
+    if (info->meta_data == nullptr) {
+        tev::logLine(tev::kLogError, "TEV::getTEVList", "TEV_info->meta_data is NULL!!");
+        return false;
+    }
+    return true;
+}
+
+bool readEntries(_TEV_info* info) {
+    TevStream& stream = *info->Stream;
+    for (info->fill_cursor = 0; info->fill_cursor < info->meta_count; ++info->fill_cursor) {
+        uint32_t metaType = 0;
+        uint32_t startOffset = 0;
+        uint32_t length = 0;
+        if (!tev::readWord(stream, &metaType) || !tev::readWord(stream, &startOffset) ||
+            !tev::readWord(stream, &length)) {
+            return false;
+        }
+        if (_addData(info, startOffset, length, metaType) == 0) {
+            tev::logLine(tev::kLogError, "TEV::getTEVList", "_addData return is LUMET_TEV_FALSE!!");
+            return false;
+        }
+    }
+    return true;
+}
+
+// The appended region starts at the first record, or earlier by its "tevd"
+// box header and, from version 110 on, by the field in front of the record.
+bool locateDataStart(_TEV_info* info) {
+    const bool boxed = checkSignatureMP4Tag(info) == 1;
+    int64_t shift = boxed ? tev::kBoxHeaderSize : 0;
+    if (tev::isWideVersion(info->version)) shift += tev::kWideDataStartShift;
+    const int64_t first = tev::recordStart(*info, *info->meta_data[0]);
+    if (first < shift) return false;
+    info->data_start_position = first - shift;
+    return true;
+}
+
+}  // namespace
+
+uint32_t getTEVList(_TEV_info* info) {
+    if (info == nullptr) {
+        tev::logLine(tev::kLogError, "TEV::getTEVList", "Wrong TEV_info");
+        return 0;
+    }
+    if (info->valid != 1) {
+        tev::logLine(tev::kLogError, "TEV::getTEVList", "TEV validation failed");
+        return 0;
+    }
+    if (info->Stream == nullptr || !info->Stream->CheckError()) {
+        tev::logLine(tev::kLogError, "TEV::getTEVList", "File doesn't exist");
+        return 0;
+    }
+    uint32_t count = 0;
+    const bool counted = tev::readWord(*info->Stream, &count);
+    if (!counted || count == 0) {
+        tev::logLine(tev::kLogError, "TEV::getTEVList", "there is no data");
+        return 0;
+    }
+    if (!directoryFits(*info, count)) {
+        tev::logLine(tev::kLogError, "TEV::getTEVList", "header is bigger then file -> that's not true!!");
+        return 0;
+    }
+    if (!allocateEntries(info, count)) return 0;
+    if (!readEntries(info) || !locateDataStart(info)) {
+        _destroyTEVDataList(info);
+        info->fill_cursor = 0;
+        return 0;
+    }
+    info->fill_cursor = 0;
+    return 1;
+}
+
+uint32_t _addData(_TEV_info* info, uint32_t start_offset, uint32_t length, uint32_t meta_type) {
+    if (info == nullptr) {
+        tev::logLine(tev::kLogError, "TEVInternal::_addData", "_addData  TEV_info == LUMET_TEV_NULL !!");
+        return 0;
+    }
+    if (info->Stream == nullptr) {
+        tev::logLine(tev::kLogError, "TEVInternal::_addData", "Stream is null");
+        return 0;
+    }
+    if (!info->Stream->CheckError()) {
+        tev::logLine(tev::kLogError, "TEVInternal::_addData", "Pointer is null");
+        return 0;
+    }
+    if (info->stream_size < 1) {
+        tev::logLine(tev::kLogError, "TEVInternal::_addData", "_addData  TEV_info->stream_size <= 0 !!");
+        return 0;
+    }
+    if (start_offset == 0) {
+        tev::logLine(tev::kLogError, "TEVInternal::_addData", "_addData  start_offset <= 0 !!");
+        return 0;
+    }
+    if (info->meta_data == nullptr || info->fill_cursor >= info->meta_count) return 0;
+    auto* entry = static_cast<_TEV_data_info*>(_kmalloc(sizeof(_TEV_data_info)));
+    if (entry == nullptr) return 0;
+    entry->start_offset = start_offset;
+    entry->length = length;
+    entry->meta_type = meta_type;
+    entry->has_sub_info = (meta_type & tev::kSubInfoFlag) != 0 ? 1 : 0;
+    _destroyTEVData(info->meta_data[info->fill_cursor]);
+    info->meta_data[info->fill_cursor] = entry;
+    return 1;
+}
+
+uint32_t _addDataBuffer(_TEV_info* info, uint32_t start_offset, uint32_t length, uint32_t meta_type) {
+    return _addData(info, start_offset, length, meta_type);
+}

@@ -1,0 +1,84 @@
+// Building blocks shared by the ways of adding a record: the record's
+// arguments, its length, the directory writer and the checks that keep an
+// append from writing anywhere but over the old directory.
+#ifndef TEV_SRC_EDITOR_ADD_INTERNAL_H
+#define TEV_SRC_EDITOR_ADD_INTERNAL_H
+
+#include <cstdint>
+#include <vector>
+
+#include "tev/stream.h"
+#include "tev/types.h"
+
+namespace tev {
+
+// One record as a caller hands it over: name, type, optional
+// sub-information and the payload.
+struct RecordArgs {
+    const char* name;
+    uint32_t nameLength;
+    uint32_t type;
+    const unsigned char* sub;
+    uint32_t subLength;
+    const unsigned char* data;
+    uint32_t dataLength;
+
+    // Sub-information counts only when there are bytes to store.
+    bool hasSub() const { return sub != nullptr && subLength != 0; }
+    uint32_t hasSubFlag() const { return hasSub() ? 1u : 0u; }
+    uint32_t storedSubLength() const { return hasSub() ? subLength : 0u; }
+    uint32_t metaType() const;
+};
+
+// A user-defined record (type 0) must carry sub-information.
+bool lacksUserDataSubInfo(uint32_t type, bool hasSub);
+// Names are 1 to 1024 bytes.
+bool isValidName(const char* name, uint32_t length);
+// Tag header, name, sub-information and data; false when the sum does not
+// fit the 32-bit length field of a directory entry.
+bool computeRecordLength(const RecordArgs& record, uint32_t* length);
+
+// An entry that lives on the stack while a directory is written.
+_TEV_data_info makeEntry(uint32_t metaType, uint32_t startOffset, uint32_t length);
+// The index's entries in directory order; false when one is missing.
+bool collectEntries(const _TEV_info& info, std::vector<_TEV_data_info*>* entries);
+
+// The write of a directory, step by step, so each caller can report the
+// step that failed with its own text.
+enum class DirectoryStep { kHead, kVersion, kCount, kEntry, kKtho, kTail, kDone };
+struct DirectoryWrite {
+    DirectoryStep failedStep;  // kDone when every write succeeded
+    int64_t lastResult;        // result of the last write made
+    bool ok() const { return failedStep == DirectoryStep::kDone; }
+};
+// "TEVH", version, `countField`, the entries, KTHO for the number of
+// entries, "TEVT"; stops at the first write that fails.
+DirectoryWrite writeDirectory(TevStream& stream, uint32_t countField,
+                              const std::vector<_TEV_data_info*>& entries);
+// The directory of an append: the index's entries, then `added`.
+DirectoryWrite writeAppendedDirectory(TevStream& stream, const _TEV_info& info,
+                                      _TEV_data_info added);
+
+// Seeks to minus header_offset from the end, where "TEVH" of the parsed
+// container begins. -1 when the seek fails or the stream no longer has the
+// size it was parsed with (the index is stale and every position taken from
+// it would be wrong).
+int64_t seekToDirectory(TevStream& stream, const _TEV_info& info);
+// Adds `by` to every entry's offset. Refuses, leaving the index unchanged,
+// when an entry is missing or an offset would pass 32 bits.
+bool shiftOffsets(_TEV_info& info, uint32_t by);
+// After an append has rewritten the tail: cuts what is left of a longer old
+// tail (a Voxa block that was not rewritten) behind the current position.
+void dropStaleTail(TevStream& stream, int64_t oldEnd);
+
+// A one-sound Voxa block: "VOXA", version, count, start, end, header
+// length 20, "VOXABS". True when its first and last writes succeeded.
+bool writeVoxaTrailer(TevStream& stream, uint32_t version, uint32_t count, uint32_t start,
+                      uint32_t end);
+// The first sound's start and end from a parsed descriptor; 0 and 0 when it
+// lists no sound (its table may then be empty).
+void firstSoundOf(const _voxa_info_struct& voxa, uint32_t* start, uint32_t* end);
+
+}  // namespace tev
+
+#endif  // TEV_SRC_EDITOR_ADD_INTERNAL_H

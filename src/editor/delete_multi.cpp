@@ -1,0 +1,119 @@
+// Deleting several records by index in one rebuild of the container.
+#include <cstdio>
+
+#include "container/format.h"
+#include "editor/delete_rebuild.h"
+#include "tev/editor.h"
+#include "util/checked.h"
+#include "util/log.h"
+
+using tev::deleting::locateRecords;
+using tev::deleting::RebuildStatus;
+using tev::deleting::RecordSpan;
+using tev::deleting::Removal;
+using tev::deleting::TempStream;
+
+namespace {
+
+// The refusals of DeleteMultiTEVData after its silent argument checks. The
+// index must describe the stream as it is now and its records must lie
+// where the directory says.
+bool multiDeleteUsable(const _TEV_info& info, RecordSpan* span) {
+    TevStream* stream = info.Stream;
+    if (stream == nullptr) {
+        tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "Stream is null");
+        return false;
+    }
+    if (!stream->CheckError()) {
+        tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "Pointer is null");
+        return false;
+    }
+    if (info.stream_size < 1) {
+        tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "file size is <= 0");
+        return false;
+    }
+    if (stream->seek(0, tev::kSeekEnd) != info.stream_size) {
+        tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "TEV_info does not match the stream");
+        return false;
+    }
+    if (!locateRecords(info, span)) {
+        tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "TEV directory is damaged");
+        return false;
+    }
+    return true;
+}
+
+bool rebuildInto(TempStream& temp, const _TEV_info& info, const RecordSpan& span,
+                 const Removal& removal) {
+    switch (tev::deleting::writeRebuiltContainer(*info.Stream, info, span, removal, temp.stream())) {
+        case RebuildStatus::kOk:
+            return true;
+        case RebuildStatus::kNoMemory:
+            tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "tempBuff is null");
+            return false;
+        case RebuildStatus::kReadFailed:
+            tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "writeSize != readSize");
+            return false;
+        case RebuildStatus::kWriteFailed:
+            tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "File Write Error");
+            return false;
+    }
+    return false;
+}
+
+// The stream is cut at the old "TEVH" position plus the new container's
+// length. That is this function's established cut, not the end of the copied
+// bytes: what lies between them stays (or reads as zeros past the old end).
+// A memory buffer cannot grow, so a cut beyond its capacity is refused.
+bool cutAfterRebuild(TevStream& stream, const RecordSpan& span, int64_t length) {
+    int64_t cut = 0;
+    if (!tev::checkedAdd(span.directory, length, &cut) ||
+        (stream.GetStreamType() == TEV_STREAM_BUFFER && cut > stream.getAllocSize())) {
+        tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "truncate size is out of the stream");
+        return false;
+    }
+    if (stream.truncate(cut) != 0) {
+        tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "File Truncate Error");
+        return false;
+    }
+    return true;
+}
+
+uint32_t replaceContainer(const _TEV_info& info, const RecordSpan& span, const Removal& removal) {
+    const int64_t length = tev::deleting::rebuiltLength(info, span, removal);
+    TempStream temp;
+    if (!temp.open(length)) {
+        tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "TempHandle is null");
+        return LUMET_TEV_FALSE;
+    }
+    if (!rebuildInto(temp, info, span, removal)) return LUMET_TEV_FALSE;
+    TevStream& stream = *info.Stream;
+    if (temp.written() != length ||
+        !tev::deleting::copyBack(stream, span.first, temp.stream(), length)) {
+        tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "File Write Error");
+        return LUMET_TEV_FALSE;
+    }
+    return cutAfterRebuild(stream, span, length) ? LUMET_TEV_TRUE : LUMET_TEV_FALSE;
+}
+
+}  // namespace
+
+uint32_t DeleteMultiTEVData(_TEV_info* info, const uint32_t* indices, uint32_t count) {
+    if (info == nullptr || indices == nullptr || count == 0) return LUMET_TEV_FALSE;
+    RecordSpan span{};
+    if (!multiDeleteUsable(*info, &span)) return LUMET_TEV_FALSE;
+    Removal removal;
+    if (!removal.init(info->meta_count)) {
+        tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "tempBuff is null");
+        return LUMET_TEV_FALSE;
+    }
+    for (uint32_t i = 0; i < count; ++i) removal.remove(*info, indices[i]);
+    if (removal.count() == 0) {
+        tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "no index matches a record");
+        return LUMET_TEV_FALSE;
+    }
+    // A directory without entries cannot be read back: removing every record
+    // removes the whole container.
+    if (removal.count() == info->meta_count) return DeleteAllTEVDataStream(info);
+    return replaceContainer(*info, span, removal);
+}

@@ -1,0 +1,189 @@
+// Deleting one record by index: the container is rebuilt without it in a
+// temporary memory stream (kept records, new directory and, for images with
+// Voxa sound, a Voxa block), copied back over the old container from its
+// first record on, and the stream is cut right behind it.
+#include <cstdio>
+
+#include "container/format.h"
+#include "editor/delete_rebuild.h"
+#include "tev/detect.h"
+#include "tev/editor.h"
+#include "tev/voxa.h"
+#include "util/log.h"
+
+using tev::deleting::copyBack;
+using tev::deleting::locateRecords;
+using tev::deleting::OwnedPack;
+using tev::deleting::RebuildStatus;
+using tev::deleting::RecordSpan;
+using tev::deleting::Removal;
+using tev::deleting::sameDirectory;
+using tev::deleting::TempStream;
+
+namespace {
+
+// The one-sound Voxa block written behind the rebuilt directory.
+struct VoxaTrailer {
+    uint32_t count;
+    uint32_t start;
+    uint32_t end;
+};
+
+// The refusals of DeleteATEVDataStream, in the order they are checked.
+bool deleteArgumentsUsable(const _TEV_info* info, uint32_t index) {
+    if (info == nullptr) {
+        tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "TEV_info is null");
+        return false;
+    }
+    if (info->Stream == nullptr) {
+        tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "Stream is null");
+        return false;
+    }
+    if (!info->Stream->CheckError()) {
+        tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "Pointer is null");
+        return false;
+    }
+    if (info->stream_size < 1) {
+        tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "file size is <= 0");
+        return false;
+    }
+    if (index >= info->meta_count) {
+        tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream",
+                     "if index < 0 || index >= TEV_info->meta_count");
+        return false;
+    }
+    return true;
+}
+
+// Where the deleted record lies relative to the record holding the sound.
+uint32_t voxaPositionMark(_TEV_info& fresh, _voxa_info_struct& voxa, uint32_t index) {
+    const uint32_t soundIndex = FindOldVoxaIndex(&fresh, &voxa);
+    if (soundIndex >= fresh.meta_count) return tev::kVoxaMarkAfter;
+    if (index < soundIndex) return tev::kVoxaMarkBefore;
+    return index == soundIndex ? tev::kVoxaMarkItself : tev::kVoxaMarkAfter;
+}
+
+// The sound keeps its place unless a record in front of it goes; then it
+// moves forward by that record's length.
+bool planVoxaTrailer(const _voxa_info_struct& voxa, int64_t removedLength, VoxaTrailer* trailer) {
+    if (voxa.sound_table == nullptr || voxa.sound_count == 0) return false;
+    int64_t start = voxa.sound_table[0];
+    int64_t end = voxa.sound_table[1];
+    if (voxa.position_mark == tev::kVoxaMarkBefore) {
+        start -= removedLength;
+        end -= removedLength;
+    }
+    if (start < 0 || end < start) return false;
+    *trailer = {voxa.sound_count, static_cast<uint32_t>(start), static_cast<uint32_t>(end)};
+    return true;
+}
+
+// "VOXA", 107, count, start, end, header length 20, "VOXABS".
+bool writeVoxaTrailer(TevStream& out, const VoxaTrailer& trailer) {
+    constexpr int64_t kIntSize = tev::kFieldSize;
+    return out.write(tev::kVoxaMagic, sizeof tev::kVoxaMagic) == sizeof tev::kVoxaMagic &&
+           out.writeInt32(tev::kVoxaWriterVersion) == kIntSize &&
+           out.writeInt32(trailer.count) == kIntSize && out.writeInt32(trailer.start) == kIntSize &&
+           out.writeInt32(trailer.end) == kIntSize &&
+           out.writeInt32(tev::kVoxaOneSoundHeaderLength) == kIntSize &&
+           out.write(tev::kVoxaTailMark, tev::kVoxaTailMarkSize) == tev::kVoxaTailMarkSize;
+}
+
+// The index must still describe the stream, and its records must lie where
+// the directory says, before anything is copied.
+bool indexDescribesStream(_TEV_info& info, OwnedPack* fresh, RecordSpan* span) {
+    fresh->reset(checkTEVInStreamAndUpdate(info.Stream));
+    if (!*fresh) {
+        tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "TEVDATA is null");
+        return false;
+    }
+    if (!sameDirectory(info, *(*fresh)->info)) {
+        tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "TEV_info does not match the stream");
+        return false;
+    }
+    if (!locateRecords(info, span)) {
+        tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "TEV directory is damaged");
+        return false;
+    }
+    return true;
+}
+
+bool rebuildInto(TempStream& temp, const _TEV_info& info, const RecordSpan& span,
+                 const Removal& removal, const VoxaTrailer* trailer) {
+    switch (tev::deleting::writeRebuiltContainer(*info.Stream, info, span, removal, temp.stream())) {
+        case RebuildStatus::kOk:
+            break;
+        case RebuildStatus::kNoMemory:
+            tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "tempBuff is null");
+            return false;
+        case RebuildStatus::kReadFailed:
+            tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "File Read Error");
+            return false;
+        case RebuildStatus::kWriteFailed:
+            tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "File Write Error");
+            return false;
+    }
+    if (trailer != nullptr && !writeVoxaTrailer(temp.stream(), *trailer)) {
+        tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "File Write Error");
+        return false;
+    }
+    return true;
+}
+
+// Builds the new container, copies it over the old one and cuts the stream
+// behind it. Nothing in the stream changes before the copy.
+uint32_t replaceContainer(const _TEV_info& info, const RecordSpan& span, const Removal& removal,
+                          const VoxaTrailer* trailer) {
+    int64_t length = tev::deleting::rebuiltLength(info, span, removal);
+    if (trailer != nullptr) length += tev::kVoxaOneSoundBlockSize;
+    TempStream temp;
+    if (!temp.open(length)) {
+        tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "TempHandle is null");
+        return LUMET_TEV_FALSE;
+    }
+    if (!rebuildInto(temp, info, span, removal, trailer)) return LUMET_TEV_FALSE;
+    TevStream& stream = *info.Stream;
+    if (temp.written() != length || !copyBack(stream, span.first, temp.stream(), length)) {
+        tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "File Write Error");
+        return LUMET_TEV_FALSE;
+    }
+    if (stream.truncate(stream.tell()) != 0) {
+        tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "File Truncate Error");
+        return LUMET_TEV_FALSE;
+    }
+    return LUMET_TEV_TRUE;
+}
+
+}  // namespace
+
+uint32_t DeleteATEVDataStream(_TEV_info* info, uint32_t index, _voxa_info_struct* voxa) {
+    if (!deleteArgumentsUsable(info, index)) return LUMET_TEV_FALSE;
+    if (index == 0 && info->meta_count == 1) return DeleteAllTEVDataStream(info);
+    OwnedPack fresh;
+    RecordSpan span{};
+    if (!indexDescribesStream(*info, &fresh, &span)) return LUMET_TEV_FALSE;
+    Removal removal;
+    if (!removal.init(info->meta_count)) {
+        tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "tempBuff is null");
+        return LUMET_TEV_FALSE;
+    }
+    removal.remove(*info, index);
+    // The "EchoFrame_Meta_Info" list is not rewritten when a listed sound
+    // record goes: the editors of that list are not part of the library yet,
+    // so only the Voxa block is kept in step here.
+    if (voxa == nullptr) return replaceContainer(*info, span, removal, nullptr);
+    voxa->position_mark = voxaPositionMark(*fresh->info, *voxa, index);
+    if (voxa->position_mark == tev::kVoxaMarkItself) {
+        return replaceContainer(*info, span, removal, nullptr);
+    }
+    VoxaTrailer trailer{};
+    if (!planVoxaTrailer(*voxa, removal.length(), &trailer)) {
+        tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "voxa sound table is wrong");
+        return LUMET_TEV_FALSE;
+    }
+    return replaceContainer(*info, span, removal, &trailer);
+}
+
+uint32_t FastDeleteATEVData(_TEV_info* info, uint32_t index, uint32_t /*ignored*/) {
+    return DeleteATEVDataStream(info, index, nullptr);
+}

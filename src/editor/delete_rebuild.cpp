@@ -1,0 +1,163 @@
+#include "editor/delete_rebuild.h"
+
+#include <algorithm>
+
+#include "container/format.h"
+#include "util/checked.h"
+
+namespace tev::deleting {
+
+namespace {
+
+// Kept records are copied through one read buffer of at most this size.
+constexpr int64_t kRecordCopyChunk = 0x10000;
+
+// Start of entry `index`'s record, counted back from "TEVH".
+int64_t recordStart(const RecordSpan& span, const _TEV_data_info& entry) {
+    return span.directory - static_cast<int64_t>(entry.start_offset);
+}
+
+int64_t largestKeptRecord(const _TEV_info& info, const Removal& removal) {
+    int64_t largest = 0;
+    for (uint32_t i = 0; i < info.meta_count; ++i) {
+        if (!removal.removed(i)) largest = std::max<int64_t>(largest, info.meta_data[i]->length);
+    }
+    return largest;
+}
+
+RebuildStatus copyRecord(TevStream& source, int64_t start, int64_t length, unsigned char* chunk,
+                         int64_t chunkSize, TevStream& out) {
+    if (source.seek(start, tev::kSeekSet) != start) return RebuildStatus::kReadFailed;
+    for (int64_t remaining = length; remaining > 0;) {
+        const int64_t step = std::min(remaining, chunkSize);
+        if (source.read(chunk, step) != step) return RebuildStatus::kReadFailed;
+        if (out.write(chunk, step) != step) return RebuildStatus::kWriteFailed;
+        remaining -= step;
+    }
+    return RebuildStatus::kOk;
+}
+
+RebuildStatus writeKeptRecords(TevStream& source, const _TEV_info& info, const RecordSpan& span,
+                               const Removal& removal, TevStream& out) {
+    const int64_t chunkSize = std::min(kRecordCopyChunk, largestKeptRecord(info, removal));
+    if (chunkSize == 0) return RebuildStatus::kOk;
+    OwnedMemory<unsigned char> chunk(static_cast<unsigned char*>(_kmalloc(chunkSize)));
+    if (!chunk) return RebuildStatus::kNoMemory;
+    for (uint32_t i = 0; i < info.meta_count; ++i) {
+        if (removal.removed(i)) continue;
+        const _TEV_data_info& entry = *info.meta_data[i];
+        const RebuildStatus status =
+            copyRecord(source, recordStart(span, entry), entry.length, chunk.get(), chunkSize, out);
+        if (status != RebuildStatus::kOk) return status;
+    }
+    return RebuildStatus::kOk;
+}
+
+// "TEVH", version, count, the kept entries, KTHO, "TEVT".
+RebuildStatus writeDirectory(const _TEV_info& info, const Removal& removal, TevStream& out) {
+    const uint32_t kept = info.meta_count - removal.count();
+    if (out.writeTEV_KTSS() != tev::kTagSize || out.writeTEV_KVER() != tev::kFieldSize ||
+        out.writeTEV_KCnt(kept) != tev::kFieldSize) {
+        return RebuildStatus::kWriteFailed;
+    }
+    // The removed length still lying between the current record and "TEVH".
+    int64_t removedBehind = removal.length();
+    for (uint32_t i = 0; i < info.meta_count; ++i) {
+        const _TEV_data_info& entry = *info.meta_data[i];
+        if (removal.removed(i)) {
+            removedBehind -= entry.length;
+            continue;
+        }
+        _TEV_data_info moved = entry;
+        moved.start_offset = static_cast<uint32_t>(entry.start_offset - removedBehind);
+        out.writeTEV_KDR(&moved);
+    }
+    if (out.writeTEV_KTHO(kept) != tev::kFieldSize || out.writeTEV_KTS() != tev::kTagSize) {
+        return RebuildStatus::kWriteFailed;
+    }
+    return RebuildStatus::kOk;
+}
+
+}  // namespace
+
+bool locateRecords(const _TEV_info& info, RecordSpan* span) {
+    if (info.meta_count == 0 || info.meta_data == nullptr || info.meta_data[0] == nullptr) {
+        return false;
+    }
+    RecordSpan found{0, info.stream_size - static_cast<int64_t>(info.header_offset)};
+    found.first = found.directory - static_cast<int64_t>(info.meta_data[0]->start_offset);
+    if (info.data_start_position < 0 || found.first < info.data_start_position) return false;
+    int64_t expected = found.first;
+    for (uint32_t i = 0; i < info.meta_count; ++i) {
+        const _TEV_data_info* entry = info.meta_data[i];
+        if (entry == nullptr || entry->length < kMinRecordLength) return false;
+        if (recordStart(found, *entry) != expected) return false;
+        if (!checkedAdd<int64_t>(expected, entry->length, &expected) || expected > found.directory) {
+            return false;
+        }
+    }
+    if (expected != found.directory) return false;
+    *span = found;
+    return true;
+}
+
+bool sameDirectory(const _TEV_info& info, const _TEV_info& fresh) {
+    if (info.stream_size != fresh.stream_size || info.header_offset != fresh.header_offset ||
+        info.meta_count != fresh.meta_count) {
+        return false;
+    }
+    for (uint32_t i = 0; i < info.meta_count; ++i) {
+        const _TEV_data_info* mine = info.meta_data[i];
+        const _TEV_data_info* theirs = fresh.meta_data[i];
+        if (mine == nullptr || theirs == nullptr || mine->start_offset != theirs->start_offset ||
+            mine->length != theirs->length || mine->meta_type != theirs->meta_type) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool Removal::init(uint32_t entryCount) {
+    flags_.reset(static_cast<uint8_t*>(_kcalloc(std::max<uint32_t>(entryCount, 1), 1)));
+    entryCount_ = entryCount;
+    count_ = 0;
+    length_ = 0;
+    return flags_ != nullptr;
+}
+
+void Removal::remove(const _TEV_info& info, uint32_t index) {
+    if (index >= entryCount_ || index >= info.meta_count || removed(index)) return;
+    flags_.get()[index] = 1;
+    ++count_;
+    length_ += info.meta_data[index]->length;
+}
+
+int64_t rebuiltLength(const _TEV_info& info, const RecordSpan& span, const Removal& removal) {
+    // The span and the removed lengths were checked against each other by
+    // locateRecords, so these values are small enough not to overflow.
+    const int64_t keptRecords = span.directory - span.first - removal.length();
+    const int64_t keptEntries = static_cast<int64_t>(info.meta_count - removal.count());
+    return keptRecords + kDirectoryFixedSize + kDirectoryEntrySize * keptEntries;
+}
+
+bool TempStream::open(int64_t capacity) {
+    handle_.reset(initTEVBuffer(capacity));
+    if (!handle_) return false;
+    stream_.emplace(handle_.get());
+    return true;
+}
+
+RebuildStatus writeRebuiltContainer(TevStream& source, const _TEV_info& info,
+                                    const RecordSpan& span, const Removal& removal,
+                                    TevStream& out) {
+    const RebuildStatus status = writeKeptRecords(source, info, span, removal, out);
+    if (status != RebuildStatus::kOk) return status;
+    return writeDirectory(info, removal, out);
+}
+
+bool copyBack(TevStream& stream, int64_t at, TevStream& temp, int64_t length) {
+    if (stream.seek(at, tev::kSeekSet) != at) return false;
+    return TevStream::Copy(&stream, &temp, length) == 1;
+}
+
+}  // namespace tev::deleting

@@ -1,0 +1,117 @@
+// Steps shared by the delete operations: checking where a parsed container's
+// records lie, rebuilding the container without some of them in a temporary
+// memory stream, and copying the result back over the old container.
+//
+// Everything taken from an index is untrusted: the records must lie back to
+// back from the first record to "TEVH", inside [data start, "TEVH"), before a
+// byte is copied. Bytes in front of the first record are never written.
+#ifndef TEV_SRC_EDITOR_DELETE_REBUILD_H
+#define TEV_SRC_EDITOR_DELETE_REBUILD_H
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <optional>
+
+#include "tev/container.h"
+#include "tev/stream.h"
+#include "tev/types.h"
+#include "tev/voxa.h"
+
+namespace tev::deleting {
+
+struct KFree {
+    void operator()(void* memory) const { _kfree(memory); }
+};
+template <typename T>
+using OwnedMemory = std::unique_ptr<T, KFree>;
+
+struct FileCloser {
+    void operator()(FILE* fp) const { _kfclose(fp); }
+};
+// A FILE* opened by the delete entry points themselves.
+using OwnedFile = std::unique_ptr<FILE, FileCloser>;
+
+// A stream object built around a medium; deleting it never closes the medium.
+using OwnedStream = std::unique_ptr<TevStream>;
+
+struct PackOnStreamDestroyer {
+    void operator()(_TEV_info_pack* pack) const { destroyTEVDATA_Stream(pack); }
+};
+// A pack parsed over a stream that someone else releases.
+using OwnedPack = std::unique_ptr<_TEV_info_pack, PackOnStreamDestroyer>;
+
+struct VoxaOnStreamDestroyer {
+    void operator()(_voxa_info_struct* voxa) const { DestroyVoxaStream(voxa); }
+};
+// A Voxa descriptor parsed over a stream that someone else releases.
+using OwnedVoxa = std::unique_ptr<_voxa_info_struct, VoxaOnStreamDestroyer>;
+
+// Where a container's records lie, as checked by locateRecords.
+struct RecordSpan {
+    int64_t first;      // first byte of the first record
+    int64_t directory;  // first byte of "TEVH"
+};
+
+// True (and `span` filled) when every entry's record lies inside
+// [data start, "TEVH") and the records follow each other without gap or
+// overlap in directory order, the last one ending where "TEVH" begins.
+bool locateRecords(const _TEV_info& info, RecordSpan* span);
+
+// True when `fresh`, parsed from the stream as it is now, has the same size,
+// directory position and entries as `info`: the index is not stale.
+bool sameDirectory(const _TEV_info& info, const _TEV_info& fresh);
+
+// The records to remove: one flag per directory entry, their number and
+// their total length. An index named twice is removed once.
+class Removal {
+public:
+    bool init(uint32_t entryCount);  // false when the flags cannot be allocated
+    // Out-of-range indices are ignored. `info` must have passed locateRecords,
+    // which bounds the sum of all record lengths by the stream size.
+    void remove(const _TEV_info& info, uint32_t index);
+    bool removed(uint32_t index) const { return flags_.get()[index] != 0; }
+    uint32_t count() const { return count_; }
+    int64_t length() const { return length_; }
+
+private:
+    OwnedMemory<uint8_t> flags_;
+    uint32_t entryCount_ = 0;
+    uint32_t count_ = 0;
+    int64_t length_ = 0;
+};
+
+// Length of the rebuilt container: the kept records and their directory.
+// `info` must have passed locateRecords.
+int64_t rebuiltLength(const _TEV_info& info, const RecordSpan& span, const Removal& removal);
+
+// A memory stream of fixed capacity for the rebuilt container.
+class TempStream {
+public:
+    bool open(int64_t capacity);  // false when the buffer cannot be made
+    TevStream& stream() { return *stream_; }
+    int64_t written() const { return kbgetWriteSize(handle_.get()); }
+
+private:
+    struct BufferDestroyer {
+        void operator()(TevBufferHandle* handle) const { destroyTEVBuffer(handle); }
+    };
+    std::unique_ptr<TevBufferHandle, BufferDestroyer> handle_;
+    std::optional<TevStreamBuffer> stream_;
+};
+
+enum class RebuildStatus { kOk, kNoMemory, kReadFailed, kWriteFailed };
+
+// Writes the kept records back to back into `out`, then a directory over
+// them. Each kept entry's offset shrinks by the removed length lying between
+// its record and "TEVH". `span` is what locateRecords found for `info`.
+RebuildStatus writeRebuiltContainer(TevStream& source, const _TEV_info& info,
+                                    const RecordSpan& span, const Removal& removal,
+                                    TevStream& out);
+
+// Copies the first `length` bytes of `temp` into `stream` from `at` on.
+bool copyBack(TevStream& stream, int64_t at, TevStream& temp, int64_t length);
+
+}  // namespace tev::deleting
+
+#endif  // TEV_SRC_EDITOR_DELETE_REBUILD_H

@@ -1,0 +1,135 @@
+// saveDirectTEVData: saves a record that the caller has already formatted
+// (tag header, name, sub-information, data). The name is used only to find
+// an existing record and to size the capacity check; no MP4 box is written.
+#include <cstring>
+
+#include "editor/save_internal.h"
+#include "tev/detect.h"
+#include "tev/editor.h"
+#include "util/log.h"
+
+namespace tev {
+namespace {
+
+struct DirectRecord {
+    FILE* fp;
+    const unsigned char* bytes;
+    uint32_t length;
+    const char* name;  // NUL-terminated
+    uint32_t hasSub;
+    uint32_t type;
+    uint32_t update;
+
+    uint32_t nameLength() const { return static_cast<uint32_t>(std::strlen(name)); }
+    bool replaces() const { return (update & kUpdateReplaceBit) != 0; }
+};
+
+uint32_t saveDirectIntoContainer(TevStream& stream, const DirectRecord& r) {
+    PackPtr pack(checkTEVInStreamAndUpdate(&stream));
+    if (!pack) {
+        logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData", "SIGNATURE_TEV TEVdata NULL!!");
+        return LUMET_TEV_FALSE;
+    }
+    if (checkTEVInfoForSaving(pack->info, r.length, 0, r.nameLength()) != LUMET_TEV_TRUE) {
+        logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData", "SIGNATURE_TEV checkTEVInfoForSaving fail!!");
+        return LUMET_TEV_FALSE;
+    }
+    const uint32_t index = findRecord(pack.get(), r.name);
+    if (index != kNameNotFound) {
+        if (!r.replaces()) return existingNameResult(stream);
+        if (DeleteATEVDataStream(pack->info, index, nullptr) != LUMET_TEV_TRUE) return LUMET_TEV_FALSE;
+        pack.reset(checkTEVInStreamAndUpdate(&stream));
+        if (!pack) {
+            if (getSignatureStream(&stream) != SIGNATURE_DETECTION_FAIL) return LUMET_TEV_FALSE;
+            return AddDirectTEVDataInFirstTimeStream(&stream, r.type, r.hasSub, r.bytes, r.length);
+        }
+    }
+    return AddDirectTEVDataStream(&stream, pack->info, r.type, r.hasSub, r.bytes, r.length, nullptr);
+}
+
+uint32_t saveDirectIntoVoxaImage(TevStream& stream) {
+    if (checkMP4Stream(&stream) == LUMET_TEV_TRUE) {
+        logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData", "SIGNATURE_VOXA is not use MP4 Format");
+        return LUMET_TEV_FALSE;
+    }
+    // Not available yet: turning the Voxa sound into the first EchoFrame
+    // record with its meta list before the record is appended. Refused,
+    // nothing written.
+    return LUMET_TEV_FALSE;
+}
+
+// Container followed by Voxa sound: deletes and appends with the Voxa
+// descriptor so that the Voxa trailer follows every new directory.
+uint32_t saveDirectIntoVoxaContainer(TevStream& stream, const DirectRecord& r) {
+    PackPtr pack(checkTEVInStreamAndUpdate(&stream));
+    OwnedVoxaOnStream voxa = parseVoxaBlock(stream);
+    if (!pack || !voxa) {
+        logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData", "SIGNATURE_VOXA_TEV TEVdata == NULL!!");
+        return LUMET_TEV_FALSE;
+    }
+    if (checkTEVInfoForSaving(pack->info, r.length, 0, r.nameLength()) != LUMET_TEV_TRUE) {
+        logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData",
+                "SIGNATURE_VOXA_TEV checkTEVInfoForSaving ERROR!!");
+        return LUMET_TEV_FALSE;
+    }
+    const uint32_t index = findRecord(pack.get(), r.name);
+    if (index != kNameNotFound) {
+        if (!r.replaces()) {
+            logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData", "SIGNATURE_VOXA_TEV NOT UPDATE!!");
+            return existingNameResult(stream);
+        }
+        if (DeleteATEVDataStream(pack->info, index, voxa.get()) != LUMET_TEV_TRUE) return LUMET_TEV_FALSE;
+        // The delete moved the records and rewrote the Voxa trailer: both
+        // are parsed again so that the append writes the current positions.
+        pack.reset(checkTEVInStreamAndUpdate(&stream));
+        voxa = parseVoxaBlock(stream);
+        if (!pack) {
+            if (getSignatureStream(&stream) != SIGNATURE_DETECTION_FAIL) return LUMET_TEV_FALSE;
+            return AddDirectTEVDataInFirstTimeFP(r.fp, r.type, r.hasSub, r.bytes, r.length);
+        }
+    }
+    return AddDirectTEVDataFP(r.fp, pack->info, r.type, r.hasSub, r.bytes, r.length, voxa.get());
+}
+
+}  // namespace
+}  // namespace tev
+
+uint32_t saveDirectTEVData(FILE* fp, const unsigned char* record, uint32_t length, const char* name,
+                           uint32_t has_sub, uint32_t type, uint32_t update) {
+    using namespace tev;
+    if (fp == nullptr) {
+        logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData", "fp == LUMET_TEV_NULL");
+        return LUMET_TEV_FALSE;
+    }
+    if (name == nullptr) {
+        logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData", "TEVName == LUMET_TEV_NULL");
+        return LUMET_TEV_FALSE;
+    }
+    if (record == nullptr || length == 0) {
+        logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData", "data == LUMET_TEV_NULL || data_len <= 0");
+        return LUMET_TEV_FALSE;
+    }
+    if (type == TEV_USER_DEFINED_DATA && has_sub == 0) {
+        logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData",
+                "data_type == TEV_USER_DEFINED_DATA && ( !check_data_sub_info )");
+        return LUMET_TEV_FALSE;
+    }
+    TevStreamFile stream(fp);
+    if (!stream.CheckError()) {
+        logLine(kLogError, "TEVEncoderAPIs::AddTEVDataInFirstTime", "Stream CheckError is false");
+        return LUMET_TEV_FALSE;
+    }
+    const DirectRecord direct{fp, record, length, name, has_sub, type, update};
+    switch (getSignatureStream(&stream)) {
+        case SIGNATURE_DETECTION_FAIL:
+            return AddDirectTEVDataInFirstTimeStream(&stream, type, has_sub, record, length);
+        case SIGNATURE_TEV:
+            return saveDirectIntoContainer(stream, direct);
+        case SIGNATURE_VOXA:
+            return saveDirectIntoVoxaImage(stream);
+        case SIGNATURE_VOXA_TEV:
+            return saveDirectIntoVoxaContainer(stream, direct);
+        default:
+            return LUMET_TEV_FALSE;
+    }
+}

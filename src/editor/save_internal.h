@@ -1,0 +1,89 @@
+// Shared pieces of the save family: the request every entry point passes on,
+// the steps of the central save that the file-sync form reuses, the reader
+// of whole data files, and the owner of the packs the saves parse.
+#ifndef TEV_SRC_EDITOR_SAVE_INTERNAL_H
+#define TEV_SRC_EDITOR_SAVE_INTERNAL_H
+
+#include <cstdint>
+#include <memory>
+
+#include "container/format.h"
+#include "container/index.h"
+#include "container/owned.h"
+#include "tev/container.h"
+#include "tev/stream.h"
+#include "tev/types.h"
+
+namespace tev {
+
+// Bit 0 of the update argument asks to replace a record of the same name.
+inline constexpr uint32_t kUpdateReplaceBit = 1;
+// _getIndexOfName's answer for an absent name.
+inline constexpr uint32_t kNameNotFound = 0xFFFFFFFFu;
+
+// One record to save, as an entry point received it.
+struct SaveRequest {
+    const char* name;  // name_len bytes, not necessarily terminated
+    uint32_t nameLength;
+    const unsigned char* sub;
+    uint32_t subLength;
+    const unsigned char* data;
+    uint32_t dataLength;
+    uint32_t type;
+    uint32_t update;
+
+    bool replaces() const { return (update & kUpdateReplaceBit) != 0; }
+};
+
+// Packs parsed from a stream the save works on; the stream stays.
+struct PackDeleter {
+    void operator()(_TEV_info_pack* pack) const { destroyTEVDATA_Stream(pack); }
+};
+using PackPtr = std::unique_ptr<_TEV_info_pack, PackDeleter>;
+
+// The Voxa block at the end of the stream with its sound table, or null when
+// there is none. A block older than the current writer's that lists no sound
+// is a leftover and counts as none.
+OwnedVoxaOnStream parseVoxaBlock(TevStream& stream);
+
+// The name bytes as a NUL-terminated string for _getIndexOfName; null when
+// the copy cannot be allocated.
+KUnique<char[]> copyNameKey(const char* name, uint32_t length);
+
+// Index of `key` in the pack, or kNameNotFound.
+uint32_t findRecord(_TEV_info_pack* pack, const char* key);
+
+// What a save reports when the name exists and no replacement was asked:
+// a memory buffer counts it as success, a file does not.
+uint32_t existingNameResult(TevStream& stream);
+
+// Steps of saveTEVDataToStream for plain media and for a container; the
+// file-sync save runs them without the MP4 box work.
+uint32_t saveIntoPlainMedia(TevStream& stream, const SaveRequest& request, bool withBox);
+uint32_t saveIntoContainer(TevStream& stream, const SaveRequest& request, const char* key,
+                           bool withBox);
+
+// Opens `path` "r+b", saves through the central operation and closes the
+// file; 0 without a log line when the path cannot be opened.
+uint32_t saveRequestToPath(const char* path, const SaveRequest& request);
+
+// Reading the whole content of a data file for the "FileData" forms.
+enum class DataFileStatus {
+    kOk,
+    kOpenFailed,
+    kSeekFailed,
+    kEmpty,
+    kTooBig,      // 0xFFF00001 bytes or more: refused before allocating
+    kUnreadable,  // allocation or read failed
+};
+
+struct DataFile {
+    KUnique<unsigned char[]> bytes;
+    uint32_t length = 0;
+};
+
+DataFileStatus readWholeDataFile(const char* path, DataFile* out);
+
+}  // namespace tev
+
+#endif  // TEV_SRC_EDITOR_SAVE_INTERNAL_H

@@ -1,0 +1,233 @@
+// saveTEVDataToStream: the one body behind every save entry point. It looks
+// at what the stream already holds and adds the record as a first record, as
+// an append, or as a replacement of a record of the same name, keeping the
+// "tevd" box of MP4 media up to date.
+#include <cstring>
+
+#include "container/format.h"
+#include "editor/save_internal.h"
+#include "tev/detect.h"
+#include "tev/editor.h"
+#include "tev/mp4.h"
+#include "util/log.h"
+
+namespace tev {
+
+KUnique<char[]> copyNameKey(const char* name, uint32_t length) {
+    KUnique<char[]> key(static_cast<char*>(_kmalloc(size_t{length} + 1)));
+    if (key) std::memcpy(key.get(), name, length);
+    return key;
+}
+
+OwnedVoxaOnStream parseVoxaBlock(TevStream& stream) {
+    OwnedVoxaOnStream voxa(_checkAudioInImageStream(&stream));
+    if (voxa && voxa->version < kVoxaWriterVersion && voxa->sound_count == 0) voxa.reset();
+    return voxa;
+}
+
+uint32_t findRecord(_TEV_info_pack* pack, const char* key) {
+    const uint32_t index = _getIndexOfName(pack, key);
+    return index < pack->data_count ? index : kNameNotFound;
+}
+
+uint32_t existingNameResult(TevStream& stream) {
+    return stream.GetStreamType() == TEV_STREAM_BUFFER ? LUMET_TEV_TRUE : LUMET_TEV_FALSE;
+}
+
+namespace {
+
+uint32_t addFirstRecord(TevStream& stream, const SaveRequest& r) {
+    return AddTEVDataInFirstTimeStream(&stream, r.name, r.nameLength, r.type, r.sub, r.subLength,
+                                       r.data, r.dataLength);
+}
+
+uint32_t appendRecord(TevStream& stream, _TEV_info* info, const SaveRequest& r,
+                      _voxa_info_struct* voxa) {
+    return AddTEVDataStream(&stream, info, r.name, r.nameLength, r.type, r.sub, r.subLength, r.data,
+                            r.dataLength, voxa);
+}
+
+// On MP4 media, opens a "tevd" box with a placeholder size at the end of the
+// stream. True when the box header was written.
+bool openBoxOnMp4Media(TevStream& stream, int64_t* boxPosition) {
+    if (checkMP4Stream(&stream) != LUMET_TEV_TRUE) return false;
+    if (stream.seek(0, kSeekEnd) < 0) return false;
+    return writeMP4TagStream(&stream, boxPosition) == LUMET_TEV_TRUE;
+}
+
+// Re-parses the stream after an edit so that the box can be sized from the
+// new index; logs when nothing parses.
+PackPtr reparseForBox(TevStream& stream) {
+    PackPtr pack(checkTEVInStreamAndUpdate(&stream));
+    if (!pack) logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "updateMP4Tag TEVdata is NULL.");
+    return pack;
+}
+
+// After records were written behind media: bring the box size (or, for a
+// container that has no box yet, the box itself) up to date.
+void refreshBox(TevStream& stream, bool wrapFirst) {
+    PackPtr pack = reparseForBox(stream);
+    if (pack && wrapFirst) {
+        // The wrap writes the container's own length as the box size; the
+        // update below, on a fresh index that sees the box, writes its full length.
+        if (writeMP4Tag(pack->info) != LUMET_TEV_TRUE) return;
+        pack = reparseForBox(stream);
+    }
+    if (pack) updateMP4Tag(pack->info);
+}
+
+// The replaced record was the only one: the container is gone and the
+// record becomes the first of a new one.
+uint32_t readdAsFirstRecord(TevStream& stream, const SaveRequest& r, bool withBox) {
+    // A container that is still there but no longer parses is not written over.
+    if (getSignatureStream(&stream) != SIGNATURE_DETECTION_FAIL) return LUMET_TEV_FALSE;
+    int64_t boxPosition = 0;
+    const bool boxed = withBox && openBoxOnMp4Media(stream, &boxPosition);
+    const uint32_t added = addFirstRecord(stream, r);
+    if (!boxed) return added;
+    const uint32_t sized = updateMP4TagStream(&stream, boxPosition);
+    return added == LUMET_TEV_TRUE ? sized : LUMET_TEV_FALSE;
+}
+
+// Voxa sound without a container: the sound is first turned into the
+// container's "EchoFrame_000" record with its "EchoFrame_Meta_Info" list.
+uint32_t saveIntoVoxaImage(TevStream& stream) {
+    if (checkMP4Stream(&stream) == LUMET_TEV_TRUE) {
+        logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "SIGNATURE_VOXA is not use MP4 Format");
+        return LUMET_TEV_FALSE;
+    }
+    // Not available yet: checking the Voxa block's room for the record,
+    // stripping it and writing the sound back as the first EchoFrame record
+    // with its meta list. Until that conversion exists the save is refused,
+    // and nothing has been written.
+    return LUMET_TEV_FALSE;
+}
+
+// Container followed by Voxa sound: the Voxa trailer is rewritten behind
+// every new directory.
+uint32_t saveIntoVoxaContainer(TevStream& stream, const SaveRequest& r, const char* key) {
+    if (checkMP4Stream(&stream) == LUMET_TEV_TRUE) {
+        logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream",
+                "SIGNATURE_VOXA_TEV is not use MP4 Format");
+        return LUMET_TEV_FALSE;
+    }
+    PackPtr pack(checkTEVInStreamAndUpdate(&stream));
+    OwnedVoxaOnStream voxa = parseVoxaBlock(stream);
+    if (!pack || !voxa) {
+        logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "SIGNATURE_VOXA_TEV TEVdata == NULL!!");
+        return LUMET_TEV_FALSE;
+    }
+    if (checkTEVInfoForSaving(pack->info, r.dataLength, r.subLength, r.nameLength) != LUMET_TEV_TRUE) {
+        logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream",
+                "SIGNATURE_VOXA_TEV checkTEVInfoForSaving ERROR!!");
+        return LUMET_TEV_FALSE;
+    }
+    if (findRecord(pack.get(), key) == kNameNotFound) {
+        return appendRecord(stream, pack->info, r, voxa.get());
+    }
+    if (!r.replaces()) {
+        logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "SIGNATURE_VOXA_TEV NOT UPDATE!!");
+        return existingNameResult(stream);
+    }
+    // Not available yet: a replacement here must also keep the
+    // "EchoFrame_Meta_Info" name list and the old Voxa record's position in
+    // step, which needs the EchoFrame list functions. Refused, nothing written.
+    return LUMET_TEV_FALSE;
+}
+
+}  // namespace
+
+uint32_t saveIntoPlainMedia(TevStream& stream, const SaveRequest& r, bool withBox) {
+    int64_t boxPosition = 0;
+    const bool boxed = withBox && openBoxOnMp4Media(stream, &boxPosition);
+    const uint32_t added = addFirstRecord(stream, r);
+    if (boxed) refreshBox(stream, false);
+    return added;
+}
+
+uint32_t saveIntoContainer(TevStream& stream, const SaveRequest& r, const char* key, bool withBox) {
+    PackPtr pack(checkTEVInStreamAndUpdate(&stream));
+    if (!pack) {
+        logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "SIGNATURE_TEV TEVdata NULL!!");
+        return LUMET_TEV_FALSE;
+    }
+    if (checkTEVInfoForSaving(pack->info, r.dataLength, r.subLength, r.nameLength) != LUMET_TEV_TRUE) {
+        logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream",
+                "SIGNATURE_TEV checkTEVInfoForSaving fail!!");
+        return LUMET_TEV_FALSE;
+    }
+    const bool wasBoxed = withBox && checkSignatureMP4Tag(pack->info) == LUMET_TEV_TRUE;
+    const uint32_t index = findRecord(pack.get(), key);
+    if (index != kNameNotFound) {
+        if (!r.replaces()) return existingNameResult(stream);
+        if (DeleteATEVDataStream(pack->info, index, nullptr) != LUMET_TEV_TRUE) return LUMET_TEV_FALSE;
+        pack.reset(checkTEVInStreamAndUpdate(&stream));
+        if (!pack) return readdAsFirstRecord(stream, r, withBox);
+    }
+    const uint32_t added = appendRecord(stream, pack->info, r, nullptr);
+    pack.reset();
+    if (wasBoxed) {
+        refreshBox(stream, false);
+    } else if (withBox && checkMP4Stream(&stream) == LUMET_TEV_TRUE) {
+        refreshBox(stream, true);
+    }
+    return added;
+}
+
+}  // namespace tev
+
+uint32_t saveTEVDataToStream(TevStream* stream, const char* name, uint32_t name_len,
+                             const unsigned char* sub, uint32_t sub_len, const unsigned char* data,
+                             uint32_t data_len, uint32_t type, uint32_t update) {
+    using namespace tev;
+    if (name == nullptr || name_len == 0) {
+        logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream",
+                "TEVName == LUMET_TEV_NULL || TEVName_len <= 0");
+        return LUMET_TEV_FALSE;
+    }
+    if (data == nullptr || data_len == 0) {
+        logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "data == LUMET_TEV_NULL || data_len <= 0");
+        return LUMET_TEV_FALSE;
+    }
+    if (type == TEV_USER_DEFINED_DATA && (sub == nullptr || sub_len == 0)) {
+        logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "type & sub wrong !!");
+        return LUMET_TEV_FALSE;
+    }
+    if (data_len >= kTooBigDataLength) {
+        logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "Too big TEV data to add in the file");
+        return LUMET_TEV_FALSE;
+    }
+    if (stream == nullptr) {
+        logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "Stream NULL !!");
+        return LUMET_TEV_FALSE;
+    }
+    if (!stream->CheckError()) {
+        logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "Stream CheckError is false");
+        return LUMET_TEV_FALSE;
+    }
+    const SaveRequest request{name, name_len, sub, sub_len, data, data_len, type, update};
+    const uint32_t signature = getSignatureStream(stream);
+    switch (signature) {
+        case SIGNATURE_DETECTION_FAIL:
+            return saveIntoPlainMedia(*stream, request, true);
+        case SIGNATURE_VOXA:
+            return saveIntoVoxaImage(*stream);
+        case SIGNATURE_TEV:
+        case SIGNATURE_VOXA_TEV: {
+            const KUnique<char[]> key = copyNameKey(name, name_len);
+            if (!key) return LUMET_TEV_FALSE;
+            return signature == SIGNATURE_TEV ? saveIntoContainer(*stream, request, key.get(), true)
+                                              : saveIntoVoxaContainer(*stream, request, key.get());
+        }
+        default:
+            logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "Signature detection fail!! mode : %d\n",
+                    static_cast<int>(signature));
+            return LUMET_TEV_FALSE;
+    }
+}
+
+uint32_t saveFastTEVDataToStream(TevStream* stream, const char* name, uint32_t name_len,
+                                 const unsigned char* sub, uint32_t sub_len, const unsigned char* data,
+                                 uint32_t data_len, uint32_t type, uint32_t update) {
+    return saveTEVDataToStream(stream, name, name_len, sub, sub_len, data, data_len, type, update);
+}
