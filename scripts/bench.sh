@@ -22,7 +22,8 @@ mkdir -p "$work"
 trap 'rm -rf "$work"' EXIT
 
 "$build/bench/tev_bench" --media-dir="$data" --work-dir="$work" \
-  --benchmark_out="$results" --benchmark_out_format=json "$@"
+  --benchmark_out="$results" --benchmark_out_format=json \
+  --benchmark_repetitions=3 --benchmark_report_aggregates_only=true "$@"
 
 python3 "$root/scripts/render-benchmarks.py" --results "$results" --build "$build" \
   --data "$data" --out "$root/docs/benchmarks.md"
