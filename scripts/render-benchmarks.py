@@ -217,7 +217,7 @@ def table(rows):
 
 def headline(rows):
     out = ["| Operation | Target | Rows meeting it | Worst case |", "|---|---|---:|---|"]
-    for op, spec in OPS.items():
+    for op, about in OPS.items():
         mine = [r for r in rows if r["op"] == op and not r["error"]]
         if not mine:
             continue
@@ -226,7 +226,7 @@ def headline(rows):
         worst = max(mine, key=key)
         desc = (f"{ms(worst['real_time'])} ms ({worst['media']}, {int(worst['records'])} × "
                 f"{record_label(int(worst['record_B']))}, ratio {worst['ratio']:.1f})")
-        out.append(f"| {op} | {spec['target']} | {met} of {len(mine)} | {desc} |")
+        out.append(f"| {op} | {about['target']} | {met} of {len(mine)} | {desc} |")
     return out
 
 
@@ -245,12 +245,12 @@ def render(results, build, data):
     lines += method_section(f" Each case runs {reps} times and the tables show the median of each figure "
                             "(single runs on a shared machine are noisy)." if reps > 1 else "")
     lines += ["## Headline", ""] + headline(rows) + [""]
-    for op, spec in OPS.items():
+    for op, about in OPS.items():
         mine = [r for r in rows if r["op"] == op]
         if not mine:
             continue
-        lines += [f"## {spec['title']}", "", f"Library: {spec['call']}. Raw: {spec['raw']}. "
-                  f"Target: {spec['target']}.", ""]
+        lines += [f"## {about['title']}", "", f"Library: {about['call']}. Raw: {about['raw']}. "
+                  f"Target: {about['target']}.", ""]
         lines += table(mine) + [""]
         if any(not r["error"] and not r["met"] for r in mine):
             lines += ["Why rows miss the target: " + WHY[op], ""]
