@@ -36,5 +36,9 @@ test-asan: deps
 fuzz-smoke: deps
 	@if [ -f fuzz/CMakeLists.txt ]; then scripts/fuzz-smoke.sh $(FUZZ_BUILD); else echo "no fuzz targets"; fi
 
+# Benchmarks on media generated at bench time; writes docs/benchmarks.md.
+bench: deps
+	scripts/bench.sh
+
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)
