@@ -1,0 +1,70 @@
+// Helpers for tests that edit containers: records with recognisable
+// payloads, a parsed file to edit, and calls of the save family with a
+// RecordSpec.
+#ifndef TEV_TESTS_SUPPORT_EDIT_H
+#define TEV_TESTS_SUPPORT_EDIT_H
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "support/bytes.h"
+#include "tev/tev.h"
+
+namespace tevtest {
+
+// A record named `name` whose `size` data bytes all equal `fill`.
+inline RecordSpec record(const std::string& name, size_t size, uint8_t fill, uint16_t type = 1) {
+    return {type, name, std::nullopt, Bytes(size, fill)};
+}
+
+inline const unsigned char* subOf(const RecordSpec& r) { return r.sub ? r.sub->data() : nullptr; }
+inline uint32_t subLengthOf(const RecordSpec& r) { return r.sub ? uint32_t(r.sub->size()) : 0; }
+
+inline ContainerOptions boxed() {
+    ContainerOptions options;
+    options.mp4Box = true;
+    return options;
+}
+
+inline Bytes concat(Bytes a, const Bytes& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+inline void putU32le(Bytes& bytes, size_t at, uint32_t value) {
+    for (size_t i = 0; i < 4; ++i) bytes.at(at + i) = uint8_t(value >> (8 * i));
+}
+
+struct FilePackDestroyer {
+    void operator()(_TEV_info_pack* pack) const { destroyTEVDATA(pack); }
+};
+// A pack that owns its stream and file (checkTEVInFile).
+using FilePack = std::unique_ptr<_TEV_info_pack, FilePackDestroyer>;
+
+// Parses the container of the file at `path`, opened for update, and returns
+// what `edit` returns for its index (0 when nothing parses). The file is
+// closed again before this returns, so its bytes can be read afterwards.
+template <typename Edit>
+uint32_t editParsed(const std::string& path, Edit edit) {
+    FilePack pack(checkTEVInFile(path.c_str()));
+    EXPECT_NE(pack, nullptr) << "no container in " << path;
+    return pack ? edit(pack->info) : 0;
+}
+
+// Calls a save function of the family's common shape (name, name length,
+// sub-information, its length, data, its length, type, update) with `r`.
+// A byte that is not part of the name follows it, so that a save which
+// reads the name up to a terminator instead of its length shows.
+template <typename Save>
+uint32_t saveSpec(Save save, const RecordSpec& r, uint32_t update) {
+    const std::string name = r.name + "#";
+    return save(name.c_str(), uint32_t(r.name.size()), subOf(r), subLengthOf(r), r.data.data(),
+                uint32_t(r.data.size()), uint32_t(r.type), update);
+}
+
+}  // namespace tevtest
+
+#endif  // TEV_TESTS_SUPPORT_EDIT_H
