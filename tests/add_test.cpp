@@ -1,12 +1,13 @@
 // Adding records: the first record behind plain media, appends to a parsed
-// container (with and without a Voxa block behind it), the refusals of the
-// add family and the capacity check. Expected files are built byte by byte
-// by the test support.
+// container (with and without a Voxa block behind it), adds into the leading
+// "Invalid_Data" filler record, the refusals of the add family and the
+// capacity check. Expected files are built byte by byte by the test support.
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "support/bytes.h"
 #include "support/edit.h"
@@ -127,24 +128,17 @@ TEST_F(AddTest, RefusalsLogTheirMessageAndWriteNothing) {
         const char* tag;
         const char* text;
     } cases[] = {
-        {"FirstNullStream", [&](_TEV_info*) { return AddTEVDataInFirstTimeStream(nullptr, "x", 1, 3, nullptr, 0, data, 3); }, first, "Stream open error"},
         {"FirstUserDataEmptySub", [&](_TEV_info* i) { return AddTEVDataInFirstTimeStream(i->Stream, "x", 1, 0, sub, 0, data, 3); }, first, kUserDataRule},
         {"FirstNameTooLong", [&](_TEV_info* i) { return AddTEVDataInFirstTimeStream(i->Stream, longName.data(), 1025, 3, nullptr, 0, data, 3); }, first, "name_size <= 0 || name == NULL"},
         {"FirstLengthOver32Bits", [&](_TEV_info* i) { return AddTEVDataInFirstTimeStream(i->Stream, "x", 1, 3, nullptr, 0, data, 0xFFFFFFF7u); }, first, "Too big TEV data to add in the file"},
-        {"PathNullName", [&](_TEV_info*) { return AddTEVDataInFirstTime("/nonexistent/x.jpg", nullptr, 4, 5, nullptr, 0, data, 3); }, "TEVEncoder::AddTEVDataInFirstTime", "name null"},
         {"AppendUserDataEmptySub", [&](_TEV_info* i) { return AddTEVDataStream(i->Stream, i, "k", 1, 0, sub, 0, data, 3, nullptr); }, add, kUserDataRule},
-        {"AppendNullData", [&](_TEV_info* i) { return AddTEVDataStream(i->Stream, i, "k", 1, 3, nullptr, 0, nullptr, 3, nullptr); }, add, "data == NULL || data_size <= 0"},
-        {"AppendNullIndex", [&](_TEV_info* i) { return AddTEVDataStream(i->Stream, nullptr, "k", 1, 3, nullptr, 0, data, 3, nullptr); }, add, "TEV_info == NULL"},
-        {"AppendNullStream", [&](_TEV_info* i) { return AddTEVDataStream(nullptr, i, "k", 1, 3, nullptr, 0, data, 3, nullptr); }, add, "Stream == NULL"},
         // An index of a file that changed since it was parsed.
         {"AppendStaleIndex", [&](_TEV_info* i) { i->stream_size += 1; return append(i, kNotes); }, add, "File Search Error "},
         // An offset that would no longer fit 32 bits once shifted.
         {"AppendOffsetOverflow", [&](_TEV_info* i) { i->meta_data[0]->start_offset = 0xFFFFFFF0u; return append(i, kNotes); }, add, "Too big TEV data to add in the file"},
         {"DirectUserDataWithoutFlag", [&](_TEV_info* i) { return AddDirectTEVDataStream(i->Stream, i, 0, 0, data, 3, nullptr); }, direct, kUserDataRule},
-        {"DirectNullFp", [&](_TEV_info* i) { return AddDirectTEVDataFP(nullptr, i, 5, 0, data, 3, nullptr); }, direct, "fp == LUMET_TEV_NULL"},
         {"DirectFirstNullFp", [&](_TEV_info*) { return AddDirectTEVDataInFirstTimeFP(nullptr, 5, 0, data, 3); }, "TEVEncoder::AddDirectTEVDataInFirstTimeFP", "fp is null"},
         {"FastUserData", [&](_TEV_info* i) { return FastAddTEVData(i, "n", 1, 0, nullptr, 0, data, 3, 1); }, "TEV::AddTEVDataInFirstTime", kUserDataRule},
-        {"FastNullStream", [&](_TEV_info* i) { i->Stream = nullptr; return FastAddTEVData(i, "n", 1, 3, nullptr, 0, data, 3, 1); }, "TEV::FastAddTEVData", "Stream is null"},
     };
     const Bytes original = buildContainer(fakeJpeg(50), {kPhoto});
     for (const auto& c : cases) {
@@ -153,9 +147,7 @@ TEST_F(AddTest, RefusalsLogTheirMessageAndWriteNothing) {
         TempFile file(original);
         FilePack pack(checkTEVInFile(file.c_str()));
         ASSERT_NE(pack, nullptr);
-        TevStream* stream = pack->info->Stream;
         EXPECT_EQ(c.call(pack->info), 0u);
-        pack->info->Stream = stream;  // a case may have taken it away
         pack.reset();
         EXPECT_TRUE(loggedError(c.tag, c.text)) << dumpLog();
         EXPECT_EQ(file.read(), original);
@@ -180,12 +172,77 @@ TEST_F(AddTest, CapacityBoundIsExclusiveAt0xFFEFFFF1) {
     EXPECT_EQ(checkTEVInfoForSaving(&info, 0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu), 0u);
 }
 
-TEST(IndexBuilders, GenerateDataCopiesTheNameAndPacksTheType) {
-    _TEV_data_info* entry = _generateTEVData("abcdef", 3, 0x12, 1);
-    ASSERT_NE(entry, nullptr);
-    EXPECT_EQ(std::string(entry->name, entry->name_length), "abc");
-    EXPECT_EQ(entry->meta_type, 0x128000u);
-    EXPECT_EQ(_destroyTEVData(entry), 1u);
+// --- Adding into the leading filler record: exact fit, split, or an ordinary append.
+
+constexpr uint32_t kSlot = 100;  // the filler record's length in these files
+
+RecordSpec filler(uint32_t size) { return record("Invalid_Data", size - 20, 0, 32766); }
+
+// A record named "new!" of exactly `length` bytes (12 of them tag header and name).
+RecordSpec sized(uint32_t length) { return record("new!", length - 12, 0xEE, 7); }
+
+class FastAddTest : public LogCaptureTest {
+protected:
+    uint32_t fastAdd(const TempFile& file, const RecordSpec& r, uint32_t reuse) {
+        return editParsed(file.path(), [&](_TEV_info* info) {
+            return FastAddTEVData(info, r.name.data(), uint32_t(r.name.size()), r.type, subOf(r),
+                                  subLengthOf(r), r.data.data(), uint32_t(r.data.size()), reuse);
+        });
+    }
+
+    const Bytes media = fakeJpeg(90);
+};
+
+TEST_F(FastAddTest, RecordLengthChoosesFitSplitOrAppend) {
+    enum Layout { kInPlace, kSplit, kAppended };
+    const struct {
+        const char* label;
+        uint32_t length;
+        uint32_t reuse;
+        Layout layout;
+    } cases[] = {
+        {"ReuseZero", kSlot, 0, kAppended},         {"ExactFit", kSlot, 1, kInPlace},
+        {"LeftoverOf21", kSlot - 21, 1, kSplit},    {"LeftoverOf60", kSlot - 60, 1, kSplit},
+        {"LeftoverOf20", kSlot - 20, 1, kAppended}, {"LeftoverOf1", kSlot - 1, 1, kAppended},
+        {"Longer", kSlot + 1, 1, kAppended},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.label);
+        TempFile file(buildContainer(media, {filler(kSlot), kPhoto}));
+        const RecordSpec r = sized(c.length);
+        ASSERT_EQ(fastAdd(file, r, c.reuse), 1u) << dumpLog();
+        // A split leaves a smaller filler in front and the record ending where the old one ended.
+        const std::vector<RecordSpec> after =
+            c.layout == kInPlace ? std::vector<RecordSpec>{r, kPhoto}
+            : c.layout == kSplit ? std::vector<RecordSpec>{filler(kSlot - c.length), r, kPhoto}
+                                 : std::vector<RecordSpec>{filler(kSlot), kPhoto, r};
+        EXPECT_EQ(file.read(), buildContainer(media, after));
+    }
+}
+
+TEST_F(FastAddTest, SplitFillerEntryTakesTheNewRecordsSubInformationBit) {
+    TempFile file(buildContainer(media, {filler(kSlot), kPhoto}));
+    const RecordSpec withSub{7, "new!", Bytes{4, 5, 6}, Bytes(41, 0xEE)};  // 60 bytes
+    ASSERT_EQ(fastAdd(file, withSub, 1), 1u) << dumpLog();
+    Bytes expected = buildContainer(media, {filler(kSlot - 60), withSub, kPhoto});
+    putU32le(expected, expected.size() - (20 + 12 * 3) + 12, (32766u << 16) | 0x8000u);
+    EXPECT_EQ(file.read(), expected);
+}
+
+TEST_F(FastAddTest, ALiveFirstRecordIsNeverOverwritten) {
+    TempFile file(buildContainer(media, {kPhoto, filler(kSlot)}));
+    const RecordSpec sameSize = sized(recordLength(kPhoto));
+    ASSERT_EQ(fastAdd(file, sameSize, 1), 1u) << dumpLog();
+    EXPECT_EQ(file.read(), buildContainer(media, {kPhoto, filler(kSlot), sameSize}));
+}
+
+TEST_F(FastAddTest, AContainerFollowedByAVoxaBlockIsRefused) {
+    ContainerOptions withVoxa;
+    withVoxa.voxaTrailer = true;
+    const Bytes before = buildContainer(media, {filler(kSlot), kPhoto}, withVoxa);
+    TempFile file(before);
+    EXPECT_EQ(fastAdd(file, sized(50), 1), 0u);
+    EXPECT_EQ(file.read(), before);
 }
 
 }  // namespace

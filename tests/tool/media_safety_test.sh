@@ -35,14 +35,14 @@ data = open(sys.argv[1], 'rb').read()
 pos = 0
 while pos + 8 <= len(data):
     size = struct.unpack('>I', data[pos:pos + 4])[0]
-    if size == 1:
+    if size == 1:  # a 64-bit size follows the type
         size = struct.unpack('>Q', data[pos + 8:pos + 16])[0]
-    elif size == 0:
+    elif size == 0:  # the box reaches to the end
         size = len(data) - pos
     if size < 8:
         sys.exit(1)
     pos += size
-sys.exit(0 if pos == len(data) else 1)
+sys.exit(pos != len(data))
 PY
 }
 
