@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "container/directory_image.h"
 #include "container/format.h"
 #include "util/checked.h"
 
@@ -53,14 +54,21 @@ RebuildStatus writeKeptRecords(TevStream& source, const _TEV_info& info, const R
     return RebuildStatus::kOk;
 }
 
-// "TEVH", version, count, the kept entries, KTHO, "TEVT".
-RebuildStatus writeDirectory(const _TEV_info& info, const Removal& removal, TevStream& out) {
+// A kept entry as the rebuilt directory holds it: its offset shrinks by the
+// removed length that lies between its record and "TEVH" (`removedBehind`).
+_TEV_data_info keptEntry(const _TEV_data_info& entry, int64_t removedBehind) {
+    _TEV_data_info moved = entry;
+    moved.start_offset = static_cast<uint32_t>(entry.start_offset - removedBehind);
+    return moved;
+}
+
+// The new directory in one write; false, with the stream back where the
+// directory begins, when it cannot be assembled or the write falls short.
+bool writeDirectoryAtOnce(const _TEV_info& info, const Removal& removal, TevStream& out) {
     const uint32_t kept = info.meta_count - removal.count();
-    if (out.writeTEV_KTSS() != tev::kTagSize || out.writeTEV_KVER() != tev::kFieldSize ||
-        out.writeTEV_KCnt(kept) != tev::kFieldSize) {
-        return RebuildStatus::kWriteFailed;
-    }
-    // The removed length still lying between the current record and "TEVH".
+    tev::DirectoryImage image;
+    if (!image.reserve(kept)) return false;
+    image.begin(kept);
     int64_t removedBehind = removal.length();
     for (uint32_t i = 0; i < info.meta_count; ++i) {
         const _TEV_data_info& entry = *info.meta_data[i];
@@ -68,14 +76,38 @@ RebuildStatus writeDirectory(const _TEV_info& info, const Removal& removal, TevS
             removedBehind -= entry.length;
             continue;
         }
-        _TEV_data_info moved = entry;
-        moved.start_offset = static_cast<uint32_t>(entry.start_offset - removedBehind);
+        image.addEntry(keptEntry(entry, removedBehind));
+    }
+    image.end(kept);
+    return tev::writeDirectoryImage(out, image);
+}
+
+// "TEVH", version, count, the kept entries, KTHO, "TEVT", field by field.
+RebuildStatus writeDirectoryByFields(const _TEV_info& info, const Removal& removal, TevStream& out) {
+    const uint32_t kept = info.meta_count - removal.count();
+    if (out.writeTEV_KTSS() != tev::kTagSize || out.writeTEV_KVER() != tev::kFieldSize ||
+        out.writeTEV_KCnt(kept) != tev::kFieldSize) {
+        return RebuildStatus::kWriteFailed;
+    }
+    int64_t removedBehind = removal.length();
+    for (uint32_t i = 0; i < info.meta_count; ++i) {
+        const _TEV_data_info& entry = *info.meta_data[i];
+        if (removal.removed(i)) {
+            removedBehind -= entry.length;
+            continue;
+        }
+        _TEV_data_info moved = keptEntry(entry, removedBehind);
         out.writeTEV_KDR(&moved);
     }
     if (out.writeTEV_KTHO(kept) != tev::kFieldSize || out.writeTEV_KTS() != tev::kTagSize) {
         return RebuildStatus::kWriteFailed;
     }
     return RebuildStatus::kOk;
+}
+
+RebuildStatus writeDirectory(const _TEV_info& info, const Removal& removal, TevStream& out) {
+    if (writeDirectoryAtOnce(info, removal, out)) return RebuildStatus::kOk;
+    return writeDirectoryByFields(info, removal, out);
 }
 
 }  // namespace
