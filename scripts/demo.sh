@@ -6,21 +6,27 @@
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
-build=${1:-$root/build}
+build=$(cd "${1:-$root/build}" && pwd)
 tev=$build/tools/tev
 out=$root/demo-out
 
 step() { printf '\n\033[1m== %s\033[0m\n' "$*"; }
-run() { printf '$ tev %s\n' "$*"; "$tev" "$@"; }
+run() {
+  printf '$ tev'
+  printf ' %q' "$@"
+  printf '\n'
+  "$tev" "$@"
+}
 
 rm -rf "$out"
 mkdir -p "$out"
-printf 'Recorded on the balcony, 7 pm.' > "$out/caption.txt"
-printf 'author=demo;lang=en' > "$out/sub-info.bin"
-head -c 4096 /dev/urandom > "$out/sound.bin"
+cd "$out"
+printf 'Recorded on the balcony, 7 pm.' > caption.txt
+printf 'author=demo;lang=en' > sub-info.bin
+head -c 4096 /dev/urandom > sound.bin
 
 for sample in sample.jpg sample.mp4; do
-  file=$out/$sample
+  file=$sample
   cp "$root/media/$sample" "$file"
   size=$(stat -c %s "$file")
 
@@ -28,19 +34,19 @@ for sample in sample.jpg sample.mp4; do
   run info "$file"
 
   step "$sample: add a sound record (type 256) and a caption with sub-information (type 0)"
-  run add "$file" voice --data-file "$out/sound.bin" --type 256
-  run add "$file" caption --data-file "$out/caption.txt" --type 0 --sub-info-file "$out/sub-info.bin"
+  run add "$file" voice --data-file "sound.bin" --type 256
+  run add "$file" caption --data-file "caption.txt" --type 0 --sub-info-file "sub-info.bin"
   run list "$file"
 
   step "$sample: extract both records and compare them with what went in"
-  run extract "$file" voice -o "$out/voice.out"
-  cmp "$out/sound.bin" "$out/voice.out" && echo "voice: identical"
-  run extract "$file" caption --sub-info -o "$out/sub.out"
-  cmp "$out/sub-info.bin" "$out/sub.out" && echo "caption sub-information: identical"
+  run extract "$file" voice -o "voice.out"
+  cmp "sound.bin" "voice.out" && echo "voice: identical"
+  run extract "$file" caption --sub-info -o "sub.out"
+  cmp "sub-info.bin" "sub.out" && echo "caption sub-information: identical"
 
   step "$sample: adding an existing name is refused unless --replace is given"
-  run add "$file" caption --data "second take" --type 0 --sub-info-file "$out/sub-info.bin" || echo "(refused, file unchanged)"
-  run add "$file" caption --data "second take" --type 0 --sub-info-file "$out/sub-info.bin" --replace
+  run add "$file" caption --data "second take" --type 0 --sub-info-file "sub-info.bin" || echo "(refused, file unchanged)"
+  run add "$file" caption --data "second take" --type 0 --sub-info-file "sub-info.bin" --replace
   run extract "$file" caption
   echo
   run list "$file"

@@ -70,8 +70,8 @@ expect_records() {
 # "first" is in place.
 edit_sequence() {
   local kind=$1 file=$2 original=$3 boxed=$4
-  local label
-  label="$kind$([[ -n $boxed ]] && echo ' boxed')"
+  local label=$kind
+  [[ -z $boxed ]] || label="$kind boxed"
 
   expect_status 0 "$label append" "$tev" add "$file" caption --data-file "$scratch/caption.txt" \
     --type 0 --sub-info-file "$scratch/sub.bin"

@@ -106,41 +106,42 @@ usage_errors() {
   expect_stderr_line "missing file" "$scratch/absent.jpg: cannot open"
 }
 
-# expect_refused DESCRIPTION FILE TEXT CMD...: exit 1, one line naming the
-# file and TEXT, and the file unchanged.
+# expect_refused DESCRIPTION FILE TEXT CMD...: exit 1, one stderr line
+# containing TEXT, and FILE unchanged.
 expect_refused() {
   local what=$1 file=$2 text=$3
   shift 3
   local before
   before=$(checksum "$file")
   expect_status 1 "$what" "$@"
-  expect_stderr_line "$what" "$file: $text"
+  expect_stderr_line "$what" "$text"
   [[ $(checksum "$file") == "$before" ]] || note_failure "$what: the file changed"
 }
 
 refused_edits() {
   local file=$scratch/c-sample.jpg plain=$scratch/plain.jpg
   cp "$media/sample.jpg" "$plain"
-  expect_refused "existing name" "$file" "record \"note\" exists" \
+  expect_refused "existing name" "$file" "$file: record \"note\" exists" \
     "$tev" add "$file" note --data other
-  expect_refused "type 0 without sub-info" "$file" "type 0 (user-defined) needs sub-information" \
+  expect_refused "type 0 without sub-info" "$file" "$file: type 0 (user-defined) needs sub-information" \
     "$tev" add "$file" fresh --data other --type 0
-  expect_refused "type 0 without sub-info on plain media" "$plain" "needs sub-information" \
+  expect_refused "type 0 without sub-info on plain media" "$plain" "$plain: type 0 (user-defined) needs sub-information" \
     "$tev" add "$plain" fresh --data other --type 0
-  expect_refused "empty data" "$file" "the data is empty" "$tev" add "$file" fresh --data ""
-  expect_refused "name too long" "$file" "record names must be 1 to 1024 bytes long" \
+  expect_refused "empty data" "$file" "$file: the data is empty" "$tev" add "$file" fresh --data ""
+  expect_refused "name too long" "$file" "$file: record names must be 1 to 1024 bytes long" \
     "$tev" add "$file" "$(printf 'n%.0s' {1..1025})" --data x
   truncate -s 4293918721 "$scratch/huge.bin"  # sparse: 0xFFF00001 bytes
-  expect_refused "too big data" "$file" "too big" "$tev" add "$file" big --data-file "$scratch/huge.bin"
+  expect_refused "too big data" "$file" "$scratch/huge.bin: data file of 4293918721 bytes is too big" \
+    "$tev" add "$file" big --data-file "$scratch/huge.bin"
   rm -f "$scratch/huge.bin"
-  expect_refused "delete missing" "$file" "no record named \"nosuch\"" "$tev" delete "$file" nosuch
-  expect_refused "delete one missing of two" "$file" "no record named \"nosuch\"" \
+  expect_refused "delete missing" "$file" "$file: no record named \"nosuch\"" "$tev" delete "$file" nosuch
+  expect_refused "delete one missing of two" "$file" "$file: no record named \"nosuch\"" \
     "$tev" delete "$file" note nosuch
-  expect_refused "delete a name twice" "$file" "no record named \"note\"" "$tev" delete "$file" note note
-  expect_refused "clear plain media" "$plain" "no container" "$tev" clear "$plain"
-  expect_refused "delete from plain media" "$plain" "no container" "$tev" delete "$plain" note
+  expect_refused "delete a name twice" "$file" "$file: no record named \"note\"" "$tev" delete "$file" note note
+  expect_refused "clear plain media" "$plain" "$plain: no container" "$tev" clear "$plain"
+  expect_refused "delete from plain media" "$plain" "$plain: no container" "$tev" delete "$plain" note
   : >"$scratch/empty.jpg"
-  expect_refused "add to an empty file" "$scratch/empty.jpg" "the file is empty" \
+  expect_refused "add to an empty file" "$scratch/empty.jpg" "$scratch/empty.jpg: the file is empty" \
     "$tev" add "$scratch/empty.jpg" x --data y
 }
 
@@ -172,8 +173,8 @@ damaged_and_voxa() {
   { cat "$media/sample.jpg"; printf 'garbage-TEVT'; } >"$damaged"
   expect_status 0 "info on a damaged container" "$tev" info "$damaged" --json
   expect_json "info on a damaged container" "d['signature'] == 2 and d['container'] == {'status': 'damaged'}"
-  expect_refused "list a damaged container" "$damaged" "container is damaged" "$tev" list "$damaged"
-  expect_refused "add to a damaged container" "$damaged" "container is damaged" \
+  expect_refused "list a damaged container" "$damaged" "$damaged: container is damaged" "$tev" list "$damaged"
+  expect_refused "add to a damaged container" "$damaged" "$damaged: container is damaged" \
     "$tev" add "$damaged" x --data y
 
   # A Voxa block: the media, a sound, "VOXA" 106, one sound, header length 20, "VOXABS".
@@ -190,7 +191,7 @@ PY
   end=$((start + 1024))
   expect_status 0 "info on a Voxa image" "$tev" info "$voxa" --json
   expect_json "info on a Voxa image" "d['signature'] == 3 and d['container'] is None and d['voxa'] == {'version': 106, 'sounds': [{'start': $start, 'end': $end}]}"
-  expect_refused "list a Voxa image" "$voxa" "no container (only a Voxa sound block)" "$tev" list "$voxa"
+  expect_refused "list a Voxa image" "$voxa" "$voxa: no container (only a Voxa sound block)" "$tev" list "$voxa"
 }
 
 plain_media
