@@ -33,6 +33,13 @@ inline bool readWord(TevStream& stream, uint32_t* value) {
     return true;
 }
 
+// The little-endian 32-bit field at `bytes`: readers that fetch several
+// fields of the trailer or of a tag header in one read decode them with this.
+inline uint32_t loadLittleEndian32(const unsigned char* bytes) {
+    return uint32_t{bytes[0]} | uint32_t{bytes[1]} << 8 | uint32_t{bytes[2]} << 16 |
+           uint32_t{bytes[3]} << 24;
+}
+
 inline bool tagEquals(const char* bytes, const char (&tag)[kTagSize]) {
     return std::memcmp(bytes, tag, kTagSize) == 0;
 }
