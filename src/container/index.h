@@ -8,17 +8,11 @@
 #include <memory>
 
 #include "container/format.h"
+#include "container/owned.h"
 #include "tev/stream.h"
 #include "tev/types.h"
 
 namespace tev {
-
-// Releases memory that came from _kmalloc / _kcalloc.
-struct KFree {
-    void operator()(void* memory) const { _kfree(memory); }
-};
-template <typename T>
-using KUnique = std::unique_ptr<T, KFree>;
 
 // True when all `size` bytes were read.
 inline bool readFully(TevStream& stream, void* buffer, int64_t size) {

@@ -58,7 +58,7 @@ RebuildStatus writeKeptRecords(TevStream& source, const _TEV_info& info, const R
                                const Removal& removal, TevStream& out) {
     const int64_t chunkSize = std::min(kRecordCopyChunk, longestKeptRun(info, removal));
     if (chunkSize == 0) return RebuildStatus::kOk;
-    OwnedMemory<unsigned char> chunk(static_cast<unsigned char*>(_kmalloc(chunkSize)));
+    KUnique<unsigned char> chunk(static_cast<unsigned char*>(_kmalloc(chunkSize)));
     if (!chunk) return RebuildStatus::kNoMemory;
     for (uint32_t i = 0; i < info.meta_count;) {
         if (removal.removed(i)) {
