@@ -4,6 +4,7 @@
 // they made when the check fails (on success the pack keeps the stream).
 #include <new>
 
+#include "container/check_internal.h"
 #include "container/format.h"
 #include "container/index.h"
 #include "container/owned.h"
@@ -26,21 +27,6 @@ bool hasContainerSignature(uint32_t signature) {
     return signature - SIGNATURE_TEV < kContainerSignatureCount;
 }
 
-// The directory, its entries and all names, or null (the index is freed).
-tev::OwnedTevInfo parseWholeContainer(TevStream* stream, uint32_t signature) {
-    tev::OwnedTevInfo info(ParseTEV(stream, signature));
-    if (!info) return nullptr;
-    if (getTEVList(info.get()) == LUMET_TEV_FALSE) {
-        logLine(kLogError, "TEVCommonAPIs::checkTEVInStreamVersionNotchecked", "getTEVList err.");
-        return nullptr;
-    }
-    if (getAllNameOfDataList(info.get()) == LUMET_TEV_FALSE) {
-        logLine(kLogError, "TEVCommonAPIs::checkTEVInStreamVersionNotchecked", "getAllNameOfDataList err.");
-        return nullptr;
-    }
-    return info;
-}
-
 // A Voxa sound that lies in front of the container and that no record refers
 // to belongs to the appended region as well: the region then starts where
 // that sound starts. A sound table pointing anywhere else is left alone.
@@ -51,6 +37,40 @@ void coverUnreferencedVoxaSound(TevStream* stream, _TEV_info* info) {
     const int64_t soundStart = voxa->sound_table[0];
     if (soundStart <= info->data_start_position) info->data_start_position = soundStart;
 }
+
+}  // namespace
+
+// Signature, directory, entries, names, and the start of the appended
+// region. Without `withNames`, a stream that ends with its directory gets no
+// names: past the entries only a name can fail the check there, and with no
+// Voxa block at the end nothing else changes the index.
+tev::OwnedTevInfo tev::parseStreamIndex(TevStream* stream, bool withNames) {
+    if (stream == nullptr) {
+        logLine(kLogError, "TEVCommonAPIs::checkTEVInStreamVersionNotchecked", "Stream is null.");
+        return nullptr;
+    }
+    if (!stream->CheckError()) {
+        logLine(kLogError, "TEVCommonAPIs::checkTEVInStreamVersionNotchecked", "Stream open error.");
+        return nullptr;
+    }
+    const uint32_t signature = getSignatureStream(stream);
+    if (!hasContainerSignature(signature)) return nullptr;
+    tev::OwnedTevInfo info(ParseTEV(stream, signature));
+    if (!info) return nullptr;
+    if (getTEVList(info.get()) == LUMET_TEV_FALSE) {
+        logLine(kLogError, "TEVCommonAPIs::checkTEVInStreamVersionNotchecked", "getTEVList err.");
+        return nullptr;
+    }
+    if (!withNames && signature == SIGNATURE_TEV) return info;
+    if (getAllNameOfDataList(info.get()) == LUMET_TEV_FALSE) {
+        logLine(kLogError, "TEVCommonAPIs::checkTEVInStreamVersionNotchecked", "getAllNameOfDataList err.");
+        return nullptr;
+    }
+    coverUnreferencedVoxaSound(stream, info.get());
+    return info;
+}
+
+namespace {
 
 _TEV_info_pack* packContainer(tev::OwnedTevInfo info) {
     const uint32_t count = info->meta_count;
@@ -96,19 +116,8 @@ _TEV_info_pack* checkOpenedFile(tev::OwnedFile fp) {
 }  // namespace
 
 _TEV_info_pack* checkTEVInStreamVersionNotchecked(TevStream* stream, bool /*flag*/) {
-    if (stream == nullptr) {
-        logLine(kLogError, "TEVCommonAPIs::checkTEVInStreamVersionNotchecked", "Stream is null.");
-        return nullptr;
-    }
-    if (!stream->CheckError()) {
-        logLine(kLogError, "TEVCommonAPIs::checkTEVInStreamVersionNotchecked", "Stream open error.");
-        return nullptr;
-    }
-    const uint32_t signature = getSignatureStream(stream);
-    if (!hasContainerSignature(signature)) return nullptr;
-    tev::OwnedTevInfo info = parseWholeContainer(stream, signature);
+    tev::OwnedTevInfo info = tev::parseStreamIndex(stream, true);
     if (!info) return nullptr;
-    coverUnreferencedVoxaSound(stream, info.get());
     return packContainer(std::move(info));
 }
 

@@ -24,6 +24,7 @@ inline constexpr uint32_t kTailFieldsSize = 8;       // KTHO + "TEVT"
 inline constexpr uint32_t kBoxHeaderSize = 8;        // size + "tevd"
 // Stream seek origins.
 inline constexpr uint32_t kSeekSet = 0;
+inline constexpr uint32_t kSeekCurrent = 1;
 inline constexpr uint32_t kSeekEnd = 2;
 
 // Record tag header: meta type, name length, [sub-info length].

@@ -3,6 +3,7 @@
 // stream's current position; the caller positions the stream.
 #include <algorithm>
 
+#include "container/directory_image.h"
 #include "container/format.h"
 #include "container/index.h"
 #include "tev/container.h"
@@ -111,11 +112,27 @@ void TevStream::writeDummyTEVDataHeader(uint32_t size, uint32_t has_sub) {
     if (here >= 1) truncate(here);
 }
 
+namespace {
+
+// The directory of writeTEVHeader in one write; false, with the stream back
+// where it began, when that is not possible.
+bool writeHeaderAtOnce(TevStream& stream, _TEV_data_info** entries, uint32_t count) {
+    tev::DirectoryImage image;
+    if (!image.reserve(count)) return false;
+    image.begin(count + tev::kHeaderCountSurplus);
+    for (uint32_t i = 0; i < count; ++i) image.addEntry(*entries[i]);
+    image.end(count);
+    return tev::writeDirectoryImage(stream, image);
+}
+
+}  // namespace
+
 int64_t TevStream::writeTEVHeader(_TEV_data_info** entries, uint32_t count) {
     if (entries == nullptr) return 0;
     for (uint32_t i = 0; i < count; ++i) {
         if (entries[i] == nullptr) return 0;
     }
+    if (writeHeaderAtOnce(*this, entries, count)) return tev::kTagSize;
     if (!wroteAll(writeTEV_KTSS(), tev::kTagSize) || !wroteAll(writeTEV_KVER(), tev::kFieldSize) ||
         !wroteAll(writeTEV_KCnt(count + tev::kHeaderCountSurplus), tev::kFieldSize)) {
         return 0;

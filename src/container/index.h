@@ -8,17 +8,11 @@
 #include <memory>
 
 #include "container/format.h"
+#include "container/owned.h"
 #include "tev/stream.h"
 #include "tev/types.h"
 
 namespace tev {
-
-// Releases memory that came from _kmalloc / _kcalloc.
-struct KFree {
-    void operator()(void* memory) const { _kfree(memory); }
-};
-template <typename T>
-using KUnique = std::unique_ptr<T, KFree>;
 
 // True when all `size` bytes were read.
 inline bool readFully(TevStream& stream, void* buffer, int64_t size) {
@@ -31,6 +25,13 @@ inline bool readWord(TevStream& stream, uint32_t* value) {
     if (stream.readInt32(&word) != kFieldSize) return false;
     *value = word;
     return true;
+}
+
+// The little-endian 32-bit field at `bytes`: readers that fetch several
+// fields of the trailer or of a tag header in one read decode them with this.
+inline uint32_t loadLittleEndian32(const unsigned char* bytes) {
+    return uint32_t{bytes[0]} | uint32_t{bytes[1]} << 8 | uint32_t{bytes[2]} << 16 |
+           uint32_t{bytes[3]} << 24;
 }
 
 inline bool tagEquals(const char* bytes, const char (&tag)[kTagSize]) {

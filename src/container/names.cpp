@@ -19,13 +19,14 @@ void forgetName(_TEV_data_info& entry) {
     entry.sub_info_length = 0;
 }
 
-// Seeks to the record's name-length field, which follows its meta type.
-bool seekToNameLength(TevStream& stream, const _TEV_info& info, const _TEV_data_info& entry) {
+// Seeks to the record's name-length field, which follows its meta type, and
+// returns its position; -1 after logging.
+int64_t seekToNameLength(TevStream& stream, const _TEV_info& info, const _TEV_data_info& entry) {
     uint32_t distance = 0;
     if (!tev::checkedAdd(info.header_offset, entry.start_offset, &distance)) {
         tev::logLine(tev::kLogError, "TEVInternal::_getNameOfData",
                      "data_start_position is larger than header_offset, abnormal operation");
-        return false;
+        return -1;
     }
     const int64_t start = tev::recordStart(info, entry);
     const int64_t target = start < 0 ? -1 : start + tev::kFieldSize;
@@ -33,27 +34,27 @@ bool seekToNameLength(TevStream& stream, const _TEV_info& info, const _TEV_data_
     if (at < 0 || at != target) {
         tev::logLine(tev::kLogError, "TEVInternal::_getNameOfData", "File System Error %lld\n ",
                      static_cast<long long>(at));
-        return false;
+        return -1;
     }
-    return true;
+    return target;
 }
 
-// Reads name length, [sub-information length] and name from the record's
-// tag header; the stream stands on the name-length field.
-bool readTagHeader(TevStream& stream, const _TEV_info& info, _TEV_data_info& entry) {
-    uint32_t nameLength = 0;
-    tev::readWord(stream, &nameLength);  // a short read leaves 0, which is refused below
-    if (nameLength < tev::kMinNameLength || nameLength > tev::kMaxNameLength) {
-        tev::logLine(tev::kLogError, "TEVInternal::_getNameOfData", "name length is wrong : %ubyte",
-                     nameLength);
-        return false;
-    }
-    uint32_t subLength = 0;
-    if (entry.has_sub_info != 0 && (!tev::readWord(stream, &subLength) || subLength == 0)) {
-        tev::logLine(tev::kLogError, "TEVInternal::_getNameOfData", "sub data read size <= 0");
-        return false;
-    }
-    const int64_t nameAt = stream.tell();
+bool nameLengthAccepted(uint32_t nameLength) {
+    if (nameLength >= tev::kMinNameLength && nameLength <= tev::kMaxNameLength) return true;
+    tev::logLine(tev::kLogError, "TEVInternal::_getNameOfData", "name length is wrong : %ubyte", nameLength);
+    return false;
+}
+
+bool subLengthAccepted(bool read, uint32_t subLength) {
+    if (read && subLength != 0) return true;
+    tev::logLine(tev::kLogError, "TEVInternal::_getNameOfData", "sub data read size <= 0");
+    return false;
+}
+
+// Reads the name that starts at `nameAt`, where the stream stands, and
+// stores it with its lengths in the entry.
+bool readName(TevStream& stream, const _TEV_info& info, _TEV_data_info& entry, uint32_t nameLength,
+              uint32_t subLength, int64_t nameAt) {
     tev::KUnique<char> name(static_cast<char*>(_kmalloc(size_t{nameLength} + 1)));
     if (!name) return false;
     if (!tev::rangeFits(nameAt, nameLength, info.stream_size) ||
@@ -66,6 +67,39 @@ bool readTagHeader(TevStream& stream, const _TEV_info& info, _TEV_data_info& ent
     entry.name_length = nameLength;
     entry.sub_info_length = subLength;
     return true;
+}
+
+// Name length, [sub-information length] and name, one field at a time; the
+// stream stands on the name-length field.
+bool readTagHeaderByFields(TevStream& stream, const _TEV_info& info, _TEV_data_info& entry) {
+    uint32_t nameLength = 0;
+    tev::readWord(stream, &nameLength);  // a short read leaves 0, which is refused
+    if (!nameLengthAccepted(nameLength)) return false;
+    uint32_t subLength = 0;
+    if (entry.has_sub_info != 0 && !subLengthAccepted(tev::readWord(stream, &subLength), subLength)) {
+        return false;
+    }
+    return readName(stream, info, entry, nameLength, subLength, stream.tell());
+}
+
+// Reads the tag header's length fields (name length and, when flagged, the
+// sub-information length) in one read from `fieldsAt`, where the stream
+// stands, then the name. A read that comes up short is undone and the fields
+// are read one by one, so a cut header fails on the same field as before.
+bool readTagHeader(TevStream& stream, const _TEV_info& info, _TEV_data_info& entry, int64_t fieldsAt) {
+    const bool hasSub = entry.has_sub_info != 0;
+    const int64_t size = hasSub ? tev::kFieldSize + tev::kSubInfoLengthSize : tev::kFieldSize;
+    unsigned char fields[tev::kFieldSize + tev::kSubInfoLengthSize] = {};
+    const int64_t got = stream.read(fields, size);
+    if (got != size) {
+        if (got > 0) stream.seek(fieldsAt, tev::kSeekSet);
+        return readTagHeaderByFields(stream, info, entry);
+    }
+    const uint32_t nameLength = tev::loadLittleEndian32(fields);
+    if (!nameLengthAccepted(nameLength)) return false;
+    const uint32_t subLength = hasSub ? tev::loadLittleEndian32(fields + tev::kFieldSize) : 0;
+    if (hasSub && !subLengthAccepted(true, subLength)) return false;
+    return readName(stream, info, entry, nameLength, subLength, fieldsAt + size);
 }
 
 uint32_t readNameOfEntry(_TEV_info* info, uint32_t index) {
@@ -99,8 +133,9 @@ uint32_t readNameOfEntry(_TEV_info* info, uint32_t index) {
         return 0;
     }
     forgetName(entry);
-    if (!seekToNameLength(*info->Stream, *info, entry)) return 0;
-    return readTagHeader(*info->Stream, *info, entry) ? 1 : 0;
+    const int64_t fieldsAt = seekToNameLength(*info->Stream, *info, entry);
+    if (fieldsAt < 0) return 0;
+    return readTagHeader(*info->Stream, *info, entry, fieldsAt) ? 1 : 0;
 }
 
 uint32_t readAllNames(_TEV_info* info) {

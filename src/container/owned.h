@@ -1,7 +1,6 @@
-// Scoped owners for what the readers make for the length of one call: files
-// they opened, stream objects they built around a caller's medium, parsed
-// indexes and Voxa descriptors. Memory from _kmalloc is held in KUnique
-// (container/index.h).
+// Scoped owners for what the library makes for the length of one call:
+// memory from _kmalloc, files it opened, stream objects built around a
+// caller's medium, parsed indexes and packs, and Voxa descriptors.
 #ifndef TEV_SRC_CONTAINER_OWNED_H
 #define TEV_SRC_CONTAINER_OWNED_H
 
@@ -14,6 +13,13 @@
 #include "tev/voxa.h"
 
 namespace tev {
+
+// Releases memory that came from _kmalloc / _kcalloc.
+struct KFree {
+    void operator()(void* memory) const { _kfree(memory); }
+};
+template <typename T>
+using KUnique = std::unique_ptr<T, KFree>;
 
 struct FileCloser {
     void operator()(FILE* fp) const { _kfclose(fp); }
@@ -28,6 +34,18 @@ struct TevInfoDestroyer {
     void operator()(_TEV_info* info) const { DestroyTEV(info); }
 };
 using OwnedTevInfo = std::unique_ptr<_TEV_info, TevInfoDestroyer>;
+
+// A pack parsed over a stream that someone else releases.
+struct PackOnStreamDestroyer {
+    void operator()(_TEV_info_pack* pack) const { destroyTEVDATA_Stream(pack); }
+};
+using OwnedPackOnStream = std::unique_ptr<_TEV_info_pack, PackOnStreamDestroyer>;
+
+// A pack that owns its stream and the file under it (checkTEVInFile).
+struct PackWithFileDestroyer {
+    void operator()(_TEV_info_pack* pack) const { destroyTEVDATA(pack); }
+};
+using OwnedFilePack = std::unique_ptr<_TEV_info_pack, PackWithFileDestroyer>;
 
 // A Voxa descriptor parsed over a stream that belongs to someone else.
 struct VoxaOnStreamDestroyer {

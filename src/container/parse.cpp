@@ -1,8 +1,11 @@
 // Locating the directory (ParseTEV) and reading its entries into the index
 // (getTEVList, _addData). Every value read from the stream is checked
 // against the stream's size before it is used.
+#include <algorithm>
 #include <cstdint>
 #include <limits>
+#include <memory>
+#include <new>
 
 #include "container/format.h"
 #include "container/index.h"
@@ -116,20 +119,64 @@ bool allocateEntries(_TEV_info* info, uint32_t count) {
     return true;
 }
 
-bool readEntries(_TEV_info* info) {
-    TevStream& stream = *info->Stream;
-    for (info->fill_cursor = 0; info->fill_cursor < info->meta_count; ++info->fill_cursor) {
+// Directory entries are read this many at a time (96 KiB): a directory of up
+// to this many entries costs one read, and the buffer stays small whatever
+// count a damaged directory claims.
+constexpr uint32_t kEntriesPerRead = 8192;
+
+bool addEntry(_TEV_info* info, uint32_t metaType, uint32_t startOffset, uint32_t length) {
+    if (_addData(info, startOffset, length, metaType) != 0) return true;
+    tev::logLine(tev::kLogError, "TEV::getTEVList", "_addData return is LUMET_TEV_FALSE!!");
+    return false;
+}
+
+// The next `count` entries, field by field: meta type, start offset, length.
+bool readEntriesByFields(TevStream& stream, _TEV_info* info, uint32_t count) {
+    for (uint32_t i = 0; i < count; ++i, ++info->fill_cursor) {
         uint32_t metaType = 0;
         uint32_t startOffset = 0;
         uint32_t length = 0;
         if (!tev::readWord(stream, &metaType) || !tev::readWord(stream, &startOffset) ||
-            !tev::readWord(stream, &length)) {
+            !tev::readWord(stream, &length) || !addEntry(info, metaType, startOffset, length)) {
             return false;
         }
-        if (_addData(info, startOffset, length, metaType) == 0) {
-            tev::logLine(tev::kLogError, "TEV::getTEVList", "_addData return is LUMET_TEV_FALSE!!");
+    }
+    return true;
+}
+
+// The next `count` entries from one read into `bytes`. A read that comes up
+// short (a stream cut inside the directory, or a memory buffer refusing the
+// whole request) is undone and the entries are read field by field, so the
+// failure comes at the same entry, after the same log lines, as it would
+// without the batch.
+bool readEntryBatch(TevStream& stream, _TEV_info* info, uint32_t count, unsigned char* bytes) {
+    const int64_t size = int64_t{count} * tev::kDirectoryEntrySize;
+    const int64_t got = stream.read(bytes, size);
+    if (got != size) {
+        if (got > 0) stream.seek(-got, tev::kSeekCurrent);
+        return readEntriesByFields(stream, info, count);
+    }
+    for (uint32_t i = 0; i < count; ++i, ++info->fill_cursor) {
+        const unsigned char* entry = bytes + size_t{i} * tev::kDirectoryEntrySize;
+        if (!addEntry(info, tev::loadLittleEndian32(entry), tev::loadLittleEndian32(entry + tev::kFieldSize),
+                      tev::loadLittleEndian32(entry + 2 * tev::kFieldSize))) {
             return false;
         }
+    }
+    return true;
+}
+
+// Reads the entries in batches; without memory for a batch, field by field.
+bool readEntries(_TEV_info* info) {
+    TevStream& stream = *info->Stream;
+    const uint32_t perRead = std::min(info->meta_count, kEntriesPerRead);
+    std::unique_ptr<unsigned char[]> bytes(
+        new (std::nothrow) unsigned char[size_t{perRead} * tev::kDirectoryEntrySize]);
+    for (info->fill_cursor = 0; info->fill_cursor < info->meta_count;) {
+        const uint32_t count = std::min(info->meta_count - info->fill_cursor, perRead);
+        const bool read = bytes ? readEntryBatch(stream, info, count, bytes.get())
+                                : readEntriesByFields(stream, info, count);
+        if (!read) return false;
     }
     return true;
 }

@@ -55,36 +55,51 @@ bool positionOnDirectory(TevStream& stream, const _TEV_info& info) {
 
 }  // namespace
 
-uint32_t AddTEVDataStream(TevStream* stream, _TEV_info* info, const char* name, uint32_t name_len,
-                          uint32_t type, const unsigned char* sub, uint32_t sub_len,
-                          const unsigned char* data, uint32_t data_len, _voxa_info_struct* voxa) {
-    const tev::RecordArgs record{name, name_len, type, sub, sub_len, data, data_len};
+namespace tev {
+
+uint32_t appendRecord(TevStream* stream, _TEV_info* info, const RecordArgs& record, _voxa_info_struct* voxa,
+                      bool* complete) {
+    if (complete != nullptr) *complete = false;
     if (!acceptsAppend(stream, info, record)) return LUMET_TEV_FALSE;
     if (!positionOnDirectory(*stream, *info)) return LUMET_TEV_FALSE;
     // Every record moves L bytes further away from the new "TEVH"; refuse
     // before writing when a distance would no longer fit its field.
     uint32_t length = 0;
-    if (!tev::computeRecordLength(record, &length) || !tev::shiftOffsets(*info, length)) {
-        tev::logLine(tev::kLogError, kTag, "Too big TEV data to add in the file");
+    if (!computeRecordLength(record, &length) || !shiftOffsets(*info, length)) {
+        logLine(kLogError, kTag, "Too big TEV data to add in the file");
         return LUMET_TEV_FALSE;
     }
-    stream->writeDataTagInfo(type, record.hasSubFlag(), name, name_len, sub,
-                             record.storedSubLength());
-    if (stream->write(data, data_len) < 0) {
-        tev::logLine(tev::kLogError, kTag, "file write error\n");
+    const bool tagWritten = stream->writeDataTagInfo(record.type, record.hasSubFlag(), record.name,
+                                                     record.nameLength, record.sub,
+                                                     record.storedSubLength()) != 0;
+    const int64_t dataWritten = stream->write(record.data, record.dataLength);
+    if (dataWritten < 0) {
+        logLine(kLogError, kTag, "file write error\n");
         return LUMET_TEV_FALSE;
     }
-    tev::writeAppendedDirectory(*stream, *info, tev::makeEntry(record.metaType(), length, length));
+    const bool directoryWritten =
+        writeAppendedDirectory(*stream, *info, makeEntry(record.metaType(), length, length)).ok();
     if (voxa != nullptr) {
         uint32_t start = 0;
         uint32_t end = 0;
-        tev::firstSoundOf(*voxa, &start, &end);
-        if (!tev::writeVoxaTrailer(*stream, tev::kVoxaAppendVersion, voxa->sound_count, start,
-                                   end)) {
-            tev::logLine(tev::kLogError, "TEVEncoder::AddTEVData", "file write error\n");
+        firstSoundOf(*voxa, &start, &end);
+        if (!writeVoxaTrailer(*stream, kVoxaAppendVersion, voxa->sound_count, start, end)) {
+            logLine(kLogError, "TEVEncoder::AddTEVData", "file write error\n");
             return LUMET_TEV_FALSE;
         }
     }
-    tev::dropStaleTail(*stream, info->stream_size);
+    dropStaleTail(*stream, info->stream_size);
+    if (complete != nullptr) {
+        *complete = tagWritten && dataWritten == record.dataLength && directoryWritten && voxa == nullptr;
+    }
     return LUMET_TEV_TRUE;
+}
+
+}  // namespace tev
+
+uint32_t AddTEVDataStream(TevStream* stream, _TEV_info* info, const char* name, uint32_t name_len,
+                          uint32_t type, const unsigned char* sub, uint32_t sub_len,
+                          const unsigned char* data, uint32_t data_len, _voxa_info_struct* voxa) {
+    const tev::RecordArgs record{name, name_len, type, sub, sub_len, data, data_len};
+    return tev::appendRecord(stream, info, record, voxa, nullptr);
 }

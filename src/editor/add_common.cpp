@@ -1,5 +1,6 @@
 #include "editor/add_internal.h"
 
+#include "container/directory_image.h"
 #include "container/format.h"
 #include "tev/container.h"
 #include "util/checked.h"
@@ -55,8 +56,26 @@ bool collectEntries(const _TEV_info& info, std::vector<_TEV_data_info*>* entries
     return true;
 }
 
-DirectoryWrite writeDirectory(TevStream& stream, uint32_t countField,
-                              const std::vector<_TEV_data_info*>& entries) {
+namespace {
+
+// The directory in one write; false (the stream back where it began) when
+// there is no memory for it, an entry is missing, or the write fell short.
+bool writeDirectoryAtOnce(TevStream& stream, uint32_t countField,
+                          const std::vector<_TEV_data_info*>& entries) {
+    const uint32_t entryCount = static_cast<uint32_t>(entries.size());
+    DirectoryImage image;
+    if (!image.reserve(entryCount)) return false;
+    image.begin(countField);
+    for (const _TEV_data_info* entry : entries) {
+        if (entry == nullptr) return false;
+        image.addEntry(*entry);
+    }
+    image.end(entryCount);
+    return writeDirectoryImage(stream, image);
+}
+
+DirectoryWrite writeDirectoryByFields(TevStream& stream, uint32_t countField,
+                                      const std::vector<_TEV_data_info*>& entries) {
     const uint32_t entryCount = static_cast<uint32_t>(entries.size());
     int64_t result = stream.writeTEV_KTSS();
     if (!wrote(result)) return {DirectoryStep::kHead, result};
@@ -73,6 +92,15 @@ DirectoryWrite writeDirectory(TevStream& stream, uint32_t countField,
     result = stream.writeTEV_KTS();
     if (!wrote(result)) return {DirectoryStep::kTail, result};
     return {DirectoryStep::kDone, result};
+}
+
+}  // namespace
+
+DirectoryWrite writeDirectory(TevStream& stream, uint32_t countField,
+                              const std::vector<_TEV_data_info*>& entries) {
+    // A complete write ends with "TEVT", whose write gives its size.
+    if (writeDirectoryAtOnce(stream, countField, entries)) return {DirectoryStep::kDone, kTagSize};
+    return writeDirectoryByFields(stream, countField, entries);
 }
 
 DirectoryWrite writeAppendedDirectory(TevStream& stream, const _TEV_info& info,

@@ -59,6 +59,13 @@ DirectoryWrite writeDirectory(TevStream& stream, uint32_t countField,
 DirectoryWrite writeAppendedDirectory(TevStream& stream, const _TEV_info& info,
                                       _TEV_data_info added);
 
+// The work of AddTEVDataStream. When `complete` is given it tells whether
+// the record and the new directory went out whole (no Voxa block was asked
+// for), so that the stream ends with a directory whose every record can be
+// read as written.
+uint32_t appendRecord(TevStream* stream, _TEV_info* info, const RecordArgs& record,
+                      _voxa_info_struct* voxa, bool* complete);
+
 // Seeks to minus header_offset from the end, where "TEVH" of the parsed
 // container begins. -1 when the seek fails or the stream no longer has the
 // size it was parsed with (the index is stale and every position taken from

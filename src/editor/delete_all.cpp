@@ -11,9 +11,9 @@
 #include "util/log.h"
 
 using tev::deleting::locateRecords;
-using tev::deleting::OwnedFile;
-using tev::deleting::OwnedPack;
-using tev::deleting::OwnedStream;
+using tev::OwnedFile;
+using tev::OwnedPackOnStream;
+using tev::OwnedStream;
 using tev::deleting::RecordSpan;
 
 namespace {
@@ -109,7 +109,7 @@ uint32_t deleteAllDataFromStream(TevStream* stream) {
     // which the library does not have yet; such files are reported as failures
     // and left untouched until it does.
     if (signature != SIGNATURE_TEV && signature != SIGNATURE_VOXA_TEV) return LUMET_TEV_FALSE;
-    OwnedPack pack(checkTEVInStreamAndUpdate(stream));
+    OwnedPackOnStream pack(checkTEVInStreamAndUpdate(stream));
     if (!pack) {
         tev::logLine(tev::kLogError, "TEVEncoderAPIs::deleteAllDataFromStream", "TEVDATA is null");
         return LUMET_TEV_FALSE;
@@ -151,7 +151,7 @@ uint32_t deleteFastAllTEVDataStream(TevStream* stream) {
         tev::logLine(tev::kLogError, "TEVEncoderAPIs::deleteFastAllTEVDataStream", "Pointer is null");
         return LUMET_TEV_FALSE;
     }
-    OwnedPack pack(checkTEVInStreamAndUpdate(stream));
+    OwnedPackOnStream pack(checkTEVInStreamAndUpdate(stream));
     if (!pack) {
         tev::logLine(tev::kLogError, "TEVEncoderAPIs::deleteFastAllTEVDataStream", "TEVDATA is null");
         return LUMET_TEV_FALSE;

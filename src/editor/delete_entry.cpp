@@ -12,30 +12,24 @@
 #include "tev/voxa.h"
 #include "util/log.h"
 
-using tev::deleting::OwnedFile;
-using tev::deleting::OwnedMemory;
-using tev::deleting::OwnedPack;
-using tev::deleting::OwnedVoxa;
+using tev::OwnedFile;
+using tev::KUnique;
+using tev::OwnedPackOnStream;
+using tev::OwnedVoxaOnStream;
 
 namespace {
 
-struct PackDestroyer {
-    void operator()(_TEV_info_pack* pack) const { destroyTEVDATA(pack); }
-};
-// A pack that owns its stream and file (made by checkTEVInFile).
-using OwnedFilePack = std::unique_ptr<_TEV_info_pack, PackDestroyer>;
-
 // Names arrive as bytes and a length; the index look-up wants a
 // NUL-terminated string.
-OwnedMemory<char> terminatedName(const char* name, uint32_t length) {
-    OwnedMemory<char> copy(static_cast<char*>(_kmalloc(static_cast<size_t>(length) + 1)));
+KUnique<char> terminatedName(const char* name, uint32_t length) {
+    KUnique<char> copy(static_cast<char*>(_kmalloc(static_cast<size_t>(length) + 1)));
     if (copy) std::memcpy(copy.get(), name, length);
     return copy;
 }
 
 // Index of the named record, or the pack's data count when it is absent.
 uint32_t indexOfName(_TEV_info_pack* pack, const char* name, uint32_t length) {
-    const OwnedMemory<char> key = terminatedName(name, length);
+    const KUnique<char> key = terminatedName(name, length);
     if (!key) return pack->data_count;
     const uint32_t index = _getIndexOfName(pack, key.get());
     return index < pack->data_count ? index : pack->data_count;
@@ -74,7 +68,7 @@ uint32_t deleteTEVDataFromStreambyName(TevStream*& stream, _TEV_info_pack*& pack
         tev::logLine(tev::kLogError, "TEVEncoderAPIs::deleteTEVDataFromStreambyName", "name is null");
         return LUMET_TEV_FALSE;
     }
-    OwnedVoxa voxa(_checkAudioInImageStream(stream));
+    OwnedVoxaOnStream voxa(_checkAudioInImageStream(stream));
     // A Voxa block that lists no sound has nothing to keep in step.
     if (voxa && voxa->sound_count == 0) voxa.reset();
     const bool boxed = checkSignatureMP4Tag(pack->info) == 1;
@@ -167,7 +161,7 @@ uint32_t deleteFastATEVDataStream(TevStream* stream, const char* name) {
         tev::logLine(tev::kLogError, "TEVEncoderAPIs::deleteFastATEVDataStream", "name is null");
         return LUMET_TEV_FALSE;
     }
-    OwnedPack pack(checkTEVInStreamAndUpdate(stream));
+    OwnedPackOnStream pack(checkTEVInStreamAndUpdate(stream));
     if (!pack) {
         tev::logLine(tev::kLogError, "TEVEncoderAPIs::deleteFastATEVDataStream", "TEVDATA is null");
         return LUMET_TEV_FALSE;

@@ -4,6 +4,7 @@
 // first record on, and the stream is cut right behind it.
 #include <cstdio>
 
+#include "container/check_internal.h"
 #include "container/format.h"
 #include "editor/delete_rebuild.h"
 #include "tev/detect.h"
@@ -13,7 +14,6 @@
 
 using tev::deleting::copyBack;
 using tev::deleting::locateRecords;
-using tev::deleting::OwnedPack;
 using tev::deleting::RebuildStatus;
 using tev::deleting::RecordSpan;
 using tev::deleting::Removal;
@@ -89,15 +89,28 @@ bool writeVoxaTrailer(TevStream& out, const VoxaTrailer& trailer) {
            out.write(tev::kVoxaTailMark, tev::kVoxaTailMarkSize) == tev::kVoxaTailMarkSize;
 }
 
+// True when every entry of the index has its name, read from the stream
+// when the index was made.
+bool hasAllNames(const _TEV_info& info) {
+    for (uint32_t i = 0; i < info.meta_count; ++i) {
+        if (info.meta_data[i] == nullptr || info.meta_data[i]->name == nullptr) return false;
+    }
+    return true;
+}
+
 // The index must still describe the stream, and its records must lie where
-// the directory says, before anything is copied.
-bool indexDescribesStream(_TEV_info& info, OwnedPack* fresh, RecordSpan* span) {
-    fresh->reset(checkTEVInStreamAndUpdate(info.Stream));
+// the directory says, before anything is copied. The stream is parsed again
+// to compare; its names are read again only where the comparison cannot
+// vouch for them: when the index lacks some, or when the Voxa bookkeeping
+// works on the fresh index. Otherwise an unchanged directory means the
+// records the index's names were read from are still there.
+bool indexDescribesStream(_TEV_info& info, bool forVoxa, tev::OwnedTevInfo* fresh, RecordSpan* span) {
+    *fresh = tev::parseStreamIndex(info.Stream, forVoxa || !hasAllNames(info));
     if (!*fresh) {
         tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "TEVDATA is null");
         return false;
     }
-    if (!sameDirectory(info, *(*fresh)->info)) {
+    if (!sameDirectory(info, **fresh)) {
         tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "TEV_info does not match the stream");
         return false;
     }
@@ -159,9 +172,9 @@ uint32_t replaceContainer(const _TEV_info& info, const RecordSpan& span, const R
 uint32_t DeleteATEVDataStream(_TEV_info* info, uint32_t index, _voxa_info_struct* voxa) {
     if (!deleteArgumentsUsable(info, index)) return LUMET_TEV_FALSE;
     if (index == 0 && info->meta_count == 1) return DeleteAllTEVDataStream(info);
-    OwnedPack fresh;
+    tev::OwnedTevInfo fresh;
     RecordSpan span{};
-    if (!indexDescribesStream(*info, &fresh, &span)) return LUMET_TEV_FALSE;
+    if (!indexDescribesStream(*info, voxa != nullptr, &fresh, &span)) return LUMET_TEV_FALSE;
     Removal removal;
     if (!removal.init(info->meta_count)) {
         tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "tempBuff is null");
@@ -172,7 +185,7 @@ uint32_t DeleteATEVDataStream(_TEV_info* info, uint32_t index, _voxa_info_struct
     // record goes: the editors of that list are not part of the library yet,
     // so only the Voxa block is kept in step here.
     if (voxa == nullptr) return replaceContainer(*info, span, removal, nullptr);
-    voxa->position_mark = voxaPositionMark(*fresh->info, *voxa, index);
+    voxa->position_mark = voxaPositionMark(*fresh, *voxa, index);
     if (voxa->position_mark == tev::kVoxaMarkItself) {
         return replaceContainer(*info, span, removal, nullptr);
     }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "container/directory_image.h"
 #include "container/format.h"
 #include "util/checked.h"
 
@@ -17,16 +18,32 @@ int64_t recordStart(const RecordSpan& span, const _TEV_data_info& entry) {
     return span.directory - static_cast<int64_t>(entry.start_offset);
 }
 
-int64_t largestKeptRecord(const _TEV_info& info, const Removal& removal) {
-    int64_t largest = 0;
-    for (uint32_t i = 0; i < info.meta_count; ++i) {
-        if (!removal.removed(i)) largest = std::max<int64_t>(largest, info.meta_data[i]->length);
-    }
-    return largest;
+// The kept records between two removed ones lie back to back (locateRecords
+// checked that the records follow each other in directory order), so each
+// such run is copied as one piece. Its length is returned and `next` is set
+// to the first entry after it.
+int64_t keptRunFrom(const _TEV_info& info, const Removal& removal, uint32_t first, uint32_t* next) {
+    int64_t length = 0;
+    uint32_t i = first;
+    for (; i < info.meta_count && !removal.removed(i); ++i) length += info.meta_data[i]->length;
+    *next = i;
+    return length;
 }
 
-RebuildStatus copyRecord(TevStream& source, int64_t start, int64_t length, unsigned char* chunk,
-                         int64_t chunkSize, TevStream& out) {
+int64_t longestKeptRun(const _TEV_info& info, const Removal& removal) {
+    int64_t longest = 0;
+    for (uint32_t i = 0; i < info.meta_count;) {
+        if (removal.removed(i)) {
+            ++i;
+            continue;
+        }
+        longest = std::max(longest, keptRunFrom(info, removal, i, &i));
+    }
+    return longest;
+}
+
+RebuildStatus copyRun(TevStream& source, int64_t start, int64_t length, unsigned char* chunk,
+                      int64_t chunkSize, TevStream& out) {
     if (source.seek(start, tev::kSeekSet) != start) return RebuildStatus::kReadFailed;
     for (int64_t remaining = length; remaining > 0;) {
         const int64_t step = std::min(remaining, chunkSize);
@@ -39,28 +56,38 @@ RebuildStatus copyRecord(TevStream& source, int64_t start, int64_t length, unsig
 
 RebuildStatus writeKeptRecords(TevStream& source, const _TEV_info& info, const RecordSpan& span,
                                const Removal& removal, TevStream& out) {
-    const int64_t chunkSize = std::min(kRecordCopyChunk, largestKeptRecord(info, removal));
+    const int64_t chunkSize = std::min(kRecordCopyChunk, longestKeptRun(info, removal));
     if (chunkSize == 0) return RebuildStatus::kOk;
-    OwnedMemory<unsigned char> chunk(static_cast<unsigned char*>(_kmalloc(chunkSize)));
+    KUnique<unsigned char> chunk(static_cast<unsigned char*>(_kmalloc(chunkSize)));
     if (!chunk) return RebuildStatus::kNoMemory;
-    for (uint32_t i = 0; i < info.meta_count; ++i) {
-        if (removal.removed(i)) continue;
-        const _TEV_data_info& entry = *info.meta_data[i];
-        const RebuildStatus status =
-            copyRecord(source, recordStart(span, entry), entry.length, chunk.get(), chunkSize, out);
+    for (uint32_t i = 0; i < info.meta_count;) {
+        if (removal.removed(i)) {
+            ++i;
+            continue;
+        }
+        const int64_t start = recordStart(span, *info.meta_data[i]);
+        const int64_t length = keptRunFrom(info, removal, i, &i);
+        const RebuildStatus status = copyRun(source, start, length, chunk.get(), chunkSize, out);
         if (status != RebuildStatus::kOk) return status;
     }
     return RebuildStatus::kOk;
 }
 
-// "TEVH", version, count, the kept entries, KTHO, "TEVT".
-RebuildStatus writeDirectory(const _TEV_info& info, const Removal& removal, TevStream& out) {
+// A kept entry as the rebuilt directory holds it: its offset shrinks by the
+// removed length that lies between its record and "TEVH" (`removedBehind`).
+_TEV_data_info keptEntry(const _TEV_data_info& entry, int64_t removedBehind) {
+    _TEV_data_info moved = entry;
+    moved.start_offset = static_cast<uint32_t>(entry.start_offset - removedBehind);
+    return moved;
+}
+
+// The new directory in one write; false, with the stream back where the
+// directory begins, when it cannot be assembled or the write falls short.
+bool writeDirectoryAtOnce(const _TEV_info& info, const Removal& removal, TevStream& out) {
     const uint32_t kept = info.meta_count - removal.count();
-    if (out.writeTEV_KTSS() != tev::kTagSize || out.writeTEV_KVER() != tev::kFieldSize ||
-        out.writeTEV_KCnt(kept) != tev::kFieldSize) {
-        return RebuildStatus::kWriteFailed;
-    }
-    // The removed length still lying between the current record and "TEVH".
+    tev::DirectoryImage image;
+    if (!image.reserve(kept)) return false;
+    image.begin(kept);
     int64_t removedBehind = removal.length();
     for (uint32_t i = 0; i < info.meta_count; ++i) {
         const _TEV_data_info& entry = *info.meta_data[i];
@@ -68,14 +95,38 @@ RebuildStatus writeDirectory(const _TEV_info& info, const Removal& removal, TevS
             removedBehind -= entry.length;
             continue;
         }
-        _TEV_data_info moved = entry;
-        moved.start_offset = static_cast<uint32_t>(entry.start_offset - removedBehind);
+        image.addEntry(keptEntry(entry, removedBehind));
+    }
+    image.end(kept);
+    return tev::writeDirectoryImage(out, image);
+}
+
+// "TEVH", version, count, the kept entries, KTHO, "TEVT", field by field.
+RebuildStatus writeDirectoryByFields(const _TEV_info& info, const Removal& removal, TevStream& out) {
+    const uint32_t kept = info.meta_count - removal.count();
+    if (out.writeTEV_KTSS() != tev::kTagSize || out.writeTEV_KVER() != tev::kFieldSize ||
+        out.writeTEV_KCnt(kept) != tev::kFieldSize) {
+        return RebuildStatus::kWriteFailed;
+    }
+    int64_t removedBehind = removal.length();
+    for (uint32_t i = 0; i < info.meta_count; ++i) {
+        const _TEV_data_info& entry = *info.meta_data[i];
+        if (removal.removed(i)) {
+            removedBehind -= entry.length;
+            continue;
+        }
+        _TEV_data_info moved = keptEntry(entry, removedBehind);
         out.writeTEV_KDR(&moved);
     }
     if (out.writeTEV_KTHO(kept) != tev::kFieldSize || out.writeTEV_KTS() != tev::kTagSize) {
         return RebuildStatus::kWriteFailed;
     }
     return RebuildStatus::kOk;
+}
+
+RebuildStatus writeDirectory(const _TEV_info& info, const Removal& removal, TevStream& out) {
+    if (writeDirectoryAtOnce(info, removal, out)) return RebuildStatus::kOk;
+    return writeDirectoryByFields(info, removal, out);
 }
 
 }  // namespace

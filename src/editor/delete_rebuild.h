@@ -13,39 +13,13 @@
 #include <memory>
 #include <optional>
 
+#include "container/owned.h"
 #include "tev/container.h"
 #include "tev/stream.h"
 #include "tev/types.h"
 #include "tev/voxa.h"
 
 namespace tev::deleting {
-
-struct KFree {
-    void operator()(void* memory) const { _kfree(memory); }
-};
-template <typename T>
-using OwnedMemory = std::unique_ptr<T, KFree>;
-
-struct FileCloser {
-    void operator()(FILE* fp) const { _kfclose(fp); }
-};
-// A FILE* opened by the delete entry points themselves.
-using OwnedFile = std::unique_ptr<FILE, FileCloser>;
-
-// A stream object built around a medium; deleting it never closes the medium.
-using OwnedStream = std::unique_ptr<TevStream>;
-
-struct PackOnStreamDestroyer {
-    void operator()(_TEV_info_pack* pack) const { destroyTEVDATA_Stream(pack); }
-};
-// A pack parsed over a stream that someone else releases.
-using OwnedPack = std::unique_ptr<_TEV_info_pack, PackOnStreamDestroyer>;
-
-struct VoxaOnStreamDestroyer {
-    void operator()(_voxa_info_struct* voxa) const { DestroyVoxaStream(voxa); }
-};
-// A Voxa descriptor parsed over a stream that someone else releases.
-using OwnedVoxa = std::unique_ptr<_voxa_info_struct, VoxaOnStreamDestroyer>;
 
 // Where a container's records lie, as checked by locateRecords.
 struct RecordSpan {
@@ -75,7 +49,7 @@ public:
     int64_t length() const { return length_; }
 
 private:
-    OwnedMemory<uint8_t> flags_;
+    KUnique<uint8_t> flags_;
     uint32_t entryCount_ = 0;
     uint32_t count_ = 0;
     int64_t length_ = 0;

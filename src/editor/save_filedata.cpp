@@ -41,6 +41,19 @@ DataFileStatus readWholeDataFile(const char* path, DataFile* out) {
     return DataFileStatus::kOk;
 }
 
+// Reads the data file and hands its bytes to `save`; a file that is too big
+// is logged under `tooBigTag`, every other refusal silently gives 0.
+template <typename Save>
+uint32_t saveWithDataFile(const char* data_path, const char* tooBigTag, Save save) {
+    DataFile file;
+    const DataFileStatus status = readWholeDataFile(data_path, &file);
+    if (status == DataFileStatus::kTooBig) {
+        logLine(kLogError, tooBigTag, "Too big TEV data to add in the file");
+    }
+    if (status != DataFileStatus::kOk) return LUMET_TEV_FALSE;
+    return save(file.bytes.get(), file.length);
+}
+
 }  // namespace tev
 
 using tev::DataFile;
@@ -119,38 +132,27 @@ uint32_t saveFastTEVNameToFP(FILE* fp, const char* name, uint32_t name_len, cons
 uint32_t saveTEVDataFileToFPAddTag(FILE* fp, const char* name, uint32_t name_len,
                                    const unsigned char* sub, uint32_t sub_len, const char* data_path,
                                    uint32_t type, uint32_t update) {
-    DataFile file;
-    const DataFileStatus status = readWholeDataFile(data_path, &file);
-    if (status == DataFileStatus::kTooBig) {
-        logLine(kLogError, "TEVAPI::saveTEVDataFileToFPAddTag", "Too big TEV data to add in the file");
-    }
-    if (status != DataFileStatus::kOk) return LUMET_TEV_FALSE;
-    return saveTEVDataToFPAddTag(fp, name, name_len, sub, sub_len, file.bytes.get(), file.length, type,
-                                 update);
+    const auto save = [&](const unsigned char* data, uint32_t length) {
+        return saveTEVDataToFPAddTag(fp, name, name_len, sub, sub_len, data, length, type, update);
+    };
+    return tev::saveWithDataFile(data_path, "TEVAPI::saveTEVDataFileToFPAddTag", save);
 }
 
 uint32_t saveTEVDataFileToFPToMP4(FILE* fp, const char* name, uint32_t name_len,
                                   const unsigned char* sub, uint32_t sub_len, const char* data_path,
                                   uint32_t type, uint32_t update) {
-    DataFile file;
-    const DataFileStatus status = readWholeDataFile(data_path, &file);
-    if (status == DataFileStatus::kTooBig) {
-        logLine(kLogError, "TEVAPI", "Too big TEV data to add in the file");
-    }
-    if (status != DataFileStatus::kOk) return LUMET_TEV_FALSE;
-    return saveTEVDataToFPToMP4(fp, name, name_len, sub, sub_len, file.bytes.get(), file.length, type,
-                                update);
+    const auto save = [&](const unsigned char* data, uint32_t length) {
+        return saveTEVDataToFPToMP4(fp, name, name_len, sub, sub_len, data, length, type, update);
+    };
+    return tev::saveWithDataFile(data_path, "TEVAPI", save);
 }
 
 uint32_t saveTEVDataFileToFileAddTag(const char* path, const char* name, uint32_t name_len,
                                      const unsigned char* sub, uint32_t sub_len, const char* data_path,
                                      uint32_t type, uint32_t update) {
-    DataFile file;
-    const DataFileStatus status = readWholeDataFile(data_path, &file);
-    if (status == DataFileStatus::kTooBig) {
-        logLine(kLogError, "TEVAPI::saveTEVDataFileToFileAddTag", "Too big TEV data to add in the file");
-    }
-    if (status != DataFileStatus::kOk) return LUMET_TEV_FALSE;
-    return saveTEVDataToFileAddTag(path, name, name_len, sub, sub_len, file.bytes.get(), file.length,
-                                   type, update);
+    const auto save = [&](const unsigned char* data, uint32_t length) {
+        return saveTEVDataToFileAddTag(path, name, name_len, sub, sub_len, data, length, type,
+                                       update);
+    };
+    return tev::saveWithDataFile(data_path, "TEVAPI::saveTEVDataFileToFileAddTag", save);
 }

@@ -4,7 +4,9 @@
 // "tevd" box of MP4 media up to date.
 #include <cstring>
 
+#include "container/check_internal.h"
 #include "container/format.h"
+#include "editor/add_internal.h"
 #include "editor/save_internal.h"
 #include "tev/detect.h"
 #include "tev/editor.h"
@@ -42,9 +44,9 @@ uint32_t addFirstRecord(TevStream& stream, const SaveRequest& r) {
 }
 
 uint32_t appendRecord(TevStream& stream, _TEV_info* info, const SaveRequest& r,
-                      _voxa_info_struct* voxa) {
-    return AddTEVDataStream(&stream, info, r.name, r.nameLength, r.type, r.sub, r.subLength, r.data,
-                            r.dataLength, voxa);
+                      _voxa_info_struct* voxa, bool* complete = nullptr) {
+    const RecordArgs record{r.name, r.nameLength, r.type, r.sub, r.subLength, r.data, r.dataLength};
+    return tev::appendRecord(&stream, info, record, voxa, complete);
 }
 
 // On MP4 media, opens a "tevd" box with a placeholder size at the end of the
@@ -61,6 +63,19 @@ PackPtr reparseForBox(TevStream& stream) {
     PackPtr pack(checkTEVInStreamAndUpdate(&stream));
     if (!pack) logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "updateMP4Tag TEVdata is NULL.");
     return pack;
+}
+
+// After records were written whole behind media into a box: size the box
+// from a fresh index of the directory alone. Every record is either one the
+// parse before the write read in full, untouched by the write, or the one
+// just written, so the names are not read again to size the box.
+void resizeBox(TevStream& stream) {
+    const OwnedTevInfo info = parseStreamIndex(&stream, false);
+    if (!info) {
+        logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "updateMP4Tag TEVdata is NULL.");
+        return;
+    }
+    updateMP4Tag(info.get());
 }
 
 // After records were written behind media: bring the box size (or, for a
@@ -141,7 +156,12 @@ uint32_t saveIntoPlainMedia(TevStream& stream, const SaveRequest& r, bool withBo
     int64_t boxPosition = 0;
     const bool boxed = withBox && openBoxOnMp4Media(stream, &boxPosition);
     const uint32_t added = addFirstRecord(stream, r);
-    if (boxed) refreshBox(stream, false);
+    // A first record that was added went out whole, with its directory.
+    if (boxed && added == LUMET_TEV_TRUE) {
+        resizeBox(stream);
+    } else if (boxed) {
+        refreshBox(stream, false);
+    }
     return added;
 }
 
@@ -164,9 +184,12 @@ uint32_t saveIntoContainer(TevStream& stream, const SaveRequest& r, const char* 
         pack.reset(checkTEVInStreamAndUpdate(&stream));
         if (!pack) return readdAsFirstRecord(stream, r, withBox);
     }
-    const uint32_t added = appendRecord(stream, pack->info, r, nullptr);
+    bool complete = false;
+    const uint32_t added = appendRecord(stream, pack->info, r, nullptr, &complete);
     pack.reset();
-    if (wasBoxed) {
+    if (wasBoxed && complete) {
+        resizeBox(stream);
+    } else if (wasBoxed) {
         refreshBox(stream, false);
     } else if (withBox && checkMP4Stream(&stream) == LUMET_TEV_TRUE) {
         refreshBox(stream, true);

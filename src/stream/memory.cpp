@@ -6,13 +6,14 @@
 #include "tev/stream.h"
 #include "util/log.h"
 
+// calloc hands out zero-filled memory; for large blocks fresh from the
+// system it skips the clearing pass that malloc and memset would make.
 void* _kmalloc(size_t size) {
-    void* memory = std::malloc(size);
+    void* memory = std::calloc(1, size);
     if (memory == nullptr) {
         tev::logLine(tev::kLogError, "_kmalloc error", "pointer allocated is null");
         return nullptr;
     }
-    std::memset(memory, 0, size);
     return memory;
 }
 

@@ -6,6 +6,7 @@
 #include <memory>
 #include <new>
 
+#include "container/owned.h"
 #include "tev/stream.h"
 #include "tev/voxa.h"
 #include "util/log.h"
@@ -15,10 +16,7 @@ namespace {
 
 using tev::voxa::StreamRelease;
 
-struct FileCloser {
-    void operator()(FILE* fp) const { _kfclose(fp); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
+using FilePtr = tev::OwnedFile;
 
 // Parses over a new stream built from `source`; the stream goes into the
 // record, or is deleted when there is no block.

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "container/owned.h"
 #include "tev/stream.h"
 #include "tev/voxa.h"
 #include "util/log.h"
@@ -13,15 +14,8 @@ namespace {
 
 using tev::voxa::SoundSpan;
 
-struct KFree {
-    void operator()(void* p) const { _kfree(p); }
-};
-using KBuffer = std::unique_ptr<unsigned char, KFree>;
-
-struct FileCloser {
-    void operator()(FILE* fp) const { _kfclose(fp); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
+using KBuffer = tev::KUnique<unsigned char>;
+using FilePtr = tev::OwnedFile;
 
 // The name count is the third little-endian word of the meta payload.
 constexpr size_t kHeaderCountOffset = 8;

@@ -1,0 +1,53 @@
+// A directory assembled in memory, byte for byte as the step-by-step writers
+// (writeTEV_KTSS, writeTEV_KVER, writeTEV_KCnt, writeTEV_KDR, writeTEV_KTHO,
+// writeTEV_KTS) put it on a stream, so that it can go out with one write
+// instead of three per entry.
+#ifndef TEV_SRC_CONTAINER_DIRECTORY_IMAGE_H
+#define TEV_SRC_CONTAINER_DIRECTORY_IMAGE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "tev/stream.h"
+#include "tev/types.h"
+
+namespace tev {
+
+class DirectoryImage {
+public:
+    // Makes room for a directory of `entryCount` entries; false when the
+    // memory cannot be had.
+    bool reserve(uint32_t entryCount);
+    // "TEVH", the version and `countField`.
+    void begin(uint32_t countField);
+    // Meta type, start offset and length of one entry.
+    void addEntry(const _TEV_data_info& entry);
+    // KTHO for `entryCount` entries and "TEVT".
+    void end(uint32_t entryCount);
+
+    // True when every field went into the reserved room.
+    bool complete() const { return bytes_ != nullptr && !overflowed_; }
+    const unsigned char* data() const { return bytes_.get(); }
+    int64_t size() const { return static_cast<int64_t>(size_); }
+
+private:
+    void put(const void* field, size_t length);
+    void putWord(uint32_t value);
+
+    std::unique_ptr<unsigned char[]> bytes_;
+    size_t capacity_ = 0;
+    size_t size_ = 0;
+    bool overflowed_ = false;
+};
+
+// Writes a complete image at the stream's position with one write. When the
+// write does not complete (a memory buffer without room writes nothing, a
+// file may take part of it), the stream is put back where the image began
+// and the result is false: the caller then writes the directory field by
+// field, which leaves the bytes and reports the failing step it always did.
+bool writeDirectoryImage(TevStream& stream, const DirectoryImage& image);
+
+}  // namespace tev
+
+#endif  // TEV_SRC_CONTAINER_DIRECTORY_IMAGE_H
