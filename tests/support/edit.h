@@ -1,16 +1,18 @@
 // Helpers for tests that edit containers: records with recognisable
-// payloads, a parsed file to edit, and calls of the save family with a
-// RecordSpec.
+// payloads, files to edit (open behind a stream, or parsed), and calls of
+// the save family with a RecordSpec.
 #ifndef TEV_TESTS_SUPPORT_EDIT_H
 #define TEV_TESTS_SUPPORT_EDIT_H
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <memory>
 #include <string>
 
 #include "support/bytes.h"
+#include "support/files.h"
 #include "tev/tev.h"
 
 namespace tevtest {
@@ -37,6 +39,33 @@ inline Bytes concat(Bytes a, const Bytes& b) {
 inline void putU32le(Bytes& bytes, size_t at, uint32_t value) {
     for (size_t i = 0; i < 4; ++i) bytes.at(at + i) = uint8_t(value >> (8 * i));
 }
+
+// A temporary file holding `content`, open for update behind a file stream
+// for the lifetime of the object.
+class EditableFile {
+public:
+    explicit EditableFile(const Bytes& content)
+        : file_(content), fp_(std::fopen(file_.c_str(), "r+b")), stream_(new TevStreamFile(fp_)) {}
+    ~EditableFile() {
+        stream_.reset();  // before the FILE* it works on goes
+        if (fp_ != nullptr) std::fclose(fp_);
+    }
+    EditableFile(const EditableFile&) = delete;
+    EditableFile& operator=(const EditableFile&) = delete;
+
+    TevStream* stream() { return stream_.get(); }
+    Bytes bytes() const { return file_.read(); }
+
+private:
+    TempFile file_;
+    FILE* fp_;
+    std::unique_ptr<TevStreamFile> stream_;
+};
+
+struct IndexDeleter {
+    void operator()(_TEV_info* info) const { DestroyTEV(info); }
+};
+using IndexPtr = std::unique_ptr<_TEV_info, IndexDeleter>;
 
 struct FilePackDestroyer {
     void operator()(_TEV_info_pack* pack) const { destroyTEVDATA(pack); }
