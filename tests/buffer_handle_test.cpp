@@ -20,23 +20,6 @@ Bytes handleBytes(TevBufferHandle* handle, int64_t count) {
 
 using BufferHandleTest = tevtest::LogCaptureTest;
 
-TEST_F(BufferHandleTest, OwnedDataStartsZeroedAndWrappedMemoryIsNeverFreed) {
-    TevBufferHandle* owned = _kbopen(32);
-    ASSERT_NE(owned, nullptr);
-    EXPECT_EQ(kbgetWriteSize(owned), 0);
-    EXPECT_EQ(handleBytes(owned, 32), Bytes(32, 0));
-    _kbclose(owned);
-
-    uint8_t memory[8] = {1, 2, 3, 4, 5, 6, 7, 8};
-    TevBufferHandle* wrapped = _kbsetbuffer(memory, sizeof memory);
-    ASSERT_NE(wrapped, nullptr);
-    uint8_t byte = 0;
-    EXPECT_EQ(_kbread(&byte, 1, wrapped), 0);  // nothing written yet
-    EXPECT_EQ(_kbwriteInt16(0x0A0B, wrapped), 2);
-    _kbclose(wrapped);  // freeing stack memory would show under the sanitizer
-    EXPECT_EQ(memory[0], 0x0B);
-}
-
 TEST_F(BufferHandleTest, FailedWriteOrReadLeavesPositionAndSizeUnchanged) {
     TevBufferHandle* handle = _kbopen(8);
     EXPECT_EQ(_kbwriteInt32(1, handle), 4);

@@ -114,10 +114,6 @@ TEST_F(Mp4BoxTest, WrappingMovesTheContainerBehindAHeaderOfItsOwnLength) {
                                .bytes(Bytes(original.begin() + 200, original.end()))
                                .take();
     EXPECT_EQ(file.read(), expected);
-    _TEV_info_pack* again = checkTEVWithReadPM(file.c_str());
-    ASSERT_NE(again, nullptr) << dumpLog();
-    EXPECT_EQ(again->info->data_start_position, 200);
-    destroyTEVDATA(again);
 }
 
 TEST_F(Mp4BoxTest, WrappingThatCannotFitChangesNothing) {
@@ -142,8 +138,6 @@ TEST_F(Mp4BoxTest, DamagedIndexesAllocateNothingAndWriteNothing) {
     EXPECT_EQ(buffer.contents(), content);
     EXPECT_TRUE(loggedError("TEV::writeMP4Tag", "File Search Error"));
     EXPECT_TRUE(loggedError("TEV::updateMP4Tag", "File Search Error"));
-    EXPECT_EQ(writeMP4Tag(nullptr), 0u);
-    EXPECT_EQ(updateMP4Tag(nullptr), 0u);
 }
 
 }  // namespace

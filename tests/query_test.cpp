@@ -96,10 +96,6 @@ TEST_F(QueryTest, MissingPartsAndAbsentRecordsGiveNothing) {
         EXPECT_EQ(extractTEVDataFromFilebyIndex(pack(), index), nullptr);
     }
     EXPECT_EQ(extractTEVDataFromFilebyName(pack(), "alpha", 0), nullptr);
-    EXPECT_EQ(extractTEVDataFromFilebyIndex(nullptr, 0), nullptr);
-    _TEV_info_pack otherKind = *pack();
-    otherKind.valid = 2;
-    EXPECT_EQ(extractTEVDataFromFilebyIndex(&otherKind, 0), nullptr);
 }
 
 TEST_F(QueryTest, TypesAndNamesByType) {
