@@ -10,11 +10,7 @@
 
 namespace {
 
-using tevtest::ByteBuilder;
-using tevtest::Bytes;
-using tevtest::Medium;
-using tevtest::RecordSpec;
-using tevtest::StreamOver;
+using namespace tevtest;
 
 TEST(ContainerLayout, MetaTypeAndLengthsFollowTheLayoutAndRefuseWhatPasses32Bits) {
     EXPECT_EQ(_setMetaType(7, 42), 0x00078000u);  // any non-zero flag
@@ -30,7 +26,7 @@ TEST(ContainerLayout, MetaTypeAndLengthsFollowTheLayoutAndRefuseWhatPasses32Bits
 }
 
 // The writers are one body over TevStream; the medium is not their concern.
-class FormatWriterTest : public tevtest::LogCaptureTest {
+class FormatWriterTest : public LogCaptureTest {
 protected:
     StreamOver out_{Medium::Buffer, {}, 128};
     TevStream* stream() { return out_.get(); }
@@ -45,11 +41,11 @@ _TEV_data_info entryOf(uint32_t meta, uint32_t offset, uint32_t length) {
 }
 
 TEST_F(FormatWriterTest, RecordsAndDirectoryMatchTheLayoutByteForByte) {
-    const Bytes media = tevtest::fakeJpeg(100);
+    const Bytes media = fakeJpeg(100);
     StreamOver s(Medium::Buffer, media, 128);
     ASSERT_EQ(s.get()->seek(0, 2), 100);
-    const RecordSpec plain{7, "name", std::nullopt, tevtest::textBytes("0123456789")};
-    const RecordSpec withSub{0, "key", tevtest::textBytes("abcdef"), tevtest::textBytes("xy")};
+    const RecordSpec plain{7, "name", std::nullopt, textBytes("0123456789")};
+    const RecordSpec withSub{0, "key", textBytes("abcdef"), textBytes("xy")};
     EXPECT_EQ(writeTEVData(s.get(), 7, 0, "name", 4, nullptr, 0, plain.data.data(), 10), 10);
     EXPECT_EQ(writeTEVData(s.get(), 0, 1, "key", 3, withSub.sub->data(), 6, "xy", 2), 2);
     _TEV_data_info entries[] = {entryOf(_setMetaType(7, 0), 45, 22), entryOf(_setMetaType(0, 1), 23, 23)};
@@ -59,14 +55,8 @@ TEST_F(FormatWriterTest, RecordsAndDirectoryMatchTheLayoutByteForByte) {
     for (_TEV_data_info& entry : entries) EXPECT_EQ(s.get()->writeTEV_KDR(&entry), 1u);
     s.get()->writeTEV_KTHO(2);
     s.get()->writeTEV_KTS();
-    EXPECT_EQ(s.contents(), tevtest::buildContainer(media, {plain, withSub}));
+    EXPECT_EQ(s.contents(), buildContainer(media, {plain, withSub}));
     EXPECT_TRUE(logLines().empty()) << dumpLog();
-}
-
-TEST_F(FormatWriterTest, BoxHeaderSizeIsTheOnlyBigEndianField) {
-    EXPECT_EQ(stream()->writeTEV_TOTALSIZE(0x01020304u), 4);
-    EXPECT_EQ(stream()->writeTEV_MP4S(), 4);
-    EXPECT_EQ(out_.contents(), ByteBuilder().u32be(0x01020304u).text("tevd").take());
 }
 
 TEST_F(FormatWriterTest, FillerOfTwentyBytesHasNoZeroBytes) {
@@ -81,12 +71,9 @@ TEST_F(FormatWriterTest, FillerOfTwentyBytesHasNoZeroBytes) {
 
 TEST_F(FormatWriterTest, FillerWithDirectoryFillsTheRegionExactly) {
     stream()->writeDummyTEVDataHeader(100, 1);
-    const Bytes expected = ByteBuilder()
-                               .u32le(0x7FFE0000u).u32le(12).text("Invalid_Data").zeros(48)
-                               .text("TEVH").u32le(107).u32le(1)
-                               .u32le(0x7FFE8000u).u32le(68).u32le(68)
-                               .u32le(24).text("TEVT")
-                               .take();
+    const Bytes expected = ByteBuilder().u32le(0x7FFE0000u).u32le(12).text("Invalid_Data").zeros(48)
+                               .text("TEVH").u32le(107).u32le(1).u32le(0x7FFE8000u).u32le(68).u32le(68)
+                               .u32le(24).text("TEVT").take();
     EXPECT_EQ(out_.contents(), expected);
 }
 
@@ -105,12 +92,9 @@ TEST_F(FormatWriterTest, HeaderMethodStoresCountPlusTwoAndRefusesMissingEntries)
     _TEV_data_info second = entryOf(0x00028000u, 20, 20);
     _TEV_data_info* entries[] = {&first, &second};
     EXPECT_EQ(stream()->writeTEVHeader(entries, 2), 4);
-    const Bytes expected = ByteBuilder()
-                               .text("TEVH").u32le(107).u32le(4)
-                               .u32le(0x00010000u).u32le(40).u32le(20)
-                               .u32le(0x00028000u).u32le(20).u32le(20)
-                               .u32le(36).text("TEVT")
-                               .take();
+    const Bytes expected = ByteBuilder().text("TEVH").u32le(107).u32le(4)  // the count plus two
+                               .u32le(0x00010000u).u32le(40).u32le(20).u32le(0x00028000u).u32le(20).u32le(20)
+                               .u32le(36).text("TEVT").take();
     EXPECT_EQ(out_.contents(), expected);
 }
 

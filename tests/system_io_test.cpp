@@ -15,11 +15,9 @@
 
 namespace {
 
-using tevtest::Bytes;
-using tevtest::pattern;
-using tevtest::TempFile;
+using namespace tevtest;
 
-using SystemIoTest = tevtest::LogCaptureTest;
+using SystemIoTest = LogCaptureTest;
 
 TEST_F(SystemIoTest, FileIntegersUseFixedOrderAndBypassStdioBuffers) {
     TempFile file;
@@ -31,10 +29,6 @@ TEST_F(SystemIoTest, FileIntegersUseFixedOrderAndBypassStdioBuffers) {
     // No fflush: the bytes must already be in the file.
     EXPECT_EQ(file.read(), (Bytes{4, 3, 2, 1, 1, 2, 3, 4, 2, 1}));
     EXPECT_EQ(_kftell(fp), 10);
-    ASSERT_EQ(_kfseek(fp, -1, SEEK_END), 9);
-    uint32_t word = 0;
-    EXPECT_EQ(_kfreadInt32(&word, fp), 1);  // what read() gave
-    EXPECT_EQ(word, 1u);
     _kfclose(fp);
 }
 
