@@ -14,7 +14,7 @@
 
 #include "support/bytes.h"
 #include "support/log_capture.h"
-#include "support/stream_over.h"
+#include "support/medium.h"
 #include "tev/container.h"
 #include "tev/voxa.h"
 
@@ -46,31 +46,23 @@ Bytes rawBlock(uint32_t count, const std::vector<uint32_t>& table, uint32_t head
 // the bytes, released the way that medium's callers release them. A table
 // that fails its check closes the FILE* and destroys the buffer handle that
 // were handed in, so those are not released again then.
-enum class VoxaMedium { Path, FilePtr, Fd, Buffer };
-
-std::string voxaMediumName(const testing::TestParamInfo<VoxaMedium>& info) {
-    static const char* const kNames[] = {"Path", "FilePtr", "Fd", "Buffer"};
-    return kNames[static_cast<int>(info.param)];
-}
-
-class VoxaOnMedium : public LogCaptureTest, public testing::WithParamInterface<VoxaMedium> {
+class VoxaOnMedium : public LogCaptureTest, public testing::WithParamInterface<Medium> {
 protected:
     _voxa_info_struct* check(const Bytes& content) {
         file_ = std::make_unique<TempFile>(content);
         switch (GetParam()) {
-            case VoxaMedium::Path: return _checkAudioInImageFile(file_->c_str());
-            case VoxaMedium::FilePtr: return _checkAudioInImageFP(fp_ = fopen(file_->c_str(), "rb"));
-            case VoxaMedium::Fd: return _checkAudioInImageFd(fd_ = open(file_->c_str(), O_RDONLY));
-            case VoxaMedium::Buffer:
+            case Medium::Path: return _checkAudioInImageFile(file_->c_str());
+            case Medium::FilePtr: return _checkAudioInImageFP(fp_ = fopen(file_->c_str(), "rb"));
+            case Medium::Fd: return _checkAudioInImageFd(fd_ = open(file_->c_str(), O_RDONLY));
+            default:
                 handle_ = _kbopen(int64_t(content.size()));
                 _kbwrite(content.data(), int64_t(content.size()), handle_);
                 return _checkAudioInImageBuffer(handle_);
         }
-        return nullptr;
     }
     uint32_t destroy(_voxa_info_struct* info) {
-        if (GetParam() == VoxaMedium::Path) return DestroyVoxa(info);
-        return GetParam() == VoxaMedium::Buffer ? DestroyVoxaBuffer(info) : DestroyVoxaFP(info);
+        if (GetParam() == Medium::Path) return DestroyVoxa(info);
+        return GetParam() == Medium::Handle ? DestroyVoxaBuffer(info) : DestroyVoxaFP(info);
     }
     void TearDown() override {
         if (fp_ != nullptr) fclose(fp_);
@@ -110,16 +102,15 @@ TEST_P(VoxaOnMedium, TableFailureReleasesTheRecordAndWhatItStoodOn) {
 }
 
 INSTANTIATE_TEST_SUITE_P(AllMedia, VoxaOnMedium,
-                         testing::Values(VoxaMedium::Path, VoxaMedium::FilePtr, VoxaMedium::Fd, VoxaMedium::Buffer),
-                         voxaMediumName);
+                         testing::Values(Medium::Path, Medium::FilePtr, Medium::Fd, Medium::Handle), mediumName);
 
 // The parser is one body over TevStream: the boundaries run on a buffer.
 class VoxaParseTest : public LogCaptureTest {
 protected:
     TevStream* load(const Bytes& content) {
         release();
-        over_ = std::make_unique<StreamOver>(Medium::Buffer, content);
-        return over_->get();
+        over_ = std::make_unique<FixedBuffer>(content);
+        return over_->stream();
     }
     // ParseVoxaStream, then ParseVoxaSound; the record stays readable in
     // info_ until the next parse.
@@ -134,7 +125,7 @@ protected:
     }
     void TearDown() override { release(); }
 
-    std::unique_ptr<StreamOver> over_;
+    std::unique_ptr<FixedBuffer> over_;
     _voxa_info_struct* info_ = nullptr;
 };
 
