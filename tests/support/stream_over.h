@@ -1,6 +1,6 @@
 // A TevStream over given bytes, in memory (a buffer handle over test-owned
-// memory with room to grow) or in a temporary file opened for update, so that
-// one test can run over both media.
+// memory with room to grow) or in a temporary file opened for update through
+// a FILE* or a descriptor, so that one test can run over every stream medium.
 #ifndef TEV_TESTS_SUPPORT_STREAM_OVER_H
 #define TEV_TESTS_SUPPORT_STREAM_OVER_H
 
@@ -13,7 +13,8 @@
 
 namespace tevtest {
 
-enum class Medium { Buffer, File };
+enum class Medium { Buffer, File, Fd };
+inline constexpr Medium kStreamMedia[] = {Medium::Buffer, Medium::File, Medium::Fd};
 
 std::string mediumName(Medium medium);
 
@@ -35,6 +36,7 @@ private:
     TevBufferHandle* handle_ = nullptr;
     std::unique_ptr<TempFile> file_;
     FILE* fp_ = nullptr;
+    int fd_ = -1;
     std::unique_ptr<TevStream> stream_;
 };
 
