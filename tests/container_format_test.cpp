@@ -28,7 +28,7 @@ TEST(ContainerLayout, MetaTypeAndLengthsFollowTheLayoutAndRefuseWhatPasses32Bits
 // The writers are one body over TevStream; the medium is not their concern.
 class FormatWriterTest : public LogCaptureTest {
 protected:
-    StreamOver out_{Medium::Buffer, {}, 128};
+    StreamOver out_{StreamMedium::Buffer, {}, 128};
     TevStream* stream() { return out_.get(); }
 };
 
@@ -42,7 +42,7 @@ _TEV_data_info entryOf(uint32_t meta, uint32_t offset, uint32_t length) {
 
 TEST_F(FormatWriterTest, RecordsAndDirectoryMatchTheLayoutByteForByte) {
     const Bytes media = fakeJpeg(100);
-    StreamOver s(Medium::Buffer, media, 128);
+    StreamOver s(StreamMedium::Buffer, media, 128);
     ASSERT_EQ(s.get()->seek(0, 2), 100);
     const RecordSpec plain{7, "name", std::nullopt, textBytes("0123456789")};
     const RecordSpec withSub{0, "key", textBytes("abcdef"), textBytes("xy")};
@@ -78,7 +78,7 @@ TEST_F(FormatWriterTest, FillerWithDirectoryFillsTheRegionExactly) {
 }
 
 TEST_F(FormatWriterTest, RegionTooSmallForFillerAndDirectoryEndsTheStream) {
-    StreamOver s(Medium::Buffer, Bytes(30, 0xAB));
+    StreamOver s(StreamMedium::Buffer, Bytes(30, 0xAB));
     ASSERT_EQ(s.get()->seek(10, 0), 10);
     s.get()->writeDummyTEVDataHeader(52, 0);
     EXPECT_EQ(s.contents(), Bytes(10, 0xAB));
@@ -99,7 +99,7 @@ TEST_F(FormatWriterTest, HeaderMethodStoresCountPlusTwoAndRefusesMissingEntries)
 }
 
 TEST_F(FormatWriterTest, RecordWriterLogsAFullBufferAndAMissingStream) {
-    StreamOver s(Medium::Buffer, {}, 9);  // room for both length fields, not the name
+    StreamOver s(StreamMedium::Buffer, {}, 9);  // room for both length fields, not the name
     EXPECT_EQ(writeTEVData(s.get(), 1, 0, "longer name", 11, nullptr, 0, "x", 1), 0);
     EXPECT_TRUE(loggedError("TevStream::_writeDataTagInfo", "File Write Error")) << dumpLog();
     EXPECT_EQ(s.contents().size(), 8u);

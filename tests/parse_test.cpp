@@ -55,14 +55,14 @@ Bytes threeRecordFile(const ContainerOptions& options = {}) {
 // ParseTEV is one body over TevStream: all but one test run on a buffer.
 class ParseTest : public LogCaptureTest {
 protected:
-    TevStream* open(const Bytes& content, Medium medium = Medium::Buffer) {
+    TevStream* open(const Bytes& content, StreamMedium medium = StreamMedium::Buffer) {
         stream_ = std::make_unique<StreamOver>(medium, content);
         return stream_->get();
     }
     // ParseTEV, getTEVList and, with `names`, getAllNameOfDataList; null when
     // one of them fails.
     InfoPtr parse(const Bytes& content, bool names = true, uint32_t signature = SIGNATURE_TEV,
-                  Medium medium = Medium::Buffer) {
+                  StreamMedium medium = StreamMedium::Buffer) {
         InfoPtr info(ParseTEV(open(content, medium), signature));
         if (!info || getTEVList(info.get()) != 1) return nullptr;
         if (names && getAllNameOfDataList(info.get()) != 1) return nullptr;
@@ -82,7 +82,7 @@ protected:
 };
 
 TEST_F(ParseTest, ReadsEveryRecordOnEveryStreamMedium) {
-    for (Medium medium : kStreamMedia) {
+    for (StreamMedium medium : kStreamMedia) {
         SCOPED_TRACE(mediumName(medium));
         InfoPtr info = parse(threeRecordFile(), true, SIGNATURE_TEV, medium);
         ASSERT_TRUE(info) << dumpLog();

@@ -22,7 +22,7 @@ using StreamTest = LogCaptureTest;
 
 TEST_F(StreamTest, IntegersHaveAFixedByteOrderOnEveryMedium) {
     const uint32_t kTypes[] = {TEV_STREAM_BUFFER, TEV_STREAM_FILE, TEV_STREAM_FD};
-    for (Medium medium : kStreamMedia) {
+    for (StreamMedium medium : kStreamMedia) {
         SCOPED_TRACE(mediumName(medium));
         StreamOver over(medium, {}, 16);
         TevStream& s = *over.get();
@@ -44,7 +44,7 @@ TEST_F(StreamTest, IntegersHaveAFixedByteOrderOnEveryMedium) {
 
 TEST_F(StreamTest, SeeksOverwritesAndTruncatesOnEveryMedium) {
     const Bytes content = pattern(10);
-    for (Medium medium : kStreamMedia) {
+    for (StreamMedium medium : kStreamMedia) {
         SCOPED_TRACE(mediumName(medium));
         StreamOver over(medium, content);
         TevStream& s = *over.get();
@@ -59,9 +59,9 @@ TEST_F(StreamTest, SeeksOverwritesAndTruncatesOnEveryMedium) {
 
 TEST_F(StreamTest, EndOfFileProbeFailsAtPositionZeroButKeepsThePosition) {
     const struct {
-        Medium medium;
+        StreamMedium medium;
         const char* tag;
-    } kCases[] = {{Medium::File, "TEVStream::TevStreamFile"}, {Medium::Fd, "TEVStreamFile::TevStreamFile"}};
+    } kCases[] = {{StreamMedium::File, "TEVStream::TevStreamFile"}, {StreamMedium::Fd, "TEVStreamFile::TevStreamFile"}};
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.tag);
         clearLog();
@@ -131,8 +131,8 @@ protected:
 
 TEST_F(StreamCopyTest, CopiesFromTheSourceStartToTheDestinationPositionAndRewinds) {
     const Bytes content = pattern(10000);  // several stack chunks and a partial one
-    StreamOver src(Medium::File, content);
-    StreamOver dst(Medium::Buffer, {0xEE}, 10000);
+    StreamOver src(StreamMedium::File, content);
+    StreamOver dst(StreamMedium::Buffer, {0xEE}, 10000);
     ASSERT_EQ(src.get()->seek(500, SEEK_SET), 500);
     ASSERT_EQ(dst.get()->seek(1, SEEK_SET), 1);
     EXPECT_EQ(copy(dst.get(), src.get(), 10000), 1);
@@ -144,7 +144,7 @@ TEST_F(StreamCopyTest, CopiesFromTheSourceStartToTheDestinationPositionAndRewind
 }
 
 TEST_F(StreamCopyTest, RefusesArgumentsInOrder) {
-    StreamOver good(Medium::Buffer, pattern(8));
+    StreamOver good(StreamMedium::Buffer, pattern(8));
     TevStreamFile closedFile(nullptr);
     TevStreamBuffer noHandle(nullptr);
     TevStream* src = good.get();
@@ -166,14 +166,14 @@ TEST_F(StreamCopyTest, RefusesArgumentsInOrder) {
 }
 
 TEST_F(StreamCopyTest, ShortReadOrWritePrintsTheErrorAndRewindsTheSource) {
-    StreamOver src(Medium::Fd, pattern(10));
-    StreamOver roomy(Medium::Buffer, {}, 64);
+    StreamOver src(StreamMedium::Fd, pattern(10));
+    StreamOver roomy(StreamMedium::Buffer, {}, 64);
     ASSERT_EQ(src.get()->seek(5, SEEK_SET), 5);
     EXPECT_EQ(copy(roomy.get(), src.get(), 20), -1);
     EXPECT_EQ(printed_, "TevStream::Copy : read error \n");
     EXPECT_EQ(src.get()->tell(), 0);
 
-    StreamOver small(Medium::Buffer, {}, 4);
+    StreamOver small(StreamMedium::Buffer, {}, 4);
     EXPECT_EQ(copy(small.get(), src.get(), 10), -1);
     EXPECT_EQ(printed_, "TevStream::Copy : write error \n");
     EXPECT_TRUE(small.contents().empty());

@@ -7,13 +7,13 @@
 
 namespace tevtest {
 
-std::string mediumName(Medium medium) {
+std::string mediumName(StreamMedium medium) {
     static const char* const kNames[] = {"Buffer", "File", "Fd"};
     return kNames[static_cast<int>(medium)];
 }
 
-StreamOver::StreamOver(Medium medium, const Bytes& content, size_t spare) : medium_(medium) {
-    if (medium == Medium::Buffer) {
+StreamOver::StreamOver(StreamMedium medium, const Bytes& content, size_t spare) : medium_(medium) {
+    if (medium == StreamMedium::Buffer) {
         memory_ = content;
         memory_.resize(content.size() + spare + 1);  // never an empty area
         handle_ = _kbsetbuffer(memory_.data(), int64_t(memory_.size()));
@@ -24,7 +24,7 @@ StreamOver::StreamOver(Medium medium, const Bytes& content, size_t spare) : medi
         return;
     }
     file_ = std::make_unique<TempFile>(content);
-    if (medium == Medium::Fd) {
+    if (medium == StreamMedium::Fd) {
         fd_ = open(file_->c_str(), O_RDWR);
         if (fd_ < 1) throw std::runtime_error("open " + file_->path());
         stream_ = std::make_unique<TevStreamFD>(fd_);
@@ -43,7 +43,7 @@ StreamOver::~StreamOver() {
 }
 
 Bytes StreamOver::contents() const {
-    if (medium_ != Medium::Buffer) return file_->read();
+    if (medium_ != StreamMedium::Buffer) return file_->read();
     const int64_t size = kbgetWriteSize(handle_);
     return Bytes(memory_.begin(), memory_.begin() + size);
 }

@@ -13,15 +13,15 @@
 
 namespace tevtest {
 
-enum class Medium { Buffer, File, Fd };
-inline constexpr Medium kStreamMedia[] = {Medium::Buffer, Medium::File, Medium::Fd};
+enum class StreamMedium { Buffer, File, Fd };
+inline constexpr StreamMedium kStreamMedia[] = {StreamMedium::Buffer, StreamMedium::File, StreamMedium::Fd};
 
-std::string mediumName(Medium medium);
+std::string mediumName(StreamMedium medium);
 
 class StreamOver {
 public:
     // `spare` extra bytes of capacity for a buffer stream to write into.
-    StreamOver(Medium medium, const Bytes& content, size_t spare = 0);
+    StreamOver(StreamMedium medium, const Bytes& content, size_t spare = 0);
     ~StreamOver();
     StreamOver(const StreamOver&) = delete;
     StreamOver& operator=(const StreamOver&) = delete;
@@ -31,7 +31,7 @@ public:
     Bytes contents() const;
 
 private:
-    Medium medium_;
+    StreamMedium medium_;
     Bytes memory_;
     TevBufferHandle* handle_ = nullptr;
     std::unique_ptr<TempFile> file_;
