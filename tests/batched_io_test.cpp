@@ -24,7 +24,7 @@ namespace {
 
 using tevtest::ByteBuilder;
 using tevtest::Bytes;
-using tevtest::Medium;
+using tevtest::StreamMedium;
 using tevtest::RecordSpec;
 using tevtest::StreamOver;
 
@@ -43,7 +43,7 @@ std::string recordName(uint32_t index) {
     return name;
 }
 
-class BatchedReadTest : public tevtest::LogCaptureTest, public ::testing::WithParamInterface<Medium> {
+class BatchedReadTest : public tevtest::LogCaptureTest, public ::testing::WithParamInterface<StreamMedium> {
 protected:
     // The stream over `content`, with the directory located: it stands on
     // the count field, where getTEVList reads.
@@ -259,7 +259,7 @@ TEST_F(BatchedWriteTest, DirectoryCutByAFileThatStopsGrowingLeavesTheFieldByFiel
     EXPECT_TRUE(loggedError(kFirstTag, "Stream writeTEV_KTHO error\n")) << dumpLog();
 }
 
-INSTANTIATE_TEST_SUITE_P(Media, BatchedReadTest, ::testing::Values(Medium::Buffer, Medium::File),
+INSTANTIATE_TEST_SUITE_P(Media, BatchedReadTest, ::testing::Values(StreamMedium::Buffer, StreamMedium::File),
                          [](const auto& info) { return tevtest::mediumName(info.param); });
 
 }  // namespace

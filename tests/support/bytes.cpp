@@ -37,6 +37,12 @@ ByteBuilder& ByteBuilder::zeros(size_t n) {
 
 Bytes textBytes(const std::string& s) { return Bytes(s.begin(), s.end()); }
 
+Bytes pattern(size_t size) {
+    Bytes out(size);
+    for (size_t i = 0; i < size; ++i) out[i] = static_cast<uint8_t>(i * 7 + 3 + i / 251);
+    return out;
+}
+
 uint32_t readU32le(const Bytes& b, size_t at) {
     if (at + 4 > b.size()) throw std::out_of_range("readU32le");
     return uint32_t(b[at]) | uint32_t(b[at + 1]) << 8 | uint32_t(b[at + 2]) << 16 |

@@ -30,6 +30,9 @@ private:
 };
 
 Bytes textBytes(const std::string& s);
+// `size` bytes that do not repeat with any power-of-two period, so that a
+// piece copied to the wrong place shows.
+Bytes pattern(size_t size);
 uint32_t readU32le(const Bytes& b, size_t at);
 uint32_t readU32be(const Bytes& b, size_t at);
 std::string readText(const Bytes& b, size_t at, size_t n);

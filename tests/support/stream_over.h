@@ -1,6 +1,6 @@
 // A TevStream over given bytes, in memory (a buffer handle over test-owned
-// memory with room to grow) or in a temporary file opened for update, so that
-// one test can run over both media.
+// memory with room to grow) or in a temporary file opened for update through
+// a FILE* or a descriptor, so that one test can run over every stream medium.
 #ifndef TEV_TESTS_SUPPORT_STREAM_OVER_H
 #define TEV_TESTS_SUPPORT_STREAM_OVER_H
 
@@ -13,14 +13,15 @@
 
 namespace tevtest {
 
-enum class Medium { Buffer, File };
+enum class StreamMedium { Buffer, File, Fd };
+inline constexpr StreamMedium kStreamMedia[] = {StreamMedium::Buffer, StreamMedium::File, StreamMedium::Fd};
 
-std::string mediumName(Medium medium);
+std::string mediumName(StreamMedium medium);
 
 class StreamOver {
 public:
     // `spare` extra bytes of capacity for a buffer stream to write into.
-    StreamOver(Medium medium, const Bytes& content, size_t spare = 0);
+    StreamOver(StreamMedium medium, const Bytes& content, size_t spare = 0);
     ~StreamOver();
     StreamOver(const StreamOver&) = delete;
     StreamOver& operator=(const StreamOver&) = delete;
@@ -30,11 +31,12 @@ public:
     Bytes contents() const;
 
 private:
-    Medium medium_;
+    StreamMedium medium_;
     Bytes memory_;
     TevBufferHandle* handle_ = nullptr;
     std::unique_ptr<TempFile> file_;
     FILE* fp_ = nullptr;
+    int fd_ = -1;
     std::unique_ptr<TevStream> stream_;
 };
 
