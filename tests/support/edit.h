@@ -1,6 +1,5 @@
-// Helpers for tests that edit containers: records with recognisable
-// payloads, files to edit (open behind a stream, or parsed), and calls of
-// the save family with a RecordSpec.
+// Helpers for tests that edit containers: files to edit (open behind a
+// stream, or parsed), and calls of the save family with a RecordSpec.
 #ifndef TEV_TESTS_SUPPORT_EDIT_H
 #define TEV_TESTS_SUPPORT_EDIT_H
 
@@ -13,15 +12,12 @@
 
 #include "support/bytes.h"
 #include "support/files.h"
+#include "support/records.h"
 #include "tev/tev.h"
 
 namespace tevtest {
 
-// A record named `name` whose `size` data bytes all equal `fill`.
-inline RecordSpec record(const std::string& name, size_t size, uint8_t fill, uint16_t type = 1) {
-    return {type, name, std::nullopt, Bytes(size, fill)};
-}
-
+// The sub-information of `r` as the add and save functions take it.
 inline const unsigned char* subOf(const RecordSpec& r) { return r.sub ? r.sub->data() : nullptr; }
 inline uint32_t subLengthOf(const RecordSpec& r) { return r.sub ? uint32_t(r.sub->size()) : 0; }
 
@@ -29,15 +25,6 @@ inline ContainerOptions boxed() {
     ContainerOptions options;
     options.mp4Box = true;
     return options;
-}
-
-inline Bytes concat(Bytes a, const Bytes& b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-
-inline void putU32le(Bytes& bytes, size_t at, uint32_t value) {
-    for (size_t i = 0; i < 4; ++i) bytes.at(at + i) = uint8_t(value >> (8 * i));
 }
 
 // A temporary file holding `content`, open for update behind a file stream
