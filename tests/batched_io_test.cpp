@@ -12,7 +12,7 @@
 #include <string>
 
 #include "support/bytes.h"
-#include "support/edit_fixtures.h"
+#include "support/edit.h"
 #include "support/log_capture.h"
 #include "support/stream_over.h"
 #include "tev/container.h"

@@ -1,86 +1,60 @@
-// Deleting records through the index-level operations: the whole container,
-// one record by index (with and without a Voxa block behind the directory)
-// and several records by index. Files are built byte by byte and the results
+// Deleting records: the index-level operations (the whole container, one
+// record by index with and without a Voxa block behind the directory,
+// several records by index) and the entry points over paths, descriptors,
+// FILE*, streams and packs, including the MP4 box that must fit the
+// container afterwards. Files are built byte by byte and the results
 // compared with containers built the same way without the deleted records.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <functional>
 #include <vector>
 
 #include "support/bytes.h"
+#include "support/edit.h"
 #include "support/files.h"
 #include "support/log_capture.h"
-#include "support/records.h"
 #include "tev/tev.h"
 
-namespace tevtest {
+using namespace tevtest;
+
 namespace {
 
-struct BufferPackDestroyer {
-    void operator()(_TEV_info_pack* pack) const { destroyTEVDATA_Buffer(pack); }
-};
-using BufferPack = std::unique_ptr<_TEV_info_pack, BufferPackDestroyer>;
-
-struct HandleDestroyer {
-    void operator()(TevBufferHandle* handle) const { destroyTEVBuffer(handle); }
-};
-using Handle = std::unique_ptr<TevBufferHandle, HandleDestroyer>;
-
-ContainerOptions boxed() {
-    ContainerOptions options;
-    options.mp4Box = true;
-    return options;
-}
-
 std::vector<RecordSpec> without(std::vector<RecordSpec> records, size_t index) {
-    records.erase(records.begin() + static_cast<long>(index));
+    records.erase(records.begin() + long(index));
     return records;
 }
 
 class DeleteTest : public LogCaptureTest {
 protected:
-    const Bytes media = fakeJpeg(300);
-    std::vector<RecordSpec> three = {record("first", 40, 0xA1), record("middle", 70, 0xB2),
-                                     record("last", 25, 0xC3)};
-
     void SetUp() override {
         LogCaptureTest::SetUp();
         three[0].sub = Bytes{1, 2, 3, 4, 5};
     }
 
     uint32_t deleteIndex(const TempFile& file, uint32_t index) {
-        FilePack pack(checkTEVInFile(file.c_str()));
-        EXPECT_NE(pack, nullptr) << dumpLog();
-        return pack ? DeleteATEVDataStream(pack->info, index, nullptr) : 0;
+        return editParsed(file.path(), [&](_TEV_info* info) { return DeleteATEVDataStream(info, index, nullptr); });
     }
+
+    const Bytes media = fakeJpeg(300);
+    std::vector<RecordSpec> three = {record("first", 40, 0xA1), record("middle", 70, 0xB2), record("last", 25, 0xC3)};
 };
 
-TEST_F(DeleteTest, DeletingTheOnlyRecordCutsBackToTheMedia) {
-    TempFile file(buildContainer(media, {three[1]}));
-    EXPECT_EQ(deleteIndex(file, 0), 1u) << dumpLog();
-    EXPECT_EQ(file.read(), media);
-}
-
-TEST_F(DeleteTest, DeletingTheOnlyRecordRemovesTheBoxHeader) {
+TEST_F(DeleteTest, DeletingTheOnlyRecordCutsBackToTheMediaAndItsBox) {
     const Bytes mp4 = fakeMp4(500);
-    TempFile file(buildContainer(mp4, {three[1]}, boxed()));
-    EXPECT_EQ(deleteIndex(file, 0), 1u) << dumpLog();
-    EXPECT_EQ(file.read(), mp4);
+    for (const auto& [before, after] : {std::pair{buildContainer(media, {three[1]}), media},
+                                        std::pair{buildContainer(mp4, {three[1]}, boxed()), mp4}}) {
+        TempFile file(before);
+        EXPECT_EQ(deleteIndex(file, 0), 1u) << dumpLog();
+        EXPECT_EQ(file.read(), after);
+    }
 }
 
-TEST_F(DeleteTest, DeletingTheMiddleRecordShortensOnlyTheOffsetsBeforeIt) {
-    TempFile file(buildContainer(media, three));
-    const std::vector<DirectoryEntry> before = directoryAtEnd(file.read());
-    ASSERT_EQ(deleteIndex(file, 1), 1u) << dumpLog();
-    const Bytes after = file.read();
-    EXPECT_EQ(after, buildContainer(media, without(three, 1)));
-    const std::vector<DirectoryEntry> entries = directoryAtEnd(after);
-    ASSERT_EQ(entries.size(), 2u);
-    EXPECT_EQ(entries[0].offset, before[0].offset - recordLength(three[1]));
-    EXPECT_EQ(entries[1].offset, before[2].offset);
-}
-
-TEST_F(DeleteTest, DeletingTheFirstOrLastRecordKeepsTheOthersWhole) {
-    for (uint32_t index : {0u, 2u}) {
+TEST_F(DeleteTest, DeletingFirstMiddleOrLastKeepsTheOthersWhole) {
+    for (uint32_t index : {0u, 1u, 2u}) {
         SCOPED_TRACE(index);
         TempFile file(buildContainer(media, three));
         ASSERT_EQ(deleteIndex(file, index), 1u) << dumpLog();
@@ -88,67 +62,44 @@ TEST_F(DeleteTest, DeletingTheFirstOrLastRecordKeepsTheOthersWhole) {
     }
 }
 
-TEST_F(DeleteTest, KeptRecordsReadBackThroughTheQueries) {
-    TempFile file(buildContainer(media, three));
-    ASSERT_EQ(deleteIndex(file, 1), 1u) << dumpLog();
-    FilePack pack(checkTEVWithReadPM(file.c_str()));
-    ASSERT_NE(pack, nullptr) << dumpLog();
-    ASSERT_EQ(GetTevCount(pack.get()), 2u);
-    _TEV_data_unit* first = extractTEVDataFromFilebyName(pack.get(), "first", 5);
-    ASSERT_NE(first, nullptr);
-    EXPECT_EQ(Bytes(first->sub_info, first->sub_info + first->sub_info_length), *three[0].sub);
-    EXPECT_EQ(Bytes(first->data, first->data + first->data_length), three[0].data);
-    destroyTEVDATA_UNIT(first);
-    EXPECT_EQ(extractTEVDataFromFilebyName(pack.get(), "middle", 6), nullptr);
-}
-
 TEST_F(DeleteTest, IndexEqualToTheCountIsRefused) {
     const Bytes original = buildContainer(media, three);
     TempFile file(original);
     EXPECT_EQ(deleteIndex(file, 3), 0u);
-    EXPECT_TRUE(loggedError("TEV::DeleteATEVDataStream",
-                            "if index < 0 || index >= TEV_info->meta_count"))
-        << dumpLog();
-    EXPECT_EQ(DeleteATEVDataStream(nullptr, 0, nullptr), 0u);
-    EXPECT_TRUE(loggedError("TEV::DeleteATEVDataStream", "TEV_info is null"));
+    EXPECT_TRUE(loggedError("TEV::DeleteATEVDataStream", "if index < 0 || index >= TEV_info->meta_count")) << dumpLog();
     EXPECT_EQ(file.read(), original);
 }
 
-TEST_F(DeleteTest, RecordsThatDoNotTileTheContainerAreRefused) {
+TEST_F(DeleteTest, DamagedOrStaleIndexesAreRefusedWithoutWriting) {
+    // Records that do not tile the container: the middle length is 4 too long.
     Bytes damaged = buildContainer(media, three);
-    const size_t lengthAt = directoryFieldAt(damaged, 1, 2);
-    putU32le(damaged, lengthAt, readU32le(damaged, lengthAt) + 4);
+    const size_t middleLength = damaged.size() - (20 + 12 * 3) + 12 + 12 + 8;
+    putU32le(damaged, middleLength, readU32le(damaged, middleLength) + 4);
     TempFile file(damaged);
     EXPECT_EQ(deleteIndex(file, 2), 0u);
     EXPECT_TRUE(loggedError("TEV::DeleteATEVDataStream", "TEV directory is damaged")) << dumpLog();
     EXPECT_EQ(file.read(), damaged);
-}
 
-TEST_F(DeleteTest, AnIndexOfAFileChangedSinceIsRefused) {
-    TempFile file(buildContainer(media, three));
+    // A first offset pointing 50 bytes into the media would move the cut there.
+    const Bytes original = buildContainer(media, three);
+    file.write(original);
+    EXPECT_EQ(editParsed(file.path(), [](_TEV_info* info) {
+                  info->meta_data[0]->start_offset += 50;
+                  info->data_start_position -= 50;
+                  return DeleteAllTEVDataStream(info) + DeleteAllDataStream(info);
+              }), 0u);
+    EXPECT_TRUE(loggedError("TEV::DeleteAllData", "TEV directory is damaged")) << dumpLog();
+    EXPECT_EQ(file.read(), original);
+
+    // An index of a file that changed since it was parsed.
     FilePack pack(checkTEVInFile(file.c_str()));
     ASSERT_NE(pack, nullptr);
-    std::vector<RecordSpec> grown = three;
-    grown.push_back(record("added", 9, 0x0D));
-    const Bytes changed = buildContainer(media, grown);
+    const Bytes changed = buildContainer(media, {three[0], three[1], three[2], three[0]});
     file.write(changed);
     EXPECT_EQ(DeleteATEVDataStream(pack->info, 1, nullptr), 0u);
-    EXPECT_TRUE(loggedError("TEV::DeleteATEVDataStream", "TEV_info does not match the stream"))
-        << dumpLog();
+    EXPECT_EQ(DeleteMultiTEVData(pack->info, std::vector<uint32_t>{1}.data(), 1), 0u);
+    EXPECT_TRUE(loggedError("TEV::DeleteATEVDataStream", "TEV_info does not match the stream")) << dumpLog();
     EXPECT_EQ(file.read(), changed);
-}
-
-TEST_F(DeleteTest, DeletingFromAMemoryBufferShortensItsWriteSize) {
-    Bytes bytes = buildContainer(media, three);
-    Handle handle(initTEVUsedBuffer(bytes.data(), static_cast<int64_t>(bytes.size()),
-                                    static_cast<int64_t>(bytes.size())));
-    ASSERT_NE(handle, nullptr);
-    BufferPack pack(checkTEVInHandle(handle.get()));
-    ASSERT_NE(pack, nullptr) << dumpLog();
-    ASSERT_EQ(DeleteATEVDataStream(pack->info, 1, nullptr), 1u) << dumpLog();
-    const Bytes expected = buildContainer(media, without(three, 1));
-    ASSERT_EQ(getTEVWriteSize(handle.get()), static_cast<int64_t>(expected.size()));
-    EXPECT_EQ(Bytes(bytes.begin(), bytes.begin() + static_cast<long>(expected.size())), expected);
 }
 
 // A container whose second record holds the Voxa sound, followed by a Voxa
@@ -156,157 +107,179 @@ TEST_F(DeleteTest, DeletingFromAMemoryBufferShortensItsWriteSize) {
 class DeleteWithVoxaTest : public LogCaptureTest {
 protected:
     const Bytes media = fakeJpeg(200);
-    const std::vector<RecordSpec> records = {
-        record("note", 30, 0x11), record("EchoFrame_000", 64, 0x5E, 256),
-        record("EchoFrame_Meta_Info", 29, 0x00, 2048), record("tail", 12, 0x22)};
-
-    uint32_t soundStart() const {
-        return static_cast<uint32_t>(media.size()) + recordLength(records[0]) + 8 + 13;
-    }
-    uint32_t soundEnd() const { return soundStart() + 64; }
-    Bytes original() const {
-        return concat(buildContainer(media, records), voxaBlock(107, soundStart(), soundEnd()));
-    }
-
-    // Deletes `index` with the file's Voxa descriptor; returns the mark it got.
-    uint32_t deleteWithVoxa(const TempFile& file, uint32_t index) {
-        FilePack pack(checkTEVInFile(file.c_str()));
-        if (!pack) ADD_FAILURE() << dumpLog();
-        _voxa_info_struct* voxa = pack ? _checkAudioInImageStream(pack->info->Stream) : nullptr;
-        if (voxa == nullptr) {
-            ADD_FAILURE() << "no Voxa descriptor\n" << dumpLog();
-            return 0xFFFFFFFF;
-        }
-        EXPECT_EQ(DeleteATEVDataStream(pack->info, index, voxa), 1u) << dumpLog();
-        const uint32_t mark = voxa->position_mark;
-        DestroyVoxaStream(voxa);
-        return mark;
-    }
+    const std::vector<RecordSpec> records = {record("note", 30, 0x11), record("EchoFrame_000", 64, 0x5E, 256),
+                                             record("EchoFrame_Meta_Info", 29, 0x00, 2048), record("tail", 12, 0x22)};
+    const uint32_t start = uint32_t(media.size()) + recordLength(records[0]) + 8 + 13;
+    const uint32_t end = start + 64;
 };
 
-TEST_F(DeleteWithVoxaTest, ARecordBeforeTheSoundMovesTheSoundForward) {
-    TempFile file(original());
-    EXPECT_EQ(deleteWithVoxa(file, 0), 1u);
-    const uint32_t removed = recordLength(records[0]);
-    EXPECT_EQ(file.read(), concat(buildContainer(media, without(records, 0)),
-                                  voxaBlock(107, soundStart() - removed, soundEnd() - removed)));
-}
-
-TEST_F(DeleteWithVoxaTest, ARecordAfterTheSoundKeepsTheSoundOffsets) {
-    TempFile file(original());
-    EXPECT_EQ(deleteWithVoxa(file, 3), 0u);
-    EXPECT_EQ(file.read(), concat(buildContainer(media, without(records, 3)),
-                                  voxaBlock(107, soundStart(), soundEnd())));
-}
-
-TEST_F(DeleteWithVoxaTest, DeletingTheSoundRecordDropsTheVoxaBlock) {
-    TempFile file(original());
-    EXPECT_EQ(deleteWithVoxa(file, 1), 2u);
-    EXPECT_EQ(file.read(), buildContainer(media, without(records, 1)));
+TEST_F(DeleteWithVoxaTest, TheVoxaBlockFollowsTheSoundOrGoesWithIt) {
+    const uint32_t moved = recordLength(records[0]);
+    const struct {
+        uint32_t index;
+        uint32_t mark;  // 1 before the sound record, 2 the sound record itself, 0 after it
+        Bytes after;
+    } cases[] = {
+        {0, 1, concat(buildContainer(media, without(records, 0)), voxaBlock(107, start - moved, end - moved))},
+        {1, 2, buildContainer(media, without(records, 1))},
+        {3, 0, concat(buildContainer(media, without(records, 3)), voxaBlock(107, start, end))},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.index);
+        TempFile file(concat(buildContainer(media, records), voxaBlock(107, start, end)));
+        uint32_t mark = 0xFFFFFFFF;
+        EXPECT_EQ(editParsed(file.path(), [&](_TEV_info* info) {
+                      _voxa_info_struct* voxa = _checkAudioInImageStream(info->Stream);
+                      if (voxa == nullptr) return 0u;
+                      const uint32_t deleted = DeleteATEVDataStream(info, c.index, voxa);
+                      mark = voxa->position_mark;
+                      DestroyVoxaStream(voxa);
+                      return deleted;
+                  }), 1u) << dumpLog();
+        EXPECT_EQ(mark, c.mark);
+        EXPECT_EQ(file.read(), c.after);
+    }
 }
 
 class DeleteAllTest : public DeleteTest {};
 
-TEST_F(DeleteAllTest, EveryFormCutsBackToTheMediaAndTheBox) {
+TEST_F(DeleteAllTest, EveryFormCutsBackToTheMediaWithTheBoxAndAnyVoxaBlock) {
     const Bytes mp4 = fakeMp4(400);
-    using DeleteAll = uint32_t (*)(_TEV_info*);
-    for (DeleteAll deleteAll : {&DeleteAllTEVDataStream, &DeleteAllDataStream, &FastDeleteAllData,
-                                &FastDeleteAllTEVData}) {
+    for (auto deleteAll : {&DeleteAllTEVDataStream, &DeleteAllDataStream, &FastDeleteAllData, &FastDeleteAllTEVData}) {
         TempFile file(buildContainer(mp4, three, boxed()));
-        FilePack pack(checkTEVInFile(file.c_str()));
-        ASSERT_NE(pack, nullptr) << dumpLog();
-        EXPECT_EQ(deleteAll(pack->info), 1u) << dumpLog();
+        EXPECT_EQ(editParsed(file.path(), deleteAll), 1u) << dumpLog();
         EXPECT_EQ(file.read(), mp4);
     }
-}
-
-TEST_F(DeleteAllTest, AVoxaBlockBehindTheDirectoryGoesToo) {
     ContainerOptions withVoxa;
     withVoxa.voxaTrailer = true;
-    withVoxa.voxaStart = static_cast<uint32_t>(media.size()) + 8 + 5 + 4 + 5;
+    withVoxa.voxaStart = uint32_t(media.size()) + 8 + 5 + 4 + 5;
     withVoxa.voxaEnd = withVoxa.voxaStart + 40;
     TempFile file(buildContainer(media, three, withVoxa));
-    FilePack pack(checkTEVInFile(file.c_str()));
-    ASSERT_NE(pack, nullptr) << dumpLog();
-    EXPECT_EQ(DeleteAllTEVDataStream(pack->info), 1u) << dumpLog();
+    EXPECT_EQ(editParsed(file.path(), &DeleteAllTEVDataStream), 1u) << dumpLog();
     EXPECT_EQ(file.read(), media);
-}
-
-TEST_F(DeleteAllTest, TheBufferFormCutsTheCallersBuffer) {
-    Bytes bytes = buildContainer(media, three);
-    Handle handle(initTEVUsedBuffer(bytes.data(), static_cast<int64_t>(bytes.size()),
-                                    static_cast<int64_t>(bytes.size())));
-    BufferPack pack(checkTEVInHandle(handle.get()));
-    ASSERT_NE(pack, nullptr) << dumpLog();
-    EXPECT_EQ(DeleteAllTEVDataBuffer(handle.get(), pack->info), 1u) << dumpLog();
-    EXPECT_EQ(getTEVWriteSize(handle.get()), static_cast<int64_t>(media.size()));
-    EXPECT_EQ(Bytes(bytes.begin(), bytes.begin() + static_cast<long>(media.size())), media);
-    EXPECT_EQ(DeleteAllTEVDataBuffer(nullptr, pack->info), 0u);
-    EXPECT_TRUE(loggedError("TEV::DeleteAllTEVDataBuffer", "Buffer is null"));
-}
-
-TEST_F(DeleteAllTest, ADataStartTheRecordsDoNotLeadToIsRefused) {
-    const Bytes original = buildContainer(media, three);
-    TempFile file(original);
-    FilePack pack(checkTEVInFile(file.c_str()));
-    ASSERT_NE(pack, nullptr) << dumpLog();
-    // A first offset pointing 50 bytes into the media would move the cut there.
-    pack->info->meta_data[0]->start_offset += 50;
-    pack->info->data_start_position -= 50;
-    EXPECT_EQ(DeleteAllTEVDataStream(pack->info), 0u);
-    EXPECT_TRUE(loggedError("TEV::DeleteAllTEVDataBuffer", "TEV directory is damaged"));
-    EXPECT_EQ(DeleteAllDataStream(pack->info), 0u);
-    EXPECT_TRUE(loggedError("TEV::DeleteAllData", "TEV directory is damaged"));
-    EXPECT_EQ(file.read(), original);
 }
 
 class DeleteMultiTest : public DeleteTest {
 protected:
-    const std::vector<RecordSpec> four = {record("a", 33, 0x0A), record("b", 51, 0x0B),
-                                          record("c", 17, 0x0C), record("d", 64, 0x0D)};
+    const std::vector<RecordSpec> four = {record("a", 33, 0x0A), record("b", 51, 0x0B), record("c", 17, 0x0C),
+                                          record("d", 64, 0x0D)};
 
     uint32_t deleteIndices(const TempFile& file, const std::vector<uint32_t>& indices) {
-        FilePack pack(checkTEVInFile(file.c_str()));
-        EXPECT_NE(pack, nullptr) << dumpLog();
-        return pack ? DeleteMultiTEVData(pack->info, indices.data(),
-                                         static_cast<uint32_t>(indices.size()))
-                    : 0;
+        return editParsed(file.path(), [&](_TEV_info* info) {
+            return DeleteMultiTEVData(info, indices.data(), uint32_t(indices.size()));
+        });
     }
 };
 
 TEST_F(DeleteMultiTest, SeveralRecordsGoInOneRebuild) {
-    const Bytes rebuilt = buildContainer({}, {four[0], four[2]});
+    const Bytes kept = concat(media, buildContainer({}, {four[0], four[2]}));
     size_t oldHead = media.size();
     for (const RecordSpec& r : four) oldHead += recordLength(r);
     // Repeated and out-of-range indices change nothing.
-    for (const std::vector<uint32_t>& indices : {std::vector<uint32_t>{1, 3},
-                                                 std::vector<uint32_t>{3, 1, 3, 99}}) {
+    for (const std::vector<uint32_t>& indices : {std::vector<uint32_t>{1, 3}, std::vector<uint32_t>{3, 1, 3, 99}}) {
         TempFile file(buildContainer(media, four));
         ASSERT_EQ(deleteIndices(file, indices), 1u) << dumpLog();
         const Bytes after = file.read();
-        ASSERT_GE(after.size(), media.size() + rebuilt.size());
-        EXPECT_EQ(Bytes(after.begin(), after.begin() + static_cast<long>(media.size())), media);
-        EXPECT_EQ(Bytes(after.begin() + static_cast<long>(media.size()),
-                        after.begin() + static_cast<long>(media.size() + rebuilt.size())),
-                  rebuilt);
         // The cut lies at the old "TEVH" position plus the new container's length.
-        EXPECT_EQ(after.size(), oldHead + rebuilt.size());
+        ASSERT_EQ(after.size(), oldHead + kept.size() - media.size());
+        EXPECT_EQ(Bytes(after.begin(), after.begin() + long(kept.size())), kept);
     }
 }
 
-TEST_F(DeleteMultiTest, DeletingEveryRecordCutsBackToTheMedia) {
+TEST_F(DeleteMultiTest, EveryRecordOrNoneMatching) {
     TempFile file(buildContainer(media, four));
+    EXPECT_EQ(deleteIndices(file, {4, 7}), 0u);
+    EXPECT_TRUE(loggedError("TEV::DeleteMultiTEVData", "no index matches a record")) << dumpLog();
+    EXPECT_EQ(file.read(), buildContainer(media, four));
     EXPECT_EQ(deleteIndices(file, {0, 1, 2, 3}), 1u) << dumpLog();
     EXPECT_EQ(file.read(), media);
 }
 
-TEST_F(DeleteMultiTest, IndicesThatMatchNothingAreRefused) {
-    const Bytes original = buildContainer(media, four);
-    TempFile file(original);
-    EXPECT_EQ(deleteIndices(file, {4, 7}), 0u);
-    EXPECT_TRUE(loggedError("TEV::DeleteMultiTEVData", "no index matches a record")) << dumpLog();
-    EXPECT_EQ(file.read(), original);
+// --- The entry points.
+class DeleteEntryPointTest : public LogCaptureTest {
+protected:
+    const Bytes jpeg = fakeJpeg(256);
+    const Bytes mp4 = fakeMp4(640);
+    const RecordSpec alpha = record("alpha", 20, 0x61);
+    const RecordSpec beta = record("beta", 45, 0x62);
+    const RecordSpec gamma = record("gamma", 31, 0x63);
+    const std::vector<RecordSpec> three = {alpha, beta, gamma};
+};
+
+TEST_F(DeleteEntryPointTest, PathFormsLeaveTheRightRecordsAndBox) {
+    const char* names[] = {"alpha", "missing", "gamma"};
+    const uint32_t lengths[] = {5, 7, 5};
+    const RecordSpec sound = record("EchoFrame_000", 48, 0x5E, 256);
+    const uint32_t soundAt = uint32_t(jpeg.size()) + recordLength(alpha) + 8 + 13;
+    const uint32_t movedAt = soundAt - recordLength(alpha);
+    const struct {
+        const char* label;
+        Bytes before;
+        std::function<uint32_t(const char*)> remove;
+        uint32_t result;
+        Bytes after;
+    } cases[] = {
+        // Names come as bytes and a length, without a terminating zero.
+        {"ByName", buildContainer(jpeg, three), [](const char* p) { return deleteTEVDataFromFile(p, "betaX", 4); }, 1, buildContainer(jpeg, {alpha, gamma})},
+        {"AbsentName", buildContainer(jpeg, three), [](const char* p) { return deleteTEVDataFromFile(p, "betamax", 7); }, 0, buildContainer(jpeg, three)},
+        {"BoxedKeepsAFittingBox", buildContainer(mp4, three, boxed()), [](const char* p) { return deleteTEVDataFromFile(p, "beta", 4); }, 1, buildContainer(mp4, {alpha, gamma}, boxed())},
+        {"UnboxedInMp4GetsABox", buildContainer(mp4, three), [](const char* p) { return deleteTEVDataFromFile(p, "alpha", 5); }, 1, buildContainer(mp4, {beta, gamma}, boxed())},
+        {"LastRecordLeavesTheMedia", buildContainer(mp4, {beta}, boxed()), [](const char* p) { return deleteTEVDataFromFile(p, "beta", 4); }, 1, mp4},
+        {"VoxaBlockMovesWithTheSound", concat(buildContainer(jpeg, {alpha, sound}), voxaBlock(107, soundAt, soundAt + 48)),
+         [](const char* p) { return deleteTEVDataFromFile(p, "alpha", 5); }, 1, concat(buildContainer(jpeg, {sound}), voxaBlock(107, movedAt, movedAt + 48))},
+        {"FastOneFixesTheBox", buildContainer(mp4, three, boxed()), [](const char* p) { return deleteFastATEVData(p, "beta"); }, 1, buildContainer(mp4, {alpha, gamma}, boxed())},
+        {"SeveralNames", buildContainer(mp4, three, boxed()), [&](const char* p) { return deleteTEVMultiDataFromFilebyName(p, names, lengths, 3); }, 1, buildContainer(mp4, {beta}, boxed())},
+        {"SeveralNamesNoneThere", buildContainer(jpeg, {beta}), [&](const char* p) { return deleteTEVMultiDataFromFilebyName(p, names, lengths, 3); }, 0, buildContainer(jpeg, {beta})},
+        {"All", buildContainer(mp4, three, boxed()), [](const char* p) { return deleteAllDataFromFile(p); }, 1, mp4},
+        {"AllOnPlainMedia", jpeg, [](const char* p) { return deleteAllDataFromFile(p); }, 0, jpeg},
+        {"FastAll", buildContainer(mp4, three, boxed()), [](const char* p) { return deleteFastAllTEVData(p); }, 1, mp4},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.label);
+        TempFile file(c.before);
+        EXPECT_EQ(c.remove(file.c_str()), c.result) << dumpLog();
+        EXPECT_EQ(file.read(), c.after);
+    }
+}
+
+TEST_F(DeleteEntryPointTest, ThePackIsReplacedByAFreshParseAndGoesWithTheLastRecord) {
+    TempFile file(buildContainer(jpeg, three));
+    _TEV_info_pack* pack = checkTEVInFile(file.c_str());
+    ASSERT_NE(pack, nullptr);
+    ASSERT_EQ(deleteTEVDataFromFilebyName(&pack, "alpha", 5), 1u) << dumpLog();
+    ASSERT_NE(pack, nullptr);
+    EXPECT_EQ(GetTevCount(pack), 2u);
+    EXPECT_EQ(deleteTEVDataFromFilebyName(&pack, "beta", 4), 1u);
+    EXPECT_EQ(deleteTEVDataFromFilebyName(&pack, "gamma", 5), 1u);
+    EXPECT_EQ(pack, nullptr);
+    EXPECT_EQ(file.read(), jpeg);
+}
+
+TEST_F(DeleteEntryPointTest, DescriptorAndFilePointerFormsLeaveThemOpen) {
+    TempFile byFd(buildContainer(jpeg, three));
+    const int fd = open(byFd.c_str(), O_RDWR);
+    EXPECT_EQ(deleteAllDataFromFd(fd), 1u) << dumpLog();
+    EXPECT_EQ(lseek(fd, 0, SEEK_END), off_t(jpeg.size()));
+    close(fd);
+
+    TempFile byFp(buildContainer(jpeg, three));
+    FILE* fp = std::fopen(byFp.c_str(), "r+b");
+    EXPECT_EQ(deleteFastAllTEVDataFP(fp), 1u) << dumpLog();
+    EXPECT_EQ(std::fseek(fp, 0, SEEK_END), 0);
+    EXPECT_EQ(std::ftell(fp), long(jpeg.size()));
+    std::fclose(fp);
+}
+
+// Under the sanitizer build this proves the stream is deleted exactly once on every path.
+TEST_F(DeleteEntryPointTest, FastDeleteAllDeletesTheStreamItIsGiven) {
+    TempFile file(buildContainer(jpeg, three));
+    FILE* fp = std::fopen(file.c_str(), "r+b");
+    EXPECT_EQ(deleteFastAllTEVDataStream(new TevStreamFile(fp)), 1u) << dumpLog();
+    EXPECT_EQ(file.read(), jpeg);
+    EXPECT_EQ(deleteFastAllTEVDataStream(new TevStreamFile(fp)), 0u);
+    EXPECT_TRUE(loggedError("TEVEncoderAPIs::deleteFastAllTEVDataStream", "TEVDATA is null"));
+    EXPECT_EQ(deleteFastAllTEVDataStream(new TevStreamFile(nullptr)), 0u);
+    std::fclose(fp);
 }
 
 }  // namespace
-}  // namespace tevtest

@@ -9,11 +9,9 @@
 #include <vector>
 
 #include "support/bytes.h"
-#include "support/edit_fixtures.h"
+#include "support/edit.h"
 #include "support/files.h"
 #include "support/log_capture.h"
-#include "support/records.h"
-#include "support/saved_records.h"
 #include "tev/tev.h"
 
 namespace tevtest {

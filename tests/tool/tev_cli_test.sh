@@ -14,23 +14,28 @@ printf 'hello, records' >"$scratch/note.txt"
 head -c 3000 /dev/urandom >"$scratch/sound.bin"
 printf 'caller=42;lang=en' >"$scratch/sub.bin"
 
-plain_media() {
-  local sample mp4
-  for sample in sample.jpg sample.heic sample.mp4; do
-    mp4=False
-    [[ $sample == sample.jpg ]] || mp4=True  # HEIC is an ISO base media file too
-    expect_status 0 "info $sample" "$tev" info "$media/$sample" --json
-    expect_json "info $sample" "d['signature'] == 1 and d['ends_with'] == 'media' and d['container'] is None and d['voxa'] is None and d['mp4'] == $mp4 and d['size'] == $(stat -c %s "$media/$sample")"
-    expect_quiet_stderr "info $sample"
+# expect_refused DESCRIPTION FILE TEXT CMD...: exit 1, one stderr line
+# containing TEXT, and FILE unchanged.
+expect_refused() {
+  local what=$1 file=$2 text=$3
+  shift 3
+  local before
+  before=$(checksum "$file")
+  expect_status 1 "$what" "$@"
+  expect_stderr_line "$what" "$text"
+  [[ $(checksum "$file") == "$before" ]] || note_failure "$what: the file changed"
+}
 
-    expect_status 1 "list $sample" "$tev" list "$media/$sample"
-    expect_stderr_line "list $sample" "$media/$sample: no container"
-    [[ -s $scratch/stdout ]] && note_failure "list $sample printed to stdout"
-    expect_status 1 "extract $sample" "$tev" extract "$media/$sample" anything
-    expect_stderr_line "extract $sample" "no container"
+plain_media() {
+  local sample
+  for sample in sample.jpg sample.heic sample.mp4; do
+    expect_status 0 "info $sample" "$tev" info "$media/$sample" --json
+    # HEIC is an ISO base media file too.
+    expect_json "info $sample" "d['signature'] == 1 and d['ends_with'] == 'media' and d['container'] is None and d['voxa'] is None and d['mp4'] == ('$sample' != 'sample.jpg') and d['size'] == $(stat -c %s "$media/$sample")"
+    expect_quiet_stderr "info $sample"
   done
-  expect_status 0 "info text" "$tev" info "$media/sample.jpg"
-  grep -q '^ends with:  media (signature 1)' "$scratch/stdout" || note_failure "info text: $(cat "$scratch/stdout")"
+  expect_refused "list plain media" "$media/sample.jpg" "$media/sample.jpg: no container" "$tev" list "$media/sample.jpg"
+  expect_refused "extract from plain media" "$media/sample.mp4" "no container" "$tev" extract "$media/sample.mp4" x
 }
 
 # Two records in a copy of SAMPLE: "note" (type 7) and "caller" (type 0, with
@@ -50,30 +55,14 @@ container_in() {
 
   expect_status 0 "info $sample container" "$tev" info "$file" --json
   expect_json "info $sample container" "d['signature'] == 2 and d['ends_with'] == 'container' and d['container']['status'] == 'ok' and d['container']['version'] == 107 and d['container']['records'] == 2 and d['container']['boxed'] == $boxed and d['container']['data_start'] == $size"
-  if [[ $boxed == True ]]; then
+  [[ $boxed == False ]] ||
     expect_json "$sample box" "d['container']['box_size_ok'] and d['container']['box_size'] == d['size'] - $size"
-  fi
 
   expect_status 0 "list $sample" "$tev" list "$file" --json
-  expect_json "list $sample" "[(r['index'], r['name'], r['type']) for r in d['records']] == [(0, 'note', 7), (1, 'caller', 0)]"
-  expect_json "list $sample lengths" "d['records'][0]['sub_info_position'] is None and d['records'][0]['sub_info_length'] == 0 and d['records'][0]['data_length'] == 14 and d['records'][1]['sub_info_length'] == 17 and d['records'][1]['data_length'] == 3000"
+  local r="d['records']" content="open('$file', 'rb').read()"
+  expect_json "list $sample" "[(x['index'], x['name'], x['type'], x['sub_info_length'], x['data_length']) for x in $r] == [(0, 'note', 7, 0, 14), (1, 'caller', 0, 17, 3000)] and $r[0]['sub_info_position'] is None"
   # The listed positions must point at the very bytes that went in.
-  python3 - "$scratch/stdout" "$file" "$scratch/note.txt" "$scratch/sound.bin" "$scratch/sub.bin" <<'PY' ||
-import json, sys
-listing, path, note, sound, sub = sys.argv[1:]
-records = json.load(open(listing))['records']
-content = open(path, 'rb').read()
-def at(pos, n): return content[pos:pos + n]
-ok = (at(records[0]['data_position'], 14) == open(note, 'rb').read() and
-      at(records[1]['data_position'], 3000) == open(sound, 'rb').read() and
-      at(records[1]['sub_info_position'], 17) == open(sub, 'rb').read())
-sys.exit(0 if ok else 1)
-PY
-    note_failure "list $sample: positions do not point at the stored bytes"
-
-  expect_status 0 "list $sample text" "$tev" list "$file"
-  [[ $(wc -l <"$scratch/stdout") -eq 3 ]] && grep -q ' caller$' "$scratch/stdout" ||
-    note_failure "list $sample text: $(cat "$scratch/stdout")"
+  expect_json "list $sample positions" "[$content[p:p + n] for p, n in (($r[0]['data_position'], 14), ($r[1]['data_position'], 3000), ($r[1]['sub_info_position'], 17))] == [open('$scratch/' + f, 'rb').read() for f in ('note.txt', 'sound.bin', 'sub.bin')]"
 
   expect_status 0 "extract note from $sample" "$tev" extract "$file" note -o "$scratch/note.out"
   expect_same "extract note from $sample" "$scratch/note.txt" "$scratch/note.out"
@@ -81,68 +70,40 @@ PY
   expect_same "extract caller to stdout from $sample" "$scratch/sound.bin" "$scratch/stdout"
   expect_status 0 "extract caller sub-info from $sample" "$tev" extract "$file" caller --sub-info -o "$scratch/sub.out"
   expect_same "extract caller sub-info from $sample" "$scratch/sub.bin" "$scratch/sub.out"
-  expect_status 1 "sub-info of note in $sample" "$tev" extract "$file" note --sub-info
-  expect_stderr_line "sub-info of note in $sample" "has no sub-information"
-  expect_status 1 "extract missing from $sample" "$tev" extract "$file" nosuch
-  expect_stderr_line "extract missing from $sample" "$file: no record named \"nosuch\""
+  expect_refused "sub-info of note in $sample" "$file" "has no sub-information" "$tev" extract "$file" note --sub-info
+  expect_refused "extract missing from $sample" "$file" "$file: no record named \"nosuch\"" "$tev" extract "$file" nosuch
 }
 
 usage_errors() {
   local file=$scratch/c-sample.jpg
   expect_status 2 "no subcommand" "$tev"
-  expect_status 2 "unknown subcommand" "$tev" frobnicate "$file"
   expect_status 2 "unknown option" "$tev" info "$file" --frob
   expect_status 2 "missing NAME" "$tev" extract "$file"
-  expect_status 2 "type out of range" "$tev" add "$file" x --data y --type 65536
   expect_status 2 "two data sources" "$tev" add "$file" x --data y --data-file "$scratch/note.txt"
-  expect_status 2 "no data source" "$tev" add "$file" x
-  expect_status 2 "delete without names" "$tev" delete "$file"
-  local command
-  for command in info list extract add delete clear; do
-    expect_status 0 "$command --help" "$tev" "$command" --help
-    grep -q 'Usage' "$scratch/stdout" || note_failure "$command --help printed no usage"
-  done
+  expect_status 0 "add --help" "$tev" add --help
+  grep -q 'Usage' "$scratch/stdout" || note_failure "add --help printed no usage"
   expect_status 1 "missing file" "$tev" info "$scratch/absent.jpg"
   expect_stderr_line "missing file" "$scratch/absent.jpg: cannot open"
 }
 
-# expect_refused DESCRIPTION FILE TEXT CMD...: exit 1, one stderr line
-# containing TEXT, and FILE unchanged.
-expect_refused() {
-  local what=$1 file=$2 text=$3
-  shift 3
-  local before
-  before=$(checksum "$file")
-  expect_status 1 "$what" "$@"
-  expect_stderr_line "$what" "$text"
-  [[ $(checksum "$file") == "$before" ]] || note_failure "$what: the file changed"
-}
-
 refused_edits() {
-  local file=$scratch/c-sample.jpg plain=$scratch/plain.jpg
+  local file=$scratch/c-sample.jpg plain=$scratch/plain.jpg empty=$scratch/empty.jpg
   cp "$media/sample.jpg" "$plain"
-  expect_refused "existing name" "$file" "$file: record \"note\" exists" \
-    "$tev" add "$file" note --data other
+  : >"$empty"
+  truncate -s 4293918721 "$scratch/huge.bin"  # sparse: 0xFFF00001 bytes
+  expect_refused "existing name" "$file" "$file: record \"note\" exists" "$tev" add "$file" note --data other
   expect_refused "type 0 without sub-info" "$file" "$file: type 0 (user-defined) needs sub-information" \
     "$tev" add "$file" fresh --data other --type 0
-  expect_refused "type 0 without sub-info on plain media" "$plain" "$plain: type 0 (user-defined) needs sub-information" \
-    "$tev" add "$plain" fresh --data other --type 0
   expect_refused "empty data" "$file" "$file: the data is empty" "$tev" add "$file" fresh --data ""
   expect_refused "name too long" "$file" "$file: record names must be 1 to 1024 bytes long" \
     "$tev" add "$file" "$(printf 'n%.0s' {1..1025})" --data x
-  truncate -s 4293918721 "$scratch/huge.bin"  # sparse: 0xFFF00001 bytes
   expect_refused "too big data" "$file" "$scratch/huge.bin: data file of 4293918721 bytes is too big" \
     "$tev" add "$file" big --data-file "$scratch/huge.bin"
-  rm -f "$scratch/huge.bin"
-  expect_refused "delete missing" "$file" "$file: no record named \"nosuch\"" "$tev" delete "$file" nosuch
-  expect_refused "delete one missing of two" "$file" "$file: no record named \"nosuch\"" \
-    "$tev" delete "$file" note nosuch
+  expect_refused "delete one missing of two" "$file" "$file: no record named \"nosuch\"" "$tev" delete "$file" note nosuch
   expect_refused "delete a name twice" "$file" "$file: no record named \"note\"" "$tev" delete "$file" note note
   expect_refused "clear plain media" "$plain" "$plain: no container" "$tev" clear "$plain"
   expect_refused "delete from plain media" "$plain" "$plain: no container" "$tev" delete "$plain" note
-  : >"$scratch/empty.jpg"
-  expect_refused "add to an empty file" "$scratch/empty.jpg" "$scratch/empty.jpg: the file is empty" \
-    "$tev" add "$scratch/empty.jpg" x --data y
+  expect_refused "add to an empty file" "$empty" "$empty: the file is empty" "$tev" add "$empty" x --data y
 }
 
 replace_delete_clear() {
@@ -161,7 +122,7 @@ replace_delete_clear() {
     expect_status 0 "list after delete in $sample" "$tev" list "$file" --json
     expect_json "delete in $sample" "[r['name'] for r in d['records']] == ['note']"
     expect_status 0 "info after delete in $sample" "$tev" info "$file" --json
-    expect_json "info after delete in $sample" "d['container']['records'] == 1 and (d['container']['box_size_ok'] is not False)"
+    expect_json "info after delete in $sample" "d['container']['records'] == 1 and d['container']['box_size_ok'] is not False"
 
     expect_status 0 "clear $sample" "$tev" clear "$file"
     expect_same "clear $sample" "$media/$sample" "$file"
@@ -174,21 +135,14 @@ damaged_and_voxa() {
   expect_status 0 "info on a damaged container" "$tev" info "$damaged" --json
   expect_json "info on a damaged container" "d['signature'] == 2 and d['container'] == {'status': 'damaged'}"
   expect_refused "list a damaged container" "$damaged" "$damaged: container is damaged" "$tev" list "$damaged"
-  expect_refused "add to a damaged container" "$damaged" "$damaged: container is damaged" \
-    "$tev" add "$damaged" x --data y
+  expect_refused "add to a damaged container" "$damaged" "$damaged: container is damaged" "$tev" add "$damaged" x --data y
 
-  # A Voxa block: the media, a sound, "VOXA" 106, one sound, header length 20, "VOXABS".
-  python3 - "$media/sample.jpg" "$voxa" <<'PY'
-import struct, sys
-media = open(sys.argv[1], 'rb').read()
-sound = bytes(range(256)) * 4
-start, end = len(media), len(media) + len(sound)
-block = b'VOXA' + struct.pack('<5I', 106, 1, start, end, 20) + b'VOXABS'
-open(sys.argv[2], 'wb').write(media + sound + block)
-PY
+  # The media, a 1024-byte sound, "VOXA" 106, one sound, its start and end, header length 20, "VOXABS".
   local start end
   start=$(stat -c %s "$media/sample.jpg")
   end=$((start + 1024))
+  python3 -c "import struct, sys; open(sys.argv[2], 'wb').write(open(sys.argv[1], 'rb').read() + bytes(range(256)) * 4 +
+b'VOXA' + struct.pack('<5I', 106, 1, $start, $end, 20) + b'VOXABS')" "$media/sample.jpg" "$voxa"
   expect_status 0 "info on a Voxa image" "$tev" info "$voxa" --json
   expect_json "info on a Voxa image" "d['signature'] == 3 and d['container'] is None and d['voxa'] == {'version': 106, 'sounds': [{'start': $start, 'end': $end}]}"
   expect_refused "list a Voxa image" "$voxa" "$voxa: no container (only a Voxa sound block)" "$tev" list "$voxa"

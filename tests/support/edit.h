@@ -1,0 +1,86 @@
+// Helpers for tests that edit containers: files to edit (open behind a
+// stream, or parsed), and calls of the save family with a RecordSpec.
+#ifndef TEV_TESTS_SUPPORT_EDIT_H
+#define TEV_TESTS_SUPPORT_EDIT_H
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "support/bytes.h"
+#include "support/files.h"
+#include "support/records.h"
+#include "tev/tev.h"
+
+namespace tevtest {
+
+// The sub-information of `r` as the add and save functions take it.
+inline const unsigned char* subOf(const RecordSpec& r) { return r.sub ? r.sub->data() : nullptr; }
+inline uint32_t subLengthOf(const RecordSpec& r) { return r.sub ? uint32_t(r.sub->size()) : 0; }
+
+inline ContainerOptions boxed() {
+    ContainerOptions options;
+    options.mp4Box = true;
+    return options;
+}
+
+// A temporary file holding `content`, open for update behind a file stream
+// for the lifetime of the object.
+class EditableFile {
+public:
+    explicit EditableFile(const Bytes& content)
+        : file_(content), fp_(std::fopen(file_.c_str(), "r+b")), stream_(new TevStreamFile(fp_)) {}
+    ~EditableFile() {
+        stream_.reset();  // before the FILE* it works on goes
+        if (fp_ != nullptr) std::fclose(fp_);
+    }
+    EditableFile(const EditableFile&) = delete;
+    EditableFile& operator=(const EditableFile&) = delete;
+
+    TevStream* stream() { return stream_.get(); }
+    Bytes bytes() const { return file_.read(); }
+
+private:
+    TempFile file_;
+    FILE* fp_;
+    std::unique_ptr<TevStreamFile> stream_;
+};
+
+struct IndexDeleter {
+    void operator()(_TEV_info* info) const { DestroyTEV(info); }
+};
+using IndexPtr = std::unique_ptr<_TEV_info, IndexDeleter>;
+
+struct FilePackDestroyer {
+    void operator()(_TEV_info_pack* pack) const { destroyTEVDATA(pack); }
+};
+// A pack that owns its stream and file (checkTEVInFile).
+using FilePack = std::unique_ptr<_TEV_info_pack, FilePackDestroyer>;
+
+// Parses the container of the file at `path`, opened for update, and returns
+// what `edit` returns for its index (0 when nothing parses). The file is
+// closed again before this returns, so its bytes can be read afterwards.
+template <typename Edit>
+uint32_t editParsed(const std::string& path, Edit edit) {
+    FilePack pack(checkTEVInFile(path.c_str()));
+    EXPECT_NE(pack, nullptr) << "no container in " << path;
+    return pack ? edit(pack->info) : 0;
+}
+
+// Calls a save function of the family's common shape (name, name length,
+// sub-information, its length, data, its length, type, update) with `r`.
+// A byte that is not part of the name follows it, so that a save which
+// reads the name up to a terminator instead of its length shows.
+template <typename Save>
+uint32_t saveSpec(Save save, const RecordSpec& r, uint32_t update) {
+    const std::string name = r.name + "#";
+    return save(name.c_str(), uint32_t(r.name.size()), subOf(r), subLengthOf(r), r.data.data(),
+                uint32_t(r.data.size()), uint32_t(r.type), update);
+}
+
+}  // namespace tevtest
+
+#endif  // TEV_TESTS_SUPPORT_EDIT_H
