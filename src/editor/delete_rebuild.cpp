@@ -73,12 +73,22 @@ RebuildStatus writeKeptRecords(TevStream& source, const _TEV_info& info, const R
     return RebuildStatus::kOk;
 }
 
-// A kept entry as the rebuilt directory holds it: its offset shrinks by the
-// removed length that lies between its record and "TEVH" (`removedBehind`).
-_TEV_data_info keptEntry(const _TEV_data_info& entry, int64_t removedBehind) {
-    _TEV_data_info moved = entry;
-    moved.start_offset = static_cast<uint32_t>(entry.start_offset - removedBehind);
-    return moved;
+// Calls `visit` with every kept entry in directory order, as the rebuilt
+// directory holds it: its offset shrinks by the removed length that lies
+// between its record and "TEVH".
+template <typename Visit>
+void forEachKeptEntry(const _TEV_info& info, const Removal& removal, Visit visit) {
+    int64_t removedBehind = removal.length();
+    for (uint32_t i = 0; i < info.meta_count; ++i) {
+        const _TEV_data_info& entry = *info.meta_data[i];
+        if (removal.removed(i)) {
+            removedBehind -= entry.length;
+            continue;
+        }
+        _TEV_data_info moved = entry;
+        moved.start_offset = static_cast<uint32_t>(entry.start_offset - removedBehind);
+        visit(moved);
+    }
 }
 
 // The new directory in one write; false, with the stream back where the
@@ -88,15 +98,7 @@ bool writeDirectoryAtOnce(const _TEV_info& info, const Removal& removal, TevStre
     tev::DirectoryImage image;
     if (!image.reserve(kept)) return false;
     image.begin(kept);
-    int64_t removedBehind = removal.length();
-    for (uint32_t i = 0; i < info.meta_count; ++i) {
-        const _TEV_data_info& entry = *info.meta_data[i];
-        if (removal.removed(i)) {
-            removedBehind -= entry.length;
-            continue;
-        }
-        image.addEntry(keptEntry(entry, removedBehind));
-    }
+    forEachKeptEntry(info, removal, [&](const _TEV_data_info& moved) { image.addEntry(moved); });
     image.end(kept);
     return tev::writeDirectoryImage(out, image);
 }
@@ -108,16 +110,7 @@ RebuildStatus writeDirectoryByFields(const _TEV_info& info, const Removal& remov
         out.writeTEV_KCnt(kept) != tev::kFieldSize) {
         return RebuildStatus::kWriteFailed;
     }
-    int64_t removedBehind = removal.length();
-    for (uint32_t i = 0; i < info.meta_count; ++i) {
-        const _TEV_data_info& entry = *info.meta_data[i];
-        if (removal.removed(i)) {
-            removedBehind -= entry.length;
-            continue;
-        }
-        _TEV_data_info moved = keptEntry(entry, removedBehind);
-        out.writeTEV_KDR(&moved);
-    }
+    forEachKeptEntry(info, removal, [&](_TEV_data_info moved) { out.writeTEV_KDR(&moved); });
     if (out.writeTEV_KTHO(kept) != tev::kFieldSize || out.writeTEV_KTS() != tev::kTagSize) {
         return RebuildStatus::kWriteFailed;
     }

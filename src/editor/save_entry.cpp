@@ -20,6 +20,15 @@ uint32_t saveRequestToPath(const char* path, const SaveRequest& r) {
 
 namespace {
 
+// The path forms differ only in the tag their size refusal is logged under.
+uint32_t saveCheckedToPath(const char* tooBigTag, const char* path, const SaveRequest& r) {
+    if (r.dataLength >= kTooBigDataLength) {
+        logLine(kLogError, tooBigTag, "Too big TEV data to add in the file");
+        return LUMET_TEV_FALSE;
+    }
+    return saveRequestToPath(path, r);
+}
+
 uint32_t saveRequestToFP(FILE* fp, const SaveRequest& r) {
     TevStreamFile stream(fp);
     return saveTEVDataToStream(&stream, r.name, r.nameLength, r.sub, r.subLength, r.data,
@@ -36,31 +45,22 @@ using tev::logLine;
 uint32_t saveTEVDataToFile(const char* path, const char* name, uint32_t name_len,
                            const unsigned char* sub, uint32_t sub_len, const unsigned char* data,
                            uint32_t data_len, uint32_t type, uint32_t update) {
-    if (data_len >= kTooBigDataLength) {
-        logLine(kLogError, "TEVAPI::saveTEVDataToFileAddTag", "Too big TEV data to add in the file");
-        return LUMET_TEV_FALSE;
-    }
-    return tev::saveRequestToPath(path, {name, name_len, sub, sub_len, data, data_len, type, update});
+    return tev::saveCheckedToPath("TEVAPI::saveTEVDataToFileAddTag", path,
+                                  {name, name_len, sub, sub_len, data, data_len, type, update});
 }
 
 uint32_t saveTEVDataToFileAddTag(const char* path, const char* name, uint32_t name_len,
                                  const unsigned char* sub, uint32_t sub_len, const unsigned char* data,
                                  uint32_t data_len, uint32_t type, uint32_t update) {
-    if (data_len >= kTooBigDataLength) {
-        logLine(kLogError, "TEVAPI::saveTEVDataToFileAddTag", "Too big TEV data to add in the file");
-        return LUMET_TEV_FALSE;
-    }
-    return tev::saveRequestToPath(path, {name, name_len, sub, sub_len, data, data_len, type, update});
+    return tev::saveCheckedToPath("TEVAPI::saveTEVDataToFileAddTag", path,
+                                  {name, name_len, sub, sub_len, data, data_len, type, update});
 }
 
 uint32_t saveFastTEVDataToFile(const char* path, const char* name, uint32_t name_len,
                                const unsigned char* sub, uint32_t sub_len, const unsigned char* data,
                                uint32_t data_len, uint32_t type, uint32_t update) {
-    if (data_len >= kTooBigDataLength) {
-        logLine(kLogError, "TEVAPI", "Too big TEV data to add in the file");
-        return LUMET_TEV_FALSE;
-    }
-    return tev::saveRequestToPath(path, {name, name_len, sub, sub_len, data, data_len, type, update});
+    return tev::saveCheckedToPath("TEVAPI", path,
+                                  {name, name_len, sub, sub_len, data, data_len, type, update});
 }
 
 uint32_t saveTEVDataToFP(FILE* fp, const char* name, uint32_t name_len, const unsigned char* sub,
