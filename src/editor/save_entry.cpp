@@ -39,7 +39,6 @@ uint32_t saveRequestToFP(FILE* fp, const SaveRequest& r) {
 }  // namespace tev
 
 using tev::kLogError;
-using tev::kTooBigDataLength;
 using tev::logLine;
 
 uint32_t saveTEVDataToFile(const char* path, const char* name, uint32_t name_len,
