@@ -15,5 +15,7 @@
 #include "tev/mp4.h"
 #include "tev/editor.h"
 #include "tev/voxa.h"
+#include "tev/sound.h"
+#include "tev/copy.h"
 
 #endif  // TEV_TEV_H
