@@ -44,6 +44,7 @@ Command addExtractCommand(CLI::App& parent);
 Command addAddCommand(CLI::App& parent);
 Command addDeleteCommand(CLI::App& parent);
 Command addClearCommand(CLI::App& parent);
+Command addSoundCommand(CLI::App& parent);
 
 // --- output channels -------------------------------------------------------
 // The library prints a few diagnostics to standard output and logs failures

@@ -148,6 +148,58 @@ b'VOXA' + struct.pack('<5I', 106, 1, $start, $end, 20) + b'VOXABS')" "$media/sam
   expect_refused "list a Voxa image" "$voxa" "$voxa: no container (only a Voxa sound block)" "$tev" list "$voxa"
 }
 
+# sound_names DESCRIPTION FILE NAMES: `tev sound list` gives NAMES (a Python
+# list), each position pointing at the sound's bytes in the file.
+sound_names() {
+  local what=$1 file=$2 names=$3
+  expect_status 0 "$what" "$tev" sound list "$file" --json
+  expect_json "$what" "[s['name'] for s in d['sounds']] == $names and sum(s['in_voxa_block'] for s in d['sounds']) <= 1"
+}
+
+sound_family() {
+  local file=$scratch/sound.jpg voxa=$scratch/voxa.jpg mp4=$scratch/sound.mp4 big=$scratch/big.jpg
+  printf 'second sound' >"$scratch/memo2.bin"
+  cp "$media/sample.jpg" "$file"
+  sound_names "no sound yet" "$file" "[]"
+  expect_status 0 "sound add to plain" "$tev" sound add "$file" memo --data-file "$scratch/sound.bin"
+  expect_status 0 "info after sound add" "$tev" info "$file" --json
+  expect_json "info after sound add" "d['signature'] == 4 and d['voxa']['version'] == 107"
+  expect_status 0 "record beside the sound" "$tev" add "$file" note --data-file "$scratch/note.txt"
+  expect_status 0 "second sound" "$tev" sound add "$file" memo2 --data-file "$scratch/memo2.bin"
+  sound_names "two sounds" "$file" "['memo', 'memo2']"
+  expect_json "sound positions" "[open('$file', 'rb').read()[s['position']:s['position'] + s['length']] for s in d['sounds']] == [open('$scratch/sound.bin', 'rb').read(), b'second sound']"
+  expect_status 0 "sound extract" "$tev" sound extract "$file" memo2 -o "$scratch/memo2.out"
+  expect_same "sound extract" "$scratch/memo2.bin" "$scratch/memo2.out"
+  expect_refused "unknown sound" "$file" "$file: no sound named \"nosuch\"" "$tev" sound delete "$file" nosuch
+  expect_refused "sound convert without a bare sound" "$file" "no bare sound to convert" "$tev" sound convert "$file"
+  expect_status 0 "sound delete" "$tev" sound delete "$file" memo
+  sound_names "after delete" "$file" "['memo2']"
+  expect_status 0 "sound clear" "$tev" sound clear "$file"
+  sound_names "after clear" "$file" "[]"
+  expect_status 0 "records after sound clear" "$tev" list "$file" --json
+  expect_json "records after sound clear" "[r['name'] for r in d['records']] == ['note']"
+
+  sound_names "bare sound" "$voxa" "['EchoFrame_000']"
+  expect_status 0 "extract the bare sound" "$tev" sound extract "$voxa" EchoFrame_000
+  python3 -c "import sys; sys.exit(open(sys.argv[1], 'rb').read() != bytes(range(256)) * 4)" "$scratch/stdout" ||
+    note_failure "extract the bare sound: wrong bytes"
+  cp "$voxa" "$scratch/voxa2.jpg"
+  expect_status 0 "sound convert" "$tev" sound convert "$voxa"
+  sound_names "converted" "$voxa" "['EchoFrame_000']"
+  expect_status 0 "info after convert" "$tev" info "$voxa" --json
+  expect_json "info after convert" "d['signature'] == 4 and d['container']['records'] == 2"
+  expect_status 0 "sound add to a bare sound" "$tev" sound add "$scratch/voxa2.jpg" memo --data-file "$scratch/memo2.bin"
+  sound_names "bare sound kept" "$scratch/voxa2.jpg" "['EchoFrame_000', 'memo']"
+
+  cp "$media/sample.mp4" "$mp4"
+  expect_refused "sound into MP4" "$mp4" "$mp4: MP4 and HEIC files cannot carry sound" \
+    "$tev" sound add "$mp4" memo --data-file "$scratch/sound.bin"
+  cp "$media/sample.jpg" "$big"
+  truncate -s 4293000000 "$big"  # sparse
+  expect_refused "no room for a sound" "$big" "$big: no room" "$tev" sound add "$big" memo --data-file "$scratch/sound.bin"
+  rm -f "$big"
+}
+
 plain_media
 container_in sample.jpg False
 container_in sample.heic True
@@ -156,4 +208,5 @@ usage_errors
 refused_edits
 replace_delete_clear
 damaged_and_voxa
+sound_family
 finish
