@@ -64,4 +64,20 @@ for sample in sample.jpg sample.mp4; do
   cmp "$root/media/$sample" "$file" && echo "byte for byte the original"
 done
 
+file=sound.jpg
+cp "$root/media/sample.jpg" "$file"
+step "$file: keep a voice memo with the photo, beside an ordinary record"
+run sound add "$file" memo --data-file "sound.bin"
+run add "$file" caption --data-file "caption.txt"
+run sound list "$file"
+run list "$file"
+run info "$file"
+
+step "$file: extract the memo and remove it; the caption stays"
+run sound extract "$file" memo -o "memo.out"
+cmp "sound.bin" "memo.out" && echo "memo: identical"
+run sound delete "$file" memo
+run sound list "$file"
+run list "$file"
+
 step "done: the edited copies are in demo-out/"

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Media safety with real decoders: every kind of edit (first add, append,
-# replace, delete one, delete the last record, delete all) on copies of the
-# sample JPEG, HEIC and MP4 must leave the media bytes in front of the
+# replace, delete one, delete the last record, delete all; and on the JPEG
+# every sound edit) on copies of the sample JPEG, HEIC and MP4 must leave the media bytes in front of the
 # container unchanged, keep the file decodable, and (for ISO base media
 # files) keep the top-level box chain reaching exactly to the end of the file.
 # Usage: media_safety_test.sh TEV_BINARY RAW_FIRST_ADD_BINARY SOURCE_DIR
@@ -94,5 +94,38 @@ decodes mp4 "$file" || note_failure "boxless mp4 first add: decoder complained: 
 expect_status 0 "boxless mp4 info" "$tev" info "$file" --json
 expect_json "boxless mp4 info" "d['container']['boxed'] is False and d['container']['records'] == 1"
 edit_sequence mp4 "$file"
+
+# sound_step FILE SOUNDS CMD...: CMD edits FILE, a copy of media/sample.jpg
+# with sound; afterwards its media is untouched and decodable and `tev sound
+# list` names SOUNDS (a Python list).
+sound_step() {
+  local file=$1 sounds=$2 what="jpg sound: ${*:4}"
+  shift 2
+  expect_status 0 "$what" "$@"
+  cmp -s -n "$(stat -c %s "$media/sample.jpg")" "$media/sample.jpg" "$file" || note_failure "$what: media bytes changed"
+  decodes jpg "$file" || note_failure "$what: jpg decoder complained: $(cat "$scratch/decoder")"
+  expect_status 0 "$what: sound list" "$tev" sound list "$file" --json
+  expect_json "$what: sounds" "[s['name'] for s in d['sounds']] == $sounds"
+}
+
+file=$scratch/sound.jpg
+cp "$media/sample.jpg" "$file"
+printf 'a second sound' >"$scratch/second.bin"
+sound_step "$file" "['memo']" "$tev" sound add "$file" memo --data-file "$scratch/sound.bin"
+sound_step "$file" "['memo']" "$tev" add "$file" note --data "beside the sound"
+sound_step "$file" "['memo', 'again']" "$tev" sound add "$file" again --data-file "$scratch/second.bin"
+sound_step "$file" "['memo', 'again']" "$tev" sound add "$file" memo --data-file "$scratch/second.bin"
+sound_step "$file" "['memo']" "$tev" sound delete "$file" again
+sound_step "$file" "[]" "$tev" sound clear "$file"
+step jpg "$file" media "$tev" clear "$file"
+
+# A bare Voxa sound behind the JPEG: converted, joined by a named sound, removed.
+python3 -c "import struct, sys; m = open(sys.argv[1], 'rb').read(); s = open(sys.argv[2], 'rb').read()
+open(sys.argv[3], 'wb').write(m + s + b'VOXA' + struct.pack('<5I', 106, 1, len(m), len(m) + len(s), 20) + b'VOXABS')" \
+  "$media/sample.jpg" "$scratch/sound.bin" "$file"
+sound_step "$file" "['EchoFrame_000']" "$tev" sound convert "$file"
+sound_step "$file" "['EchoFrame_000', 'memo']" "$tev" sound add "$file" memo --data-file "$scratch/second.bin"
+sound_step "$file" "['memo']" "$tev" sound delete "$file" EchoFrame_000
+sound_step "$file" "[]" "$tev" sound clear "$file"
 
 finish
