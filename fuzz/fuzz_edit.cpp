@@ -1,6 +1,9 @@
 // Arbitrary bytes as media in a memory buffer with room to grow: save a
 // record, save it again as a replacement, re-parse, delete it by index,
-// re-parse. Every step runs on whatever the previous one left.
+// re-parse. Every step runs on whatever the previous one left. A second
+// copy of the input goes through the sound edits: a bare sound converted
+// into records, a named sound saved, a record deleted by name beside the
+// sound list, the sound removed.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -10,6 +13,7 @@
 namespace {
 
 constexpr char kName[] = "fuzz.record";
+constexpr char kSoundName[] = "fuzz.sound";
 constexpr uint32_t kNameLength = sizeof kName - 1;
 constexpr unsigned char kSubInfo[] = {'s', 'u', 'b', '1'};
 constexpr uint32_t kUserType = 7;
@@ -40,6 +44,36 @@ void reparse(TevBufferHandle* handle) {
     destroyTEVDATA_Buffer(pack);
 }
 
+void convertBareSound(TevStream& stream) {
+    if (getSignatureStream(&stream) != SIGNATURE_VOXA) return;
+    _voxa_info_struct* voxa = checkVoxaInStream(&stream);
+    if (voxa == nullptr) return;
+    convertVoxaToEchoFrame(&voxa);
+    DestroyVoxaStream(voxa);
+}
+
+void deleteByName(TevStream& stream, const char* name) {
+    _TEV_info_pack* pack = checkTEVInStreamAndUpdate(&stream);
+    if (pack == nullptr) return;
+    TevStream* target = &stream;
+    deleteTEVDataFromStreambyName(target, pack, name, static_cast<uint32_t>(std::strlen(name)));
+    destroyTEVDATA_Buffer(pack);
+}
+
+void soundEdits(TevBufferHandle* handle) {
+    TevStreamBuffer stream(handle);
+    convertBareSound(stream);
+    reparse(handle);
+    unsigned char sound[96];
+    std::memset(sound, 's', sizeof sound);
+    saveVoxaToImageStream(&stream, sound, sizeof sound, kSoundName, sizeof kSoundName - 1);
+    reparse(handle);
+    deleteByName(stream, kName);
+    reparse(handle);
+    deleteAVoxaStream(&stream);
+    reparse(handle);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -56,5 +90,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     reparse(handle);
     deleteRecord(handle);
     reparse(handle);
+
+    const tevfuzz::InputBuffer second(data, size, kSpare);
+    soundEdits(second.handle());
     return 0;
 }
