@@ -57,7 +57,7 @@ void deleteByName(TevStream& stream, const char* name) {
     if (pack == nullptr) return;
     TevStream* target = &stream;
     deleteTEVDataFromStreambyName(target, pack, name, static_cast<uint32_t>(std::strlen(name)));
-    destroyTEVDATA_Buffer(pack);
+    destroyTEVDATA_Stream(pack);  // the stream is ours, on the stack
 }
 
 void soundEdits(TevBufferHandle* handle) {
