@@ -84,6 +84,15 @@ public:
     // A directory over `entries`; stores count + 2 in its count field.
     int64_t writeTEVHeader(_TEV_data_info** entries, uint32_t count);
 
+    // Voxa block writers (little-endian); they write at the current position.
+    int64_t WriteSoundHeader();                          // "VOXA", 106; the "VOXA" write's result
+    int64_t WriteSoundCount(uint32_t count);
+    int64_t WriteSoundData(uint32_t start, uint32_t end);  // the end write's result
+    int64_t WriteSoundDataBuffer(uint32_t* table, uint32_t count);  // 2 * count values; 0
+    int64_t WriteSoundTailer(uint32_t count);            // 8 * count + 12, "VOXABS"
+    // A whole one-sound block of version 107. 1, or 0 at the first failed write.
+    uint32_t writeVoxaHeader(uint32_t start, uint32_t end);
+
 protected:
     explicit TevStream(uint32_t streamType) : mStreamType(streamType) {}
     uint32_t mStreamType;

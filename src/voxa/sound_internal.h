@@ -1,0 +1,28 @@
+// Steps shared by the sound editors.
+#ifndef TEV_SRC_VOXA_SOUND_INTERNAL_H
+#define TEV_SRC_VOXA_SOUND_INTERNAL_H
+
+#include <cstdint>
+
+#include "tev/stream.h"
+#include "tev/types.h"
+#include "voxa/voxa_internal.h"
+
+namespace tev::voxa {
+
+// Cuts the stream where the first sound starts, dropping the sound and
+// everything behind it. A sound that is not sane (see firstSound) or a
+// failed seek is logged under `tag` and changes nothing.
+bool cutAtFirstSound(TevStream& stream, const _voxa_info_struct& voxa, const char* tag);
+
+// Moves `length` bytes of the stream from `from` forward to `to` (to <= from)
+// through one bounded buffer, front to back so nothing is read after it was
+// overwritten. False on a short read or write or when the buffer cannot be made.
+bool moveForward(TevStream& stream, int64_t from, int64_t to, int64_t length);
+
+// First byte of the Voxa block: file size - header length - 10.
+bool blockStart(const _voxa_info_struct& voxa, int64_t* start);
+
+}  // namespace tev::voxa
+
+#endif  // TEV_SRC_VOXA_SOUND_INTERNAL_H

@@ -1,0 +1,243 @@
+// Sound in front of a container: removing it (the container moves forward
+// to where the sound began) and putting a new one there (the container
+// moves back behind it), with the Voxa block rewritten behind the directory.
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include "container/format.h"
+#include "container/owned.h"
+#include "editor/delete_rebuild.h"
+#include "tev/detect.h"
+#include "tev/editor.h"
+#include "tev/sound.h"
+#include "tev/voxa.h"
+#include "util/log.h"
+#include "voxa/sound_internal.h"
+
+namespace {
+
+using tev::deleting::RecordSpan;
+using tev::voxa::SoundSpan;
+
+constexpr int64_t kMoveChunk = 1 << 20;
+// "VOXA", version, count, start, end, header length, "VOXABS".
+constexpr int64_t kOneSoundBlock = tev::kVoxaOneSoundBlockSize;
+constexpr char kExistTag[] = "VoxaAPIs::deleteVoxa_ExistTEV";
+
+bool isIsoMedia(TevStream& stream) { return checkMP4Stream(&stream) == LUMET_TEV_TRUE; }
+
+// The directory as the rebuilt container holds it: the records keep their
+// order and their distances to "TEVH".
+bool writeDirectory(TevStream& out, const _TEV_info& info) {
+    bool ok = out.writeTEV_KTSS() == tev::kTagSize && out.writeTEV_KVER() == tev::kFieldSize &&
+              out.writeTEV_KCnt(info.meta_count) == tev::kFieldSize;
+    for (uint32_t i = 0; ok && i < info.meta_count; ++i) ok = out.writeTEV_KDR(info.meta_data[i]) == 1;
+    return ok && out.writeTEV_KTHO(info.meta_count) == tev::kFieldSize && out.writeTEV_KTS() == tev::kTagSize;
+}
+
+bool copyRange(TevStream& from, int64_t start, int64_t length, TevStream& to) {
+    if (from.seek(start, tev::kSeekSet) != start) return false;
+    std::vector<unsigned char> chunk(static_cast<size_t>(std::min(length, kMoveChunk)));
+    for (int64_t left = length; left > 0;) {
+        const int64_t step = std::min<int64_t>(left, static_cast<int64_t>(chunk.size()));
+        if (from.read(chunk.data(), step) != step || to.write(chunk.data(), step) != step) return false;
+        left -= step;
+    }
+    return true;
+}
+
+// The sound, the container's records as they are, a fresh directory over
+// them and a version 106 block pointing at the sound, which starts at `at`.
+bool buildTail(TevStream& stream, const _TEV_info& info, const RecordSpan& span, const void* data,
+               uint32_t size, tev::deleting::TempStream& temp, int64_t* length) {
+    const int64_t records = span.directory - span.first;
+    const int64_t directory = int64_t{tev::kDirectoryFixedSize} + int64_t{tev::kDirectoryEntrySize} * info.meta_count;
+    *length = int64_t{size} + records + directory + kOneSoundBlock;
+    if (*length < 1) {
+        tev::logLine(tev::kLogError, "VoxaAPIs::addVoxaSoundStream", "temp AllocSize is <= 0");
+        return false;
+    }
+    if (!temp.open(*length)) {
+        tev::logLine(tev::kLogError, "VoxaAPIs::addVoxaSoundStream", "temp handle is null");
+        return false;
+    }
+    const uint32_t start = static_cast<uint32_t>(span.first);
+    TevStream& out = temp.stream();
+    return out.write(data, size) == size && copyRange(stream, span.first, records, out) &&
+           writeDirectory(out, info) && out.WriteSoundHeader() == tev::kTagSize &&
+           out.WriteSoundCount(1) == tev::kFieldSize && out.WriteSoundData(start, start + size) == tev::kFieldSize &&
+           out.WriteSoundTailer(1) == tev::kVoxaTailMarkSize && temp.written() == *length;
+}
+
+// Takes the old sound away before the new one goes in: a sound kept as a
+// record leaves the container with its record, a sound in front of the
+// container is cut out. False when that fails.
+bool removeOldSound(TevStream& stream, _voxa_info_struct* voxa) {
+    const bool hasSound = voxa != nullptr && voxa->sound_count > 0;
+    tev::OwnedPackOnStream pack(checkTEVInStream(&stream));
+    if (!pack) return false;
+    if (!hasSound) return true;
+    const uint32_t index = FindOldVoxaIndex(pack->info, voxa);
+    if (index < pack->info->meta_count) return DeleteATEVDataStream(pack->info, index, voxa) == LUMET_TEV_TRUE;
+    return deleteVoxa_ExistTEV_Stream(&stream, voxa) == LUMET_TEV_TRUE;
+}
+
+// Moves the container behind a new sound placed where its records began.
+int64_t insertInFrontOfContainer(TevStream& stream, const void* data, uint32_t size) {
+    tev::OwnedPackOnStream pack(checkTEVInStream(&stream));
+    if (!pack) return AddVoxaSoundInFirstTime(&stream, data, size);
+    RecordSpan span{};
+    if (!tev::deleting::locateRecords(*pack->info, &span) || uint64_t(span.first) + size > UINT32_MAX) {
+        return 0;
+    }
+    tev::deleting::TempStream temp;
+    int64_t length = 0;
+    if (!buildTail(stream, *pack->info, span, data, size, temp, &length)) return 0;
+    if (!tev::deleting::copyBack(stream, span.first, temp.stream(), length)) return 0;
+    const int64_t end = stream.tell();
+    stream.truncate(end);
+    return end;
+}
+
+}  // namespace
+
+namespace tev::voxa {
+
+bool moveForward(TevStream& stream, int64_t from, int64_t to, int64_t length) {
+    std::vector<unsigned char> chunk;
+    for (int64_t done = 0; done < length;) {
+        const int64_t step = std::min(length - done, kMoveChunk);
+        if (chunk.empty()) chunk.resize(static_cast<size_t>(step));
+        if (stream.seek(from + done, kSeekSet) != from + done || stream.read(chunk.data(), step) != step) {
+            return false;
+        }
+        if (stream.seek(to + done, kSeekSet) != to + done || stream.write(chunk.data(), step) != step) {
+            return false;
+        }
+        done += step;
+    }
+    return true;
+}
+
+bool blockStart(const _voxa_info_struct& voxa, int64_t* start) {
+    const int64_t at = int64_t{voxa.file_size} - voxa.header_length - kVoxaLengthFieldDistance;
+    if (at < 0) return false;
+    *start = at;
+    return true;
+}
+
+}  // namespace tev::voxa
+
+uint32_t deleteVoxa_ExistTEV_Stream(TevStream* stream, _voxa_info_struct* voxa) {
+    if (stream == nullptr) return LUMET_TEV_FALSE;
+    tev::OwnedPackOnStream pack(checkTEVInStreamAndUpdate(stream));
+    if (voxa == nullptr || !pack) return LUMET_TEV_FALSE;
+    if (voxa->stream == nullptr || voxa->stream->seek(0, tev::kSeekSet) < 0) {
+        tev::logLine(tev::kLogError, kExistTag, "File Search Error 3");
+        return LUMET_TEV_FALSE;
+    }
+    if (isIsoMedia(*stream)) {
+        tev::logLine(tev::kLogError, "VoxaAPIs", "deleteVoxa_ExistTEV voxa not use MP4, heic tag\n");
+        return LUMET_TEV_FALSE;
+    }
+    // A sound kept as a record goes with its record; with the block passed
+    // along, the delete writes no block behind the new directory and drops
+    // the name from the sound list, so the container comes out without the
+    // sound, without the block, and with a list that names what is left.
+    const uint32_t index = FindOldVoxaIndex(pack->info, voxa);
+    if (index < pack->info->meta_count) return DeleteATEVDataStream(pack->info, index, voxa);
+    SoundSpan sound{};
+    RecordSpan span{};
+    int64_t end = 0;
+    // The sound must lie wholly in front of the records, the directory must
+    // end where the block begins; anything else is not this layout.
+    if (!tev::voxa::firstSound(voxa, &sound) || !tev::deleting::locateRecords(*pack->info, &span) ||
+        !tev::voxa::blockStart(*voxa, &end) || end < span.directory ||
+        int64_t{sound.start} + sound.length > span.first) {
+        return LUMET_TEV_FALSE;
+    }
+    const int64_t length = end - span.first;
+    if (length < 1) {
+        tev::logLine(tev::kLogError, kExistTag, "temp AllocSize is <= 0");
+        return LUMET_TEV_TRUE;
+    }
+    if (!tev::voxa::moveForward(*stream, span.first, sound.start, length)) {
+        tev::logLine(tev::kLogError, kExistTag, "File Search Error 2");
+        return LUMET_TEV_FALSE;
+    }
+    stream->truncate(int64_t{sound.start} + length);
+    return LUMET_TEV_TRUE;
+}
+
+int64_t addVoxaSoundStream(TevStream* stream, void* /*ignored*/, const void* data, uint32_t size) {
+    if (stream == nullptr || data == nullptr) return 0;
+    tev::OwnedVoxaOnStream voxa(_checkAudioInImageStream(stream));
+    if (hasTEVDataStream(stream, voxa.get()) != 2) {
+        if (voxa && voxa->sound_count > 0 &&
+            !tev::voxa::cutAtFirstSound(*stream, *voxa, "VoxaAPIs::deleteVoxa_NotExistTEV_FP")) {
+            return 0;
+        }
+        return AddVoxaSoundInFirstTime(stream, data, size);
+    }
+    // Refused before anything moves, so an MP4 or HEIC file stays as it was.
+    if (isIsoMedia(*stream)) {
+        tev::logLine(tev::kLogError, "VoxaAPIs", "addVoxaSound voxa not use MP4, heic tag\n");
+        return 0;
+    }
+    if (!removeOldSound(*stream, voxa.get())) return 0;
+    return insertInFrontOfContainer(*stream, data, size);
+}
+
+uint32_t AddSoundInVoxaFile(const char* path, const void* data, uint32_t size) {
+    FILE* fp = path != nullptr ? std::fopen(path, "r+b") : nullptr;
+    if (fp == nullptr) {
+        tev::logLine(tev::kLogError, "VoxaAPIs::AddSoundInVoxaFile", "File Search error");
+        return LUMET_TEV_FALSE;
+    }
+    TevStream* stream = new TevStreamFile(fp);
+    _voxa_info_struct* voxa = ParseVoxaStream(stream);
+    const bool damagedTable = voxa != nullptr && ParseVoxaSound(voxa) != LUMET_TEV_TRUE;
+    DestroyVoxaStream(voxa);
+    const uint32_t result = damagedTable ? 0 : static_cast<uint32_t>(addVoxaSoundStream(stream, nullptr, data, size));
+    stream->destroyPointer();
+    delete stream;
+    return result;
+}
+
+uint32_t _copyAudioData(const char* src, const char* dst) {
+    FILE* srcFile = src != nullptr ? _kfopen(src, "rb") : nullptr;
+    if (srcFile == nullptr) {
+        tev::logLine(tev::kLogError, "Voxa::_copyAudioData", "Src File Open Error");
+        return LUMET_TEV_FALSE;
+    }
+    TevStreamFile srcStream(srcFile);
+    tev::OwnedVoxaOnStream voxa(_checkAudioInImageStream(&srcStream));
+    SoundSpan sound{};
+    if (!voxa || !tev::voxa::firstSound(voxa.get(), &sound)) {
+        _kfclose(srcFile);
+        return LUMET_TEV_TRUE;
+    }
+    const tev::OwnedFile dstFile(dst != nullptr ? _kfopen(dst, "r+b") : nullptr);
+    if (!dstFile) {
+        // The source is left open here, as callers of this routine expect.
+        tev::logLine(tev::kLogError, "Voxa::_copyAudioData", "Dst File Open Error");
+        return LUMET_TEV_FALSE;
+    }
+    const tev::KUnique<unsigned char> bytes(static_cast<unsigned char*>(_kmalloc(sound.length)));
+    if (bytes && ReadSoundData(&srcStream, sound.start, sound.length, bytes.get()) == LUMET_TEV_TRUE) {
+        TevStreamFile dstStream(dstFile.get());
+        _voxa_info_struct* dstVoxa = ParseVoxaStream(&dstStream);
+        const bool dstHasBlock = dstVoxa != nullptr;
+        DestroyVoxaStream(dstVoxa);
+        if (dstHasBlock) {
+            addVoxaSoundStream(&dstStream, nullptr, bytes.get(), sound.length);
+        } else {
+            AddVoxaSoundInFirstTime(&dstStream, bytes.get(), sound.length);
+        }
+    }
+    voxa.reset();
+    _kfclose(srcFile);
+    return LUMET_TEV_TRUE;
+}
