@@ -80,6 +80,14 @@ TEV_API uint32_t getEchoFrameNameList(_TEV_info_pack* pack, char*** names, uint3
 // The meta list's name count, or 0xFFFFFFFF without a meta record.
 TEV_API uint32_t getVoxaCntInFile(_TEV_info_pack* pack);
 TEV_API void getVoxaInFile(_TEV_info_pack* pack, char* name, uint32_t len);
+// A named record's length and its extracted data. Released with
+// destroyAudioStreamBuffer.
+struct _voxa_audio_buffer {
+    uint32_t length;             // the record's data length
+    _TEV_data_unit* data_unit;   // owned
+};
+TEV_API _voxa_audio_buffer* getAudioStreamBuffer(_TEV_info_pack* pack, char* name, uint32_t len);
+TEV_API void destroyAudioStreamBuffer(_voxa_audio_buffer* buffer);
 // Deletes the named record while the file ends with a Voxa block. 1 / 0.
 TEV_API uint32_t deleteEchoFrameDataFromFilebyName(_TEV_info_pack** pack, const char* name,
                                                    uint32_t len, uint32_t unused);

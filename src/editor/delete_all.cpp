@@ -8,6 +8,7 @@
 #include "editor/delete_rebuild.h"
 #include "tev/detect.h"
 #include "tev/editor.h"
+#include "tev/sound.h"
 #include "util/log.h"
 
 using tev::deleting::locateRecords;
@@ -105,9 +106,7 @@ uint32_t deleteAllDataFromStream(TevStream* stream) {
         return LUMET_TEV_FALSE;
     }
     const uint32_t signature = getSignatureStream(stream);
-    // A bare Voxa block (SIGNATURE_VOXA) is removed by the Voxa sound editor,
-    // which the library does not have yet; such files are reported as failures
-    // and left untouched until it does.
+    if (signature == SIGNATURE_VOXA) return deleteAVoxaStream(stream);
     if (signature != SIGNATURE_TEV && signature != SIGNATURE_VOXA_TEV) return LUMET_TEV_FALSE;
     OwnedPackOnStream pack(checkTEVInStreamAndUpdate(stream));
     if (!pack) {

@@ -11,6 +11,7 @@
 #include "tev/editor.h"
 #include "tev/voxa.h"
 #include "util/log.h"
+#include "voxa/meta_list.h"
 
 using tev::deleting::copyBack;
 using tev::deleting::locateRecords;
@@ -181,20 +182,25 @@ uint32_t DeleteATEVDataStream(_TEV_info* info, uint32_t index, _voxa_info_struct
         return LUMET_TEV_FALSE;
     }
     removal.remove(*info, index);
-    // The "EchoFrame_Meta_Info" list is not rewritten when a listed sound
-    // record goes: the editors of that list are not part of the library yet,
-    // so only the Voxa block is kept in step here.
     if (voxa == nullptr) return replaceContainer(*info, span, removal, nullptr);
     voxa->position_mark = voxaPositionMark(*fresh, *voxa, index);
-    if (voxa->position_mark == tev::kVoxaMarkItself) {
-        return replaceContainer(*info, span, removal, nullptr);
-    }
+    // The sound list as it was, and the name that goes.
+    tev::voxa::MetaList sounds;
+    tev::voxa::readMetaList(fresh.get(), &sounds);
+    const char* deletedName = fresh->meta_data[index]->name;
+    const std::string deleted = deletedName != nullptr ? deletedName : "";
+    fresh.reset();
     VoxaTrailer trailer{};
-    if (!planVoxaTrailer(*voxa, removal.length(), &trailer)) {
+    const bool withTrailer = voxa->position_mark != tev::kVoxaMarkItself;
+    if (withTrailer && !planVoxaTrailer(*voxa, removal.length(), &trailer)) {
         tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "voxa sound table is wrong");
         return LUMET_TEV_FALSE;
     }
-    return replaceContainer(*info, span, removal, &trailer);
+    if (replaceContainer(*info, span, removal, withTrailer ? &trailer : nullptr) != LUMET_TEV_TRUE) {
+        return LUMET_TEV_FALSE;
+    }
+    tev::voxa::dropFromMetaList(*info->Stream, sounds, deleted);
+    return LUMET_TEV_TRUE;
 }
 
 uint32_t FastDeleteATEVData(_TEV_info* info, uint32_t index, uint32_t /*ignored*/) {

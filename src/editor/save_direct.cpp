@@ -7,6 +7,7 @@
 #include "tev/detect.h"
 #include "tev/editor.h"
 #include "util/log.h"
+#include "voxa/echoframe_internal.h"
 
 namespace tev {
 namespace {
@@ -47,15 +48,21 @@ uint32_t saveDirectIntoContainer(TevStream& stream, const DirectRecord& r) {
     return AddDirectTEVDataStream(&stream, pack->info, r.type, r.hasSub, r.bytes, r.length, nullptr);
 }
 
-uint32_t saveDirectIntoVoxaImage(TevStream& stream) {
+// Voxa sound without a container: the sound becomes the first EchoFrame
+// record with its list, then the record is appended with the Voxa block
+// behind the directory.
+uint32_t saveDirectIntoVoxaImage(TevStream& stream, const DirectRecord& r) {
     if (checkMP4Stream(&stream) == LUMET_TEV_TRUE) {
         logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData", "SIGNATURE_VOXA is not use MP4 Format");
         return LUMET_TEV_FALSE;
     }
-    // Not available yet: turning the Voxa sound into the first EchoFrame
-    // record with its meta list before the record is appended. Refused,
-    // nothing written.
-    return LUMET_TEV_FALSE;
+    if (!voxa::convertBareSoundForSave(stream, r.length, 0, r.nameLength(), "TEVEncoderAPIs::saveDirectTEVData")) {
+        return LUMET_TEV_FALSE;
+    }
+    PackPtr pack(checkTEVInStreamAndUpdate(&stream));
+    OwnedVoxaOnStream voxa = parseVoxaBlock(stream);
+    if (!pack || !voxa) return LUMET_TEV_FALSE;
+    return AddDirectTEVDataStream(&stream, pack->info, r.type, r.hasSub, r.bytes, r.length, voxa.get());
 }
 
 // Container followed by Voxa sound: deletes and appends with the Voxa
@@ -126,7 +133,7 @@ uint32_t saveDirectTEVData(FILE* fp, const unsigned char* record, uint32_t lengt
         case SIGNATURE_TEV:
             return saveDirectIntoContainer(stream, direct);
         case SIGNATURE_VOXA:
-            return saveDirectIntoVoxaImage(stream);
+            return saveDirectIntoVoxaImage(stream, direct);
         case SIGNATURE_VOXA_TEV:
             return saveDirectIntoVoxaContainer(stream, direct);
         default:

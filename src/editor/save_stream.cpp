@@ -2,7 +2,10 @@
 // at what the stream already holds and adds the record as a first record, as
 // an append, or as a replacement of a record of the same name, keeping the
 // "tevd" box of MP4 media up to date.
+#include <algorithm>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "container/check_internal.h"
 #include "container/format.h"
@@ -11,7 +14,11 @@
 #include "tev/detect.h"
 #include "tev/editor.h"
 #include "tev/mp4.h"
+#include "tev/query.h"
+#include "tev/sound.h"
 #include "util/log.h"
+#include "voxa/echoframe_internal.h"
+#include "voxa/meta_list.h"
 
 namespace tev {
 
@@ -104,50 +111,126 @@ uint32_t readdAsFirstRecord(TevStream& stream, const SaveRequest& r, bool withBo
     return added == LUMET_TEV_TRUE ? sized : LUMET_TEV_FALSE;
 }
 
+constexpr char kSaveTag[] = "TEVEncoderAPIs::saveTEVDataToStream";
+
 // Voxa sound without a container: the sound is first turned into the
-// container's "EchoFrame_000" record with its "EchoFrame_Meta_Info" list.
-uint32_t saveIntoVoxaImage(TevStream& stream) {
+// container's "EchoFrame_000" record with its "EchoFrame_Meta_Info" list,
+// then the record is appended with the Voxa block behind the directory.
+uint32_t saveIntoVoxaImage(TevStream& stream, const SaveRequest& r) {
     if (checkMP4Stream(&stream) == LUMET_TEV_TRUE) {
-        logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "SIGNATURE_VOXA is not use MP4 Format");
+        logLine(kLogError, kSaveTag, "SIGNATURE_VOXA is not use MP4 Format");
         return LUMET_TEV_FALSE;
     }
-    // Not available yet: checking the Voxa block's room for the record,
-    // stripping it and writing the sound back as the first EchoFrame record
-    // with its meta list. Until that conversion exists the save is refused,
-    // and nothing has been written.
-    return LUMET_TEV_FALSE;
+    if (!voxa::convertBareSoundForSave(stream, r.dataLength, r.subLength, r.nameLength, kSaveTag)) {
+        return LUMET_TEV_FALSE;
+    }
+    PackPtr pack(checkTEVInStreamAndUpdate(&stream));
+    OwnedVoxaOnStream voxa = parseVoxaBlock(stream);
+    if (!pack || !voxa) return LUMET_TEV_FALSE;
+    return appendRecord(stream, pack->info, r, voxa.get());
+}
+
+struct UnitDestroyer {
+    void operator()(_TEV_data_unit* unit) const { destroyTEVDATA_UNIT(unit); }
+};
+
+// The sound list with `name` moved to its end, as it is to be after the
+// sound of that name was replaced. False when the list cannot be read.
+bool listWithNameLast(_TEV_info_pack* pack, const char* name, voxa::MetaList* list) {
+    const std::unique_ptr<_TEV_data_unit, UnitDestroyer> unit(
+        extractTEVDataFromFilebyName(pack, voxa::kMetaRecordName, voxa::kMetaRecordNameLength));
+    if (!unit || !voxa::parseMetaList(unit->data, unit->data_length, list)) return false;
+    auto& names = list->names;
+    names.erase(std::remove(names.begin(), names.end(), std::string(name)), names.end());
+    names.emplace_back(name);
+    return true;
+}
+
+// Where the replaced record lies relative to the record holding the sound.
+uint32_t positionMark(_TEV_info* info, _voxa_info_struct* voxa, uint32_t index) {
+    const uint32_t soundIndex = FindOldVoxaIndex(info, voxa);
+    if (soundIndex >= info->meta_count) return kVoxaMarkAfter;
+    if (index < soundIndex) return kVoxaMarkBefore;
+    return index == soundIndex ? kVoxaMarkItself : kVoxaMarkAfter;
+}
+
+// A listed sound record is replaced: the record and the old list go, then
+// the record and the list come back, the list naming the sound last. When
+// the replaced record held the Voxa sound, the new one takes its place as
+// the sound the block points at.
+uint32_t replaceListedSound(TevStream& stream, const SaveRequest& r, const char* key, PackPtr pack,
+                            OwnedVoxaOnStream voxa, uint32_t index) {
+    voxa::MetaList list;
+    // The new list is built before anything is deleted: deleting a listed
+    // record shrinks the list (or removes it with its last name).
+    if (!listWithNameLast(pack.get(), key, &list)) return LUMET_TEV_FALSE;
+    const std::vector<unsigned char> header = list.bytes();
+    const uint32_t headerSize = static_cast<uint32_t>(header.size());
+    voxa->position_mark = positionMark(pack->info, voxa.get(), index);
+    const uint32_t mark = voxa->position_mark;
+    if (DeleteATEVDataStream(pack->info, index, voxa.get()) != LUMET_TEV_TRUE) return LUMET_TEV_FALSE;
+    pack.reset(checkTEVInStreamAndUpdate(&stream));
+    if (pack) {
+        const uint32_t metaIndex = findRecord(pack.get(), voxa::kMetaRecordName);
+        OwnedVoxaOnStream current = parseVoxaBlock(stream);
+        if (metaIndex != kNameNotFound &&
+            DeleteATEVDataStream(pack->info, metaIndex, current.get()) != LUMET_TEV_TRUE) {
+            return LUMET_TEV_FALSE;
+        }
+        pack.reset(checkTEVInStreamAndUpdate(&stream));
+    }
+    if (!pack) {
+        if (getSignatureStream(&stream) != SIGNATURE_DETECTION_FAIL) return LUMET_TEV_FALSE;
+        return NewAddVoxaDataInFirstTimeStream(&stream, voxa::kMetaType, r.type, r.name, r.nameLength, r.data,
+                                               r.dataLength, header.data(), headerSize);
+    }
+    if (mark == kVoxaMarkItself) {
+        return NewAddVoxaData(pack->info, voxa::kMetaType, r.type, r.name, r.nameLength, r.data, r.dataLength,
+                              header.data(), headerSize);
+    }
+    voxa = parseVoxaBlock(stream);
+    if (appendRecord(stream, pack->info, r, voxa.get()) != LUMET_TEV_TRUE) return LUMET_TEV_FALSE;
+    pack.reset(checkTEVInStreamAndUpdate(&stream));
+    voxa = parseVoxaBlock(stream);
+    if (!pack || !voxa) return LUMET_TEV_FALSE;
+    const SaveRequest meta{voxa::kMetaRecordName, voxa::kMetaRecordNameLength, nullptr, 0, header.data(),
+                           headerSize, voxa::kMetaType, 1};
+    return appendRecord(stream, pack->info, meta, voxa.get());
 }
 
 // Container followed by Voxa sound: the Voxa trailer is rewritten behind
 // every new directory.
 uint32_t saveIntoVoxaContainer(TevStream& stream, const SaveRequest& r, const char* key) {
     if (checkMP4Stream(&stream) == LUMET_TEV_TRUE) {
-        logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream",
-                "SIGNATURE_VOXA_TEV is not use MP4 Format");
+        logLine(kLogError, kSaveTag, "SIGNATURE_VOXA_TEV is not use MP4 Format");
         return LUMET_TEV_FALSE;
     }
     PackPtr pack(checkTEVInStreamAndUpdate(&stream));
     OwnedVoxaOnStream voxa = parseVoxaBlock(stream);
     if (!pack || !voxa) {
-        logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "SIGNATURE_VOXA_TEV TEVdata == NULL!!");
+        logLine(kLogError, kSaveTag, "SIGNATURE_VOXA_TEV TEVdata == NULL!!");
         return LUMET_TEV_FALSE;
     }
     if (checkTEVInfoForSaving(pack->info, r.dataLength, r.subLength, r.nameLength) != LUMET_TEV_TRUE) {
-        logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream",
-                "SIGNATURE_VOXA_TEV checkTEVInfoForSaving ERROR!!");
+        logLine(kLogError, kSaveTag, "SIGNATURE_VOXA_TEV checkTEVInfoForSaving ERROR!!");
         return LUMET_TEV_FALSE;
     }
-    if (findRecord(pack.get(), key) == kNameNotFound) {
-        return appendRecord(stream, pack->info, r, voxa.get());
-    }
+    const uint32_t index = findRecord(pack.get(), key);
+    if (index == kNameNotFound) return appendRecord(stream, pack->info, r, voxa.get());
     if (!r.replaces()) {
-        logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "SIGNATURE_VOXA_TEV NOT UPDATE!!");
+        logLine(kLogError, kSaveTag, "SIGNATURE_VOXA_TEV NOT UPDATE!!");
         return existingNameResult(stream);
     }
-    // Not available yet: a replacement here must also keep the
-    // "EchoFrame_Meta_Info" name list and the old Voxa record's position in
-    // step, which needs the EchoFrame list functions. Refused, nothing written.
-    return LUMET_TEV_FALSE;
+    const std::unique_ptr<_TEV_data_unit, UnitDestroyer> meta(
+        extractTEVDataFromFilebyName(pack.get(), voxa::kMetaRecordName, voxa::kMetaRecordNameLength));
+    if (meta && isIdenticalNameInMetaInfo(meta.get(), key) != 0) {
+        return replaceListedSound(stream, r, key, std::move(pack), std::move(voxa), index);
+    }
+    if (DeleteATEVDataStream(pack->info, index, voxa.get()) != LUMET_TEV_TRUE) return LUMET_TEV_FALSE;
+    pack.reset(checkTEVInStreamAndUpdate(&stream));
+    if (!pack) return readdAsFirstRecord(stream, r, false);
+    voxa = parseVoxaBlock(stream);
+    return appendRecord(stream, pack->info, r, voxa.get());
 }
 
 }  // namespace
@@ -234,7 +317,7 @@ uint32_t saveTEVDataToStream(TevStream* stream, const char* name, uint32_t name_
         case SIGNATURE_DETECTION_FAIL:
             return saveIntoPlainMedia(*stream, request, true);
         case SIGNATURE_VOXA:
-            return saveIntoVoxaImage(*stream);
+            return saveIntoVoxaImage(*stream, request);
         case SIGNATURE_TEV:
         case SIGNATURE_VOXA_TEV: {
             const KUnique<char[]> key = copyNameKey(name, name_len);

@@ -4,8 +4,13 @@
 #include <cstdio>
 #include <cstring>
 
+#include <algorithm>
+
+#include "container/check_internal.h"
 #include "container/owned.h"
 #include "tev/container.h"
+#include "tev/detect.h"
+#include "tev/editor.h"
 #include "tev/sound.h"
 
 namespace tev::voxa {
@@ -92,6 +97,40 @@ bool readMetaListAt(_TEV_info* info, uint32_t index, MetaList* list) {
     // The copy is ours even when the stream could not be put back.
     const KUnique<unsigned char> owned(data);
     return data != nullptr && parseMetaList(data, static_cast<uint64_t>(length), list);
+}
+
+bool readMetaList(_TEV_info* info, MetaList* list) {
+    if (info == nullptr || info->meta_data == nullptr) return false;
+    for (uint32_t i = 0; i < info->meta_count; ++i) {
+        const _TEV_data_info* entry = info->meta_data[i];
+        if (entry != nullptr && entry->name != nullptr && std::strcmp(entry->name, kMetaRecordName) == 0) {
+            return readMetaListAt(info, i, list);
+        }
+    }
+    return false;
+}
+
+void dropFromMetaList(TevStream& stream, const MetaList& before, const std::string& deletedName) {
+    if (!before.contains(deletedName)) return;
+    if (before.names.size() == 1) {
+        _TEV_info_pack* pack = checkTEVInStreamAndUpdate(&stream);
+        if (pack == nullptr) return;
+        TevStream* target = &stream;
+        deleteTEVDataFromStreambyName(target, pack, kMetaRecordName, kMetaRecordNameLength);
+        destroyTEVDATA_Stream(pack);
+        return;
+    }
+    // The list as it is in the file now, without the name; the rest keeps
+    // its order and its two leading words.
+    OwnedTevInfo info = parseStreamIndex(&stream, true);
+    MetaList now;
+    if (!info || !readMetaList(info.get(), &now)) return;
+    info.reset();
+    auto it = std::find(now.names.begin(), now.names.end(), deletedName);
+    if (it != now.names.end()) now.names.erase(it);
+    const std::vector<unsigned char> payload = now.bytes();
+    saveTEVDataToStream(&stream, kMetaRecordName, kMetaRecordNameLength, nullptr, 0, payload.data(),
+                        static_cast<uint32_t>(payload.size()), kMetaType, 1);
 }
 
 }  // namespace tev::voxa

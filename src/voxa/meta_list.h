@@ -41,6 +41,15 @@ bool parseMetaList(const unsigned char* payload, uint64_t size, MetaList* list);
 // cannot be read or does not parse.
 bool readMetaListAt(_TEV_info* info, uint32_t index, MetaList* list);
 
+// The list held by the first record named "EchoFrame_Meta_Info" of an index
+// whose names were read. False when there is none or it does not parse.
+bool readMetaList(_TEV_info* info, MetaList* list);
+
+// After a record of a container followed by a Voxa block was deleted: when
+// `deletedName` was listed, the list loses it (saved anew), or, when it was
+// the only one, the list record goes.
+void dropFromMetaList(TevStream& stream, const MetaList& before, const std::string& deletedName);
+
 }  // namespace tev::voxa
 
 #endif  // TEV_SRC_VOXA_META_LIST_H
