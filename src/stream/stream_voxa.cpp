@@ -37,13 +37,14 @@ int64_t TevStream::WriteSoundTailer(uint32_t count) {
 }
 
 uint32_t TevStream::writeVoxaHeader(uint32_t start, uint32_t end) {
-    // The writes of start, end and the header length also fail on -2.
-    auto failed = [](int64_t result) { return result == -1 || result == -2; };
-    if (write(tev::kVoxaMagic, sizeof tev::kVoxaMagic) == -1) return 0;
-    if (writeInt32(tev::kVoxaWriterVersion) == -1) return 0;
-    if (writeInt32(1) == -1) return 0;
-    if (failed(writeInt32(start)) || failed(writeInt32(end))) return 0;
-    if (failed(writeInt32(tev::kVoxaOneSoundHeaderLength))) return 0;
-    if (write(tev::kVoxaTailMark, tev::kVoxaTailMarkSize) == -1) return 0;
-    return 1;
+    // Every field must go out whole: files report -1 (or -2) for a failed
+    // write, a full memory buffer reports 0.
+    auto whole = [](int64_t result, int64_t size) { return result == size; };
+    constexpr int64_t kInt = tev::kFieldSize;
+    const bool written = whole(write(tev::kVoxaMagic, sizeof tev::kVoxaMagic), sizeof tev::kVoxaMagic) &&
+                         whole(writeInt32(tev::kVoxaWriterVersion), kInt) && whole(writeInt32(1), kInt) &&
+                         whole(writeInt32(start), kInt) && whole(writeInt32(end), kInt) &&
+                         whole(writeInt32(tev::kVoxaOneSoundHeaderLength), kInt) &&
+                         whole(write(tev::kVoxaTailMark, tev::kVoxaTailMarkSize), tev::kVoxaTailMarkSize);
+    return written ? 1 : 0;
 }

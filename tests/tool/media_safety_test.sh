@@ -114,7 +114,7 @@ printf 'a second sound' >"$scratch/second.bin"
 sound_step "$file" "['memo']" "$tev" sound add "$file" memo --data-file "$scratch/sound.bin"
 sound_step "$file" "['memo']" "$tev" add "$file" note --data "beside the sound"
 sound_step "$file" "['memo', 'again']" "$tev" sound add "$file" again --data-file "$scratch/second.bin"
-sound_step "$file" "['memo', 'again']" "$tev" sound add "$file" memo --data-file "$scratch/second.bin"
+sound_step "$file" "['again', 'memo']" "$tev" sound add "$file" memo --data-file "$scratch/second.bin"
 sound_step "$file" "['memo']" "$tev" sound delete "$file" again
 sound_step "$file" "[]" "$tev" sound clear "$file"
 step jpg "$file" media "$tev" clear "$file"

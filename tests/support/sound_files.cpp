@@ -1,0 +1,28 @@
+#include "support/sound_files.h"
+
+namespace tevtest {
+
+Bytes metaPayload(const std::vector<std::string>& names) {
+    ByteBuilder b;
+    b.u32le(1).u32le(0).u32le(uint32_t(names.size()));
+    for (const std::string& name : names) b.u32le(uint32_t(name.size()));
+    for (const std::string& name : names) b.text(name);
+    return b.take();
+}
+
+Bytes imageWithBareSound(const Bytes& media, const Bytes& sound) {
+    const uint32_t start = uint32_t(media.size());
+    const uint32_t end = start + uint32_t(sound.size());
+    return ByteBuilder().bytes(media).bytes(sound).bytes(voxaBlock(106, start, end)).take();
+}
+
+Bytes imageWithSoundBeforeContainer(const Bytes& media, const Bytes& sound,
+                                    const std::vector<RecordSpec>& records) {
+    ContainerOptions options;
+    options.voxaTrailer = true;
+    options.voxaStart = uint32_t(media.size());
+    options.voxaEnd = options.voxaStart + uint32_t(sound.size());
+    return buildContainer(ByteBuilder().bytes(media).bytes(sound).take(), records, options);
+}
+
+}  // namespace tevtest

@@ -1,0 +1,337 @@
+// Writing and editing sound: the block writers, the name-list builders, the
+// room check, and adding, replacing and removing the sound of an image with
+// and without a container between the sound and its block.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "support/bytes.h"
+#include "support/edit.h"
+#include "support/log_capture.h"
+#include "support/records.h"
+#include "support/sound_files.h"
+#include "support/stream_over.h"
+#include "tev/tev.h"
+
+namespace {
+
+using namespace tevtest;
+
+constexpr uint32_t kMedia = 40;
+constexpr uint32_t kRoomBound = 0xFFEFFFEBu;
+
+Bytes media() { return fakeJpeg(kMedia); }
+
+// ------------------------------------------------------------ block writers
+
+TEST(VoxaBlockWriters, WriteTheBlockByteForByte) {
+    StreamOver out(StreamMedium::Buffer, {}, 64);
+    TevStream& s = *out.get();
+    EXPECT_EQ(s.WriteSoundHeader(), 4);
+    EXPECT_EQ(s.WriteSoundCount(1), 4);
+    EXPECT_EQ(s.WriteSoundData(100, 250), 4);
+    EXPECT_EQ(s.WriteSoundTailer(1), 6);
+    EXPECT_EQ(out.contents(), voxaBlock(106, 100, 250));
+
+    StreamOver out107(StreamMedium::Buffer, {}, 64);
+    EXPECT_EQ(out107.get()->writeVoxaHeader(7, 9), 1u);
+    EXPECT_EQ(out107.contents(), voxaBlock(107, 7, 9));
+}
+
+TEST(VoxaBlockWriters, TableBufferWritesEveryPairAndAnswersZero) {
+    StreamOver out(StreamMedium::Buffer, {}, 64);
+    uint32_t table[] = {1, 2, 3, 4};
+    EXPECT_EQ(out.get()->WriteSoundDataBuffer(table, 2), 0);
+    EXPECT_EQ(out.contents(), ByteBuilder().u32le(1).u32le(2).u32le(3).u32le(4).take());
+}
+
+TEST(VoxaBlockWriters, HeaderWriterReportsAStreamWithoutRoom) {
+    StreamOver out(StreamMedium::Buffer, {}, 20);  // the block needs 30
+    EXPECT_EQ(out.get()->writeVoxaHeader(1, 2), 0u);
+}
+
+// ------------------------------------------------------------ name lists
+
+TEST(MetaListBuilders, OneAndTwoNames) {
+    std::vector<char> out(1000);
+    EXPECT_EQ(makeFirstVoxaHeader(out.data(), "EchoFrame_000", 13), 29u);
+    EXPECT_EQ(Bytes(out.begin(), out.begin() + 29), metaPayload({"EchoFrame_000"}));
+
+    EXPECT_EQ(makeSecondVoxaHeader(out.data(), "EchoFrame_000", 13, "memo", 4), 37u);
+    EXPECT_EQ(Bytes(out.begin(), out.begin() + 37), metaPayload({"EchoFrame_000", "memo"}));
+}
+
+class MetaListEdit : public testing::Test {
+protected:
+    // Record "a", then the meta record holding `payload`, at index 1.
+    uint32_t run(const Bytes& payload, bool add, const char* name, Bytes* result) {
+        const RecordSpec meta{2048, "EchoFrame_Meta_Info", std::nullopt, payload};
+        TempFile file(buildContainer(media(), {record("a", 5, 0x11), meta}));
+        std::vector<char> out(1000);
+        const uint32_t size = editParsed(file.path(), [&](_TEV_info* info) {
+            return add ? makeAddVoxaHeader(out.data(), info, 1, name, uint32_t(strlen(name)))
+                       : makeMinusVoxaHeader(out.data(), info, 1, name, uint32_t(strlen(name)));
+        });
+        *result = Bytes(out.begin(), out.begin() + size);
+        return size;
+    }
+};
+
+TEST_F(MetaListEdit, AppendsAndRemovesKeepingOrderAndLeadingWords) {
+    Bytes payload = metaPayload({"EchoFrame_000", "b"});
+    putU32le(payload, 0, 7);  // leading words are copied, whatever they hold
+    putU32le(payload, 4, 9);
+    Bytes out;
+
+    Bytes added = metaPayload({"EchoFrame_000", "b", "memo"});
+    putU32le(added, 0, 7);
+    putU32le(added, 4, 9);
+    EXPECT_EQ(run(payload, true, "memo", &out), added.size());
+    EXPECT_EQ(out, added);
+
+    Bytes removed = metaPayload({"b"});
+    putU32le(removed, 0, 7);
+    putU32le(removed, 4, 9);
+    EXPECT_EQ(run(payload, false, "EchoFrame_000", &out), removed.size());
+    EXPECT_EQ(out, removed);
+}
+
+TEST_F(MetaListEdit, NameNotListedLeavesTheListAsItIs) {
+    const Bytes payload = metaPayload({"x", "yy"});
+    Bytes out;
+    EXPECT_EQ(run(payload, false, "y", &out), payload.size());
+    EXPECT_EQ(out, payload);
+}
+
+TEST_F(MetaListEdit, RefusesPayloadsWhoseLengthsRunPastThem) {
+    Bytes longName = metaPayload({"abc", "de"});
+    putU32le(longName, 16, 3);  // "de" claims 3 bytes at the very end
+    Bytes hugeCount = metaPayload({"abc"});
+    putU32le(hugeCount, 8, 0xFFFFFFFFu);
+    const Bytes shortHeader = ByteBuilder().u32le(1).u32le(0).take();
+    Bytes out;
+    for (const Bytes& payload : {longName, hugeCount, shortHeader}) {
+        EXPECT_EQ(run(payload, true, "n", &out), 0u);
+        EXPECT_EQ(run(payload, false, "abc", &out), 0u);
+    }
+}
+
+// ------------------------------------------------------------ room check
+
+class VoxaRoom : public LogCaptureTest {};
+
+TEST_F(VoxaRoom, BoundIsExclusiveAtTheLastSoundsEnd) {
+    uint32_t table[] = {10, 20, 30, 1000};
+    _voxa_info_struct voxa{};
+    voxa.is_valid = 1;
+    voxa.file_size = 5000;
+    voxa.sound_count = 2;
+    voxa.sound_table = table;
+    const uint32_t a = kRoomBound - 1000 - 3;
+    EXPECT_EQ(checkVoxaInfoForSaving(&voxa, a - 1, 1, 2), 1u);
+    EXPECT_TRUE(logLines().empty());
+    EXPECT_EQ(checkVoxaInfoForSaving(&voxa, a, 1, 2), 0u);
+    EXPECT_TRUE(loggedError("checkVoxaInfoForSaving",
+                            "There is no space for saving TEV data in the source file, a voax data"));
+    // Without sounds the file size stands in for the last end.
+    voxa.sound_count = 0;
+    EXPECT_EQ(checkVoxaInfoForSaving(&voxa, kRoomBound - 5001, 0, 0), 1u);
+    EXPECT_EQ(checkVoxaInfoForSaving(&voxa, kRoomBound - 5000, 0, 0), 0u);
+    // Sums past 32 bits do not wrap into acceptance.
+    EXPECT_EQ(checkVoxaInfoForSaving(&voxa, 0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu), 0u);
+    EXPECT_EQ(checkVoxaInfoForSaving(nullptr, 0, 0, 0), 0u);
+    EXPECT_TRUE(loggedError("checkVoxaInfoForSaving", "tev info null"));
+}
+
+// ------------------------------------------------------------ what ends a file
+
+TEST(WhatEndsTheFile, TellsBareBlockFromContainerAndBlock) {
+    const Bytes sound = pattern(50);
+    struct Case {
+        Bytes content;
+        bool parseBlock;
+        uint32_t expected;
+    } cases[] = {
+        {imageWithBareSound(media(), sound), true, 1},
+        {imageWithSoundBeforeContainer(media(), sound, {record("a", 3, 1)}), true, 2},
+        {buildContainer(media(), {record("a", 3, 1)}), false, 2},
+        {media(), false, 0},
+    };
+    for (const Case& c : cases) {
+        StreamOver over(StreamMedium::File, c.content);
+        VoxaPtr voxa(c.parseBlock ? _checkAudioInImageStream(over.get()) : nullptr);
+        ASSERT_EQ(voxa != nullptr, c.parseBlock);
+        EXPECT_EQ(hasTEVDataStream(over.get(), voxa.get()), c.expected);
+    }
+}
+
+TEST(CutAtSound, RemovesSoundAndBlockOfABareFile) {
+    StreamOver over(StreamMedium::File, imageWithBareSound(media(), pattern(50)));
+    VoxaPtr voxa(_checkAudioInImageStream(over.get()));
+    ASSERT_NE(voxa, nullptr);
+    EXPECT_EQ(deleteVoxa_NotExistTEV_Stream(over.get(), voxa.get()), 1u);
+    EXPECT_EQ(over.contents(), media());
+}
+
+TEST(CutAtSound, RefusesAFirstSoundOutsideTheFile) {
+    Bytes content = imageWithBareSound(media(), pattern(50));
+    putU32le(content, content.size() - 30 + 12, 95);  // start past the end
+    StreamOver over(StreamMedium::File, content);
+    VoxaPtr voxa(_checkAudioInImageStream(over.get()));
+    ASSERT_NE(voxa, nullptr);
+    EXPECT_EQ(deleteVoxa_NotExistTEV_Stream(over.get(), voxa.get()), 0u);
+    EXPECT_EQ(over.contents(), content);
+}
+
+}  // namespace
+
+// ------------------------------------------------------------ adding and deleting
+
+namespace {
+
+const RecordSpec kNote = record("note", 6, 0x33);
+const RecordSpec kPhoto = record("photo", 9, 0x44, 7);
+
+// Media whose bytes 4-11 read "ftyp" and a brand, as MP4 and HEIC files do.
+Bytes boxMedia(const std::string& brand) {
+    Bytes b = fakeJpeg(kMedia);
+    const Bytes head = ByteBuilder().u32be(kMedia).text("ftyp").text(brand).take();
+    std::copy(head.begin(), head.end(), b.begin());
+    return b;
+}
+
+uint32_t addSound(TempFile& file, const Bytes& sound) {
+    return AddSoundInVoxaFile(file.c_str(), sound.data(), uint32_t(sound.size()));
+}
+
+// A sound kept as record "EchoFrame_000" beside `other`, the name list, and
+// a version 107 block pointing at the record's payload.
+Bytes soundAsRecord(const Bytes& sound, const std::vector<std::string>& listed) {
+    const RecordSpec soundRecord{256, "EchoFrame_000", std::nullopt, sound};
+    const RecordSpec meta{2048, "EchoFrame_Meta_Info", std::nullopt, metaPayload(listed)};
+    const uint32_t start = kMedia + 8 + 13;
+    ContainerOptions options;
+    options.voxaTrailer = true;
+    options.voxaStart = start;
+    options.voxaEnd = start + uint32_t(sound.size());
+    Bytes file = buildContainer(media(), {soundRecord, kNote, meta}, options);
+    putU32le(file, file.size() - 26, 107);
+    return file;
+}
+
+}  // namespace
+
+class SoundEdit : public LogCaptureTest {};
+
+TEST_F(SoundEdit, AddToPlainImageAppendsSoundAndBlock) {
+    const Bytes sound = pattern(70);
+    TempFile file(media());
+    EXPECT_EQ(addSound(file, sound), kMedia + 70 + 30);
+    EXPECT_EQ(file.read(), imageWithBareSound(media(), sound));
+}
+
+TEST_F(SoundEdit, AddReplacesABareSound) {
+    TempFile file(imageWithBareSound(media(), pattern(70)));
+    const Bytes second = Bytes(25, 0xC3);
+    EXPECT_EQ(addSound(file, second), kMedia + 25 + 30);
+    EXPECT_EQ(file.read(), imageWithBareSound(media(), second));
+}
+
+TEST_F(SoundEdit, AddPutsTheSoundInFrontOfAContainerAndReplacesIt) {
+    TempFile file(buildContainer(media(), {kNote, kPhoto}));
+    const Bytes first = pattern(70);
+    const Bytes expected = imageWithSoundBeforeContainer(media(), first, {kNote, kPhoto});
+    EXPECT_EQ(addSound(file, first), expected.size());
+    EXPECT_EQ(file.read(), expected);
+
+    const Bytes second = Bytes(11, 0x7E);
+    addSound(file, second);
+    EXPECT_EQ(file.read(), imageWithSoundBeforeContainer(media(), second, {kNote, kPhoto}));
+}
+
+TEST_F(SoundEdit, DeleteCutsABareSound) {
+    TempFile file(imageWithBareSound(media(), pattern(70)));
+    EXPECT_EQ(deleteAVoxa(file.c_str()), 1u);
+    EXPECT_EQ(file.read(), media());
+}
+
+TEST_F(SoundEdit, DeleteMovesTheContainerWholeToWhereTheSoundBegan) {
+    TempFile file(imageWithSoundBeforeContainer(media(), pattern(70), {kNote, kPhoto}));
+    EXPECT_EQ(deleteAVoxa(file.c_str()), 1u);
+    const Bytes after = file.read();
+    EXPECT_EQ(after, buildContainer(media(), {kNote, kPhoto}));
+    EXPECT_EQ(readText(after, after.size() - 4, 4), "TEVT");
+}
+
+TEST_F(SoundEdit, DeleteOfASoundRecordKeepsTheNameListTrue) {
+    const Bytes sound = pattern(33);
+    TempFile listed(soundAsRecord(sound, {"EchoFrame_000", "note"}));
+    EXPECT_EQ(deleteAVoxa(listed.c_str()), 1u);
+    const RecordSpec shorter{2048, "EchoFrame_Meta_Info", std::nullopt, metaPayload({"note"})};
+    EXPECT_EQ(listed.read(), buildContainer(media(), {kNote, shorter}));
+
+    TempFile alone(soundAsRecord(sound, {"EchoFrame_000"}));
+    EXPECT_EQ(deleteAVoxa(alone.c_str()), 1u);
+    EXPECT_EQ(alone.read(), buildContainer(media(), {kNote}));
+}
+
+TEST_F(SoundEdit, AddOverASoundRecordTakesTheRecordAndItsListOut) {
+    TempFile file(soundAsRecord(pattern(33), {"EchoFrame_000"}));
+    const Bytes sound = Bytes(17, 0x5C);
+    addSound(file, sound);
+    EXPECT_EQ(file.read(), imageWithSoundBeforeContainer(media(), sound, {kNote}));
+}
+
+TEST_F(SoundEdit, DeleteOfABlockWithoutSoundsSaysSo) {
+    const Bytes block = ByteBuilder().text("VOXA").u32le(106).u32le(0).zeros(8).u32le(20).text("VOXABS").take();
+    const Bytes content = concat(media(), block);
+    StreamOver over(StreamMedium::File, content);
+    testing::internal::CaptureStdout();
+    const uint32_t result = deleteAVoxaStream(over.get());
+    EXPECT_NE(testing::internal::GetCapturedStdout().find("sound_count 0\n"), std::string::npos);
+    EXPECT_EQ(result, 0u);
+    EXPECT_EQ(over.contents(), content);
+}
+
+TEST_F(SoundEdit, BoxMediaIsRefusedAndLeftAsItWas) {
+    for (const std::string brand : {"isom", "heic"}) {
+        const Bytes container = buildContainer(boxMedia(brand), {kNote});
+        StreamOver adding(StreamMedium::File, container);
+        const Bytes sound = pattern(20);
+        EXPECT_EQ(addVoxaSoundStream(adding.get(), nullptr, sound.data(), 20), 0);
+        EXPECT_EQ(adding.contents(), container);
+        EXPECT_TRUE(loggedError("VoxaAPIs", "addVoxaSound voxa not use MP4, heic tag\n")) << dumpLog();
+
+        const Bytes withSound = imageWithSoundBeforeContainer(boxMedia(brand), sound, {kNote});
+        StreamOver deleting(StreamMedium::File, withSound);
+        VoxaPtr voxa(_checkAudioInImageStream(deleting.get()));
+        ASSERT_NE(voxa, nullptr);
+        EXPECT_EQ(deleteVoxa_ExistTEV_Stream(deleting.get(), voxa.get()), 0u);
+        EXPECT_EQ(deleting.contents(), withSound);
+        EXPECT_TRUE(loggedError("VoxaAPIs", "deleteVoxa_ExistTEV voxa not use MP4, heic tag\n"));
+    }
+}
+
+TEST_F(SoundEdit, OpenFailuresAreLogged) {
+    EXPECT_EQ(deleteAVoxaFd(0), 0u);
+    EXPECT_TRUE(loggedError("Voxa::deleteAVoxa", "File descriptor error"));
+    EXPECT_EQ(deleteAVoxa("/nonexistent/x.jpg"), 0u);
+    EXPECT_TRUE(loggedError("Voxa::deleteAVoxa", "File open error."));
+    EXPECT_EQ(AddSoundInVoxaFile("/nonexistent/x.jpg", "a", 1), 0u);
+    EXPECT_TRUE(loggedError("VoxaAPIs::AddSoundInVoxaFile", "File Search error"));
+}
+
+TEST_F(SoundEdit, CopyAudioCarriesTheFirstSoundOver) {
+    const Bytes sound = pattern(45);
+    TempFile src(imageWithBareSound(media(), sound));
+    TempFile plain(fakeJpeg(30));
+    TempFile withSound(imageWithBareSound(fakeJpeg(30), Bytes(9, 1)));
+    EXPECT_EQ(_copyAudioData(src.c_str(), plain.c_str()), 1u);
+    EXPECT_EQ(_copyAudioData(src.c_str(), withSound.c_str()), 1u);
+    EXPECT_EQ(plain.read(), imageWithBareSound(fakeJpeg(30), sound));
+    EXPECT_EQ(withSound.read(), imageWithBareSound(fakeJpeg(30), sound));
+    EXPECT_EQ(_copyAudioData(src.c_str(), "/nonexistent/x.jpg"), 0u);
+    EXPECT_TRUE(loggedError("Voxa::_copyAudioData", "Dst File Open Error"));
+}
