@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(
-  cmake ninja-build g++ make
+  cmake ninja-build g++ make pkgconf
   clang libclang-rt-14-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   android-liblog-dev

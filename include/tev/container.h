@@ -8,6 +8,7 @@
 // Calling order for readers: ParseTEV, getTEVList, getAllNameOfDataList, then
 // the position and read functions by index, then DestroyTEV. An index is
 // valid only while its stream is open and the file unchanged.
+// Guide: docs/api.md.
 #ifndef TEV_CONTAINER_H
 #define TEV_CONTAINER_H
 

@@ -2,6 +2,7 @@
 // through the ordinary save path one by one, without their sub-information;
 // copyMergeTEVData appends the source's container bytes unchanged. Path
 // forms open both files "r+b": the source must be writable too.
+// Guide: docs/api.md.
 #ifndef TEV_COPY_H
 #define TEV_COPY_H
 

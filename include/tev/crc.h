@@ -1,5 +1,6 @@
 // Checksums exported for native clients: CRC-8/SMBUS (polynomial 0x07, no
 // reflection, no final XOR) with a process-wide table, and reflected CRC-32.
+// Guide: docs/api.md.
 #ifndef TEV_CRC_H
 #define TEV_CRC_H
 

@@ -1,5 +1,6 @@
 // Telling plain media, containers and Voxa blocks apart, and the checks that
 // parse a whole container into a _TEV_info_pack.
+// Guide: docs/api.md.
 #ifndef TEV_DETECT_H
 #define TEV_DETECT_H
 

@@ -1,6 +1,7 @@
 // Exported diagnostics: formatted loggers (a copy on standard output and one
 // line in the Android log), call tracing and argument checkers.
 // Checker results: 0 passed, 1 null pointer, 2 zero value or out of range.
+// Guide: docs/api.md.
 #ifndef TEV_DIAG_H
 #define TEV_DIAG_H
 

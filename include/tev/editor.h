@@ -2,6 +2,7 @@
 // container are never written. Nothing is rolled back: an edit that fails
 // half-way leaves what it wrote. Indexes passed in are changed in memory and
 // must be destroyed and re-parsed after an edit.
+// Guide: docs/api.md.
 #ifndef TEV_EDITOR_H
 #define TEV_EDITOR_H
 

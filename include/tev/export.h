@@ -1,3 +1,4 @@
+// Guide: docs/api.md.
 #ifndef TEV_EXPORT_H
 #define TEV_EXPORT_H
 

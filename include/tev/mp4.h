@@ -1,5 +1,6 @@
 // The "tevd" box that wraps the appended region of an MP4 file: an 8-byte
 // header (32-bit big-endian size, "tevd") in front of the records.
+// Guide: docs/api.md.
 #ifndef TEV_MP4_H
 #define TEV_MP4_H
 

@@ -1,5 +1,6 @@
 // Questions about a parsed container (_TEV_info_pack). Nothing here changes
 // the file. Returned records belong to the caller.
+// Guide: docs/api.md.
 #ifndef TEV_QUERY_H
 #define TEV_QUERY_H
 

@@ -5,6 +5,7 @@
 // Meta list payload (little-endian u32, no padding, names unterminated):
 // word 0 (1 when made), word 1 (0 when made), name count K, K name lengths,
 // then the K names back to back in the order the sounds were added.
+// Guide: docs/api.md.
 #ifndef TEV_SOUND_H
 #define TEV_SOUND_H
 

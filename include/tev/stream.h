@@ -6,6 +6,7 @@
 // writeInt16/writeInt32 store little-endian, writeInt32_endian big-endian;
 // readInt16/readInt32 store the bytes in host order (little-endian on the
 // target). Streams never close what they stand on; destroyPointer does.
+// Guide: docs/api.md.
 #ifndef TEV_STREAM_H
 #define TEV_STREAM_H
 

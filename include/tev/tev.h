@@ -1,6 +1,7 @@
 // libTEV.lumet.so: named data records kept in a container behind the media
 // bytes of JPEG, HEIC and MP4 files, and the older Voxa sound block.
 // This umbrella header declares every exported function, type and class.
+// Guide: docs/api.md.
 #ifndef TEV_TEV_H
 #define TEV_TEV_H
 

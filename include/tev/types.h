@@ -2,6 +2,7 @@
 // entries, extracted records, position pairs and the parsed Voxa block.
 // Every structure here is allocated zero-filled by the library (_kmalloc)
 // and released with the destroy function named beside it.
+// Guide: docs/api.md.
 #ifndef TEV_TYPES_H
 #define TEV_TYPES_H
 

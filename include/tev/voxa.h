@@ -1,6 +1,7 @@
 // The Voxa block: one or more sounds appended to an image and described by a
 // block at the very end of the file, "VOXA", version, count, a table of
 // absolute start/end positions, the header length and "VOXABS".
+// Guide: docs/api.md.
 #ifndef TEV_VOXA_H
 #define TEV_VOXA_H
 
