@@ -2,12 +2,17 @@
 // (tag header, name, sub-information, data). The name is used only to find
 // an existing record and to size the capacity check; no MP4 box is written.
 #include <cstring>
+#include <vector>
 
 #include "editor/save_internal.h"
 #include "tev/detect.h"
 #include "tev/editor.h"
 #include "util/log.h"
 #include "voxa/echoframe_internal.h"
+#include "voxa/meta_list.h"
+#include "container/check_internal.h"
+#include "tev/query.h"
+#include "tev/sound.h"
 
 namespace tev {
 namespace {
@@ -24,6 +29,24 @@ struct DirectRecord {
     uint32_t nameLength() const { return static_cast<uint32_t>(std::strlen(name)); }
     bool replaces() const { return (update & kUpdateReplaceBit) != 0; }
 };
+
+bool isListedSound(_TEV_info_pack* pack, const char* name) {
+    _TEV_data_unit* meta = extractTEVDataFromFilebyName(pack, voxa::kMetaRecordName, voxa::kMetaRecordNameLength);
+    const bool listed = meta != nullptr && isIdenticalNameInMetaInfo(meta, name) != 0;
+    destroyTEVDATA_UNIT(meta);
+    return listed;
+}
+
+void relistSound(TevStream& stream, const char* name) {
+    OwnedTevInfo info = parseStreamIndex(&stream, true);
+    voxa::MetaList list;
+    if (!info || !voxa::readMetaList(info.get(), &list) || list.contains(name)) return;
+    info.reset();
+    list.names.emplace_back(name);
+    const std::vector<unsigned char> payload = list.bytes();
+    saveTEVDataToStream(&stream, voxa::kMetaRecordName, voxa::kMetaRecordNameLength, nullptr, 0, payload.data(),
+                        static_cast<uint32_t>(payload.size()), voxa::kMetaType, 1);
+}
 
 uint32_t saveDirectIntoContainer(TevStream& stream, const DirectRecord& r) {
     PackPtr pack(checkTEVInStreamAndUpdate(&stream));
@@ -85,6 +108,7 @@ uint32_t saveDirectIntoVoxaContainer(TevStream& stream, const DirectRecord& r) {
             logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData", "SIGNATURE_VOXA_TEV NOT UPDATE!!");
             return existingNameResult(stream);
         }
+        const bool listed = isListedSound(pack.get(), r.name);
         if (DeleteATEVDataStream(pack->info, index, voxa.get()) != LUMET_TEV_TRUE) return LUMET_TEV_FALSE;
         // The delete moved the records and rewrote the Voxa trailer: both
         // are parsed again so that the append writes the current positions.
@@ -94,6 +118,12 @@ uint32_t saveDirectIntoVoxaContainer(TevStream& stream, const DirectRecord& r) {
             if (getSignatureStream(&stream) != SIGNATURE_DETECTION_FAIL) return LUMET_TEV_FALSE;
             return AddDirectTEVDataInFirstTimeFP(r.fp, r.type, r.hasSub, r.bytes, r.length);
         }
+        const uint32_t added = AddDirectTEVDataFP(r.fp, pack->info, r.type, r.hasSub, r.bytes, r.length, voxa.get());
+        pack.reset();
+        // The delete took a listed sound's name out of the list; the record
+        // is back, so its name is too.
+        if (added == LUMET_TEV_TRUE && listed) relistSound(stream, r.name);
+        return added;
     }
     return AddDirectTEVDataFP(r.fp, pack->info, r.type, r.hasSub, r.bytes, r.length, voxa.get());
 }
