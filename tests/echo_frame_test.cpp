@@ -305,14 +305,28 @@ TEST(SoundLookups, DamagedOrMissingListsAreRefused) {
     EXPECT_EQ(getAudioStreamBuffer(plain.get(), absent, 4), nullptr);
 }
 
+TEST(SoundLookups, SavingOverADamagedListLeavesAReadableOne) {
+    Bytes damaged = metaPayload({kFirst});
+    putU32le(damaged, 8, 0x40000000);  // a count whose lengths cannot fit
+    const RecordSpec bad{2048, "EchoFrame_Meta_Info", std::nullopt, damaged};
+    TempFile file(imageWithRecordSound(media(), {soundRecord(kFirst, soundA()), bad}, 0));
+    EXPECT_EQ(saveSound(file, "memo", soundB()), 1u);
+    EXPECT_EQ(file.read(), imageWithRecordSound(media(),
+                                                {soundRecord(kFirst, soundA()), metaRecord({kFirst, "memo"}),
+                                                 soundRecord("memo", soundB())},
+                                                0, 106));
+}
+
 // ------------------------------------------------------------ refusals
 
 class SoundRefusal : public LogCaptureTest {};
 
 TEST_F(SoundRefusal, BoxMediaWithSoundIsLeftAlone) {
     const Bytes bareMp4 = imageWithBareSound(fakeMp4(kMedia), soundA());
-    const Bytes listedMp4 =
-        imageWithRecordSound(fakeMp4(kMedia), {soundRecord(kFirst, soundA()), metaRecord({kFirst})}, 0);
+    Bytes heic = fakeMp4(kMedia);
+    for (size_t i = 0; i < 4; ++i) heic[8 + i] = uint8_t("heic"[i]);
+    const Bytes listedHeic =
+        imageWithRecordSound(heic, {soundRecord(kFirst, soundA()), metaRecord({kFirst})}, 0);
     struct Case {
         Bytes before;
         const char* tag;
@@ -321,8 +335,9 @@ TEST_F(SoundRefusal, BoxMediaWithSoundIsLeftAlone) {
     };
     const Case cases[] = {
         {bareMp4, "TEVVoxaAPIs::saveVoxaToImageStream", "SIGNATURE_VOXA is not use MP4 Format", false},
-        {listedMp4, "TEVVoxaAPIs::saveVoxaToImageStream", "SIGNATURE_VOXA_TEV is not use MP4 Format", false},
+        {listedHeic, "TEVVoxaAPIs::saveVoxaToImageStream", "SIGNATURE_VOXA_TEV is not use MP4 Format", false},
         {bareMp4, "TEVEncoderAPIs::saveTEVDataToStream", "SIGNATURE_VOXA is not use MP4 Format", true},
+        {listedHeic, "TEVEncoderAPIs::saveTEVDataToStream", "SIGNATURE_VOXA_TEV is not use MP4 Format", true},
     };
     for (const Case& c : cases) {
         clearLog();

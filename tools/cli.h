@@ -45,6 +45,7 @@ Command addAddCommand(CLI::App& parent);
 Command addDeleteCommand(CLI::App& parent);
 Command addClearCommand(CLI::App& parent);
 Command addSoundCommand(CLI::App& parent);
+Command addCopyCommand(CLI::App& parent);
 
 // --- output channels -------------------------------------------------------
 // The library prints a few diagnostics to standard output and logs failures

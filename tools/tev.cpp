@@ -22,7 +22,7 @@ int main(int argc, char** argv) {
     const std::vector<Command> commands = {
         addInfoCommand(app),    addListCommand(app),   addExtractCommand(app),
         addAddCommand(app),     addDeleteCommand(app), addClearCommand(app),
-        addSoundCommand(app),
+        addSoundCommand(app),   addCopyCommand(app),
     };
 
     try {

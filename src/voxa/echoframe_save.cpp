@@ -145,6 +145,17 @@ uint32_t convertOldSoundThenSave(TevStream& stream, _voxa_info_struct* voxa, con
     return added == LUMET_TEV_TRUE ? saveSoundRecord(stream, s) : LUMET_TEV_FALSE;
 }
 
+MetaList listFromSoundRecords(const _TEV_info& info) {
+    MetaList list;
+    for (uint32_t i = 0; i < info.meta_count; ++i) {
+        const _TEV_data_info* entry = info.meta_data[i];
+        if (entry != nullptr && entry->name != nullptr && _getDataType(entry->meta_type) == kSoundType) {
+            list.names.emplace_back(entry->name);
+        }
+    }
+    return list;
+}
+
 uint32_t saveIntoVoxaContainer(TevStream& stream, const Sound& s) {
     if (checkMP4Stream(&stream) == LUMET_TEV_TRUE) {
         tev::logLine(tev::kLogError, kTag, "SIGNATURE_VOXA_TEV is not use MP4 Format");
@@ -162,8 +173,13 @@ uint32_t saveIntoVoxaContainer(TevStream& stream, const Sound& s) {
     }
     MetaList list;
     if (!readList(pack.get(), &list)) {
-        pack.reset();
-        return convertOldSoundThenSave(stream, voxa.get(), s);
+        if (_getIndexOfName(pack.get(), kMetaRecordName) >= pack->info->meta_count) {
+            pack.reset();
+            return convertOldSoundThenSave(stream, voxa.get(), s);
+        }
+        // A list record that cannot be read is rebuilt from the sound
+        // records the container holds, in directory order.
+        list = listFromSoundRecords(*pack->info);
     }
     if (list.contains(s.key())) {
         pack.reset();

@@ -1,0 +1,101 @@
+// `tev copy SRC DST`: the records of one file's container (and its sounds)
+// into another file, or the source's container bytes appended unchanged.
+#include "cli.h"
+
+namespace tevcli {
+namespace {
+
+struct Options {
+    std::string source;
+    std::string destination;
+    std::optional<uint32_t> type;
+    std::optional<std::string> name;
+    bool raw = false;
+};
+
+bool isBoxedMedia(const std::string& path) {
+    FilePtr fp(std::fopen(path.c_str(), "rb"));
+    return fp && checkMP4Fp(fp.get()) == LUMET_TEV_TRUE;
+}
+
+bool hasSound(uint32_t signature) { return signature == SIGNATURE_VOXA || signature == SIGNATURE_VOXA_TEV; }
+
+int runRaw(const Options& o, const FileFacts& source, const FileFacts& destination) {
+    if (destination.size == 0) return fail(o.destination, "the destination is empty; records are kept behind media data");
+    if (isBoxedMedia(o.destination)) {
+        return fail(o.destination, "a raw merge into MP4 or HEIC would leave the container outside a box");
+    }
+    PackPtr pack = requireContainer(o.source, source);
+    if (!pack) return kExitFailed;
+    FilePtr out(std::fopen(o.destination.c_str(), "r+b"));
+    if (!out) return fail(o.destination, "cannot open for writing");
+    const uint32_t merged = copyMergeTEVData(pack->info, out.get());
+    if (std::fclose(out.release()) != 0 || merged != 1) return fail(o.destination, "could not append the container");
+    return kExitOk;
+}
+
+// The type and name copies fill only a destination without records.
+int runSelective(const Options& o, const FileFacts& source, const FileFacts& destination) {
+    if (!signatureHasContainer(source.signature)) return fail(o.source, "no container");
+    if (destination.signature != SIGNATURE_DETECTION_FAIL) {
+        return fail(o.destination, "already holds records or sound; --type and --name copy only into plain media");
+    }
+    PackPtr pack = requireContainer(o.source, source);
+    if (!pack) return kExitFailed;
+    bool found = false;
+    for (uint32_t i = 0; i < GetTevCount(pack.get()) && !found; ++i) {
+        found = o.type ? recordType(pack.get(), i) == *o.type : recordName(pack.get(), i) == *o.name;
+    }
+    pack.reset();
+    if (!found) {
+        return fail(o.source, o.type ? "no record of type " + std::to_string(*o.type)
+                                     : "no record named \"" + printable(*o.name) + "\"");
+    }
+    const uint32_t copied = o.type ? copyTEVDataType(o.source.c_str(), o.destination.c_str(), *o.type)
+                                   : copyTEVDataKeyName(o.source.c_str(), o.destination.c_str(), o.name->c_str());
+    if (copied != 1) return fail(o.destination, "could not copy the records");
+    return kExitOk;
+}
+
+int runAll(const Options& o, const FileFacts& source) {
+    if (source.signature == SIGNATURE_DETECTION_FAIL) return fail(o.source, "no records to copy");
+    if (hasSound(source.signature) && isBoxedMedia(o.destination)) {
+        return fail(o.destination, "the source carries sound, which MP4 and HEIC files cannot");
+    }
+    if (signatureHasContainer(source.signature) && !requireContainer(o.source, source)) return kExitFailed;
+    if (copyTEVData(o.source.c_str(), o.destination.c_str()) != 1) {
+        return fail(o.destination, "could not copy the records");
+    }
+    return kExitOk;
+}
+
+int run(const Options& o) {
+    const std::optional<FileFacts> source = inspectFile(o.source, true);
+    if (!source) return kExitFailed;
+    const std::optional<FileFacts> destination = inspectFile(o.destination, true);
+    if (!destination) return kExitFailed;
+    if (o.raw) return runRaw(o, *source, *destination);
+    if (o.type || o.name) return runSelective(o, *source, *destination);
+    return runAll(o, *source);
+}
+
+}  // namespace
+
+Command addCopyCommand(CLI::App& parent) {
+    auto o = std::make_shared<Options>();
+    CLI::App* app = parent.add_subcommand(
+        "copy",
+        "Copy records from SRC into DST (without their sub-information). The source is opened for writing "
+        "too, and a source holding a bare sound is converted into records in place first.");
+    app->add_option("SRC", o->source, "File whose records are copied (opened for writing)")->required();
+    app->add_option("DST", o->destination, "File that receives them")->required();
+    CLI::App* what = app->add_option_group("what", "What to copy (default: every record and sound)");
+    what->add_option("--type", o->type, "Only the records of this data type, into plain media")
+        ->check(CLI::Range(0u, kMaxDataType));
+    what->add_option("--name", o->name, "Only the first record of this name, into plain media");
+    what->add_flag("--raw", o->raw, "Append the source's container bytes unchanged (not into MP4/HEIC)");
+    what->require_option(0, 1);
+    return {app, [o] { return run(*o); }};
+}
+
+}  // namespace tevcli
