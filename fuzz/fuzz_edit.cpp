@@ -3,7 +3,8 @@
 // re-parse. Every step runs on whatever the previous one left. A second
 // copy of the input goes through the sound edits: a bare sound converted
 // into records, a named sound saved, a record deleted by name beside the
-// sound list, the sound removed.
+// sound list, the sound removed. Last, the input split in two is copied
+// from its first half into its second, record by record and raw.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -74,6 +75,19 @@ void soundEdits(TevBufferHandle* handle) {
     reparse(handle);
 }
 
+void copyBetweenHalves(const uint8_t* data, size_t size) {
+    const size_t half = size / 2;
+    const tevfuzz::InputBuffer source(data, half, kSpare);
+    const tevfuzz::InputBuffer destination(data + half, size - half, 4 * kSpare);
+    TevStreamBuffer src(source.handle());
+    TevStreamBuffer dst(destination.handle());
+    copyTEVDataStream(&src, &dst);
+    reparse(destination.handle());
+    copyTEVDataTypeStream(&src, &dst, kUserType);
+    copyTEVDataKeyNameStream(&src, &dst, kName);
+    reparse(destination.handle());
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -93,5 +107,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     const tevfuzz::InputBuffer second(data, size, kSpare);
     soundEdits(second.handle());
+    copyBetweenHalves(data, size);
     return 0;
 }

@@ -80,4 +80,10 @@ run sound delete "$file" memo
 run sound list "$file"
 run list "$file"
 
+step "copy the records of the edited JPEG into a fresh copy of the MP4"
+cp "$root/media/sample.mp4" copy.mp4
+run copy "$file" copy.mp4
+run list copy.mp4
+run info copy.mp4
+
 step "done: the edited copies are in demo-out/"

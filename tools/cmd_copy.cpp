@@ -1,5 +1,8 @@
 // `tev copy SRC DST`: the records of one file's container (and its sounds)
 // into another file, or the source's container bytes appended unchanged.
+#include <string>
+#include <vector>
+
 #include "cli.h"
 
 namespace tevcli {
@@ -62,9 +65,25 @@ int runAll(const Options& o, const FileFacts& source) {
     if (hasSound(source.signature) && isBoxedMedia(o.destination)) {
         return fail(o.destination, "the source carries sound, which MP4 and HEIC files cannot");
     }
-    if (signatureHasContainer(source.signature) && !requireContainer(o.source, source)) return kExitFailed;
+    std::vector<std::string> expected;
+    if (signatureHasContainer(source.signature)) {
+        PackPtr pack = requireContainer(o.source, source);
+        if (!pack) return kExitFailed;
+        for (uint32_t i = 0; i < GetTevCount(pack.get()); ++i) expected.push_back(recordName(pack.get(), i));
+    }
     if (copyTEVData(o.source.c_str(), o.destination.c_str()) != 1) {
         return fail(o.destination, "could not copy the records");
+    }
+    // The library answers with the last record's save; say which ones did
+    // not arrive (user-defined records need the sub-information that a copy
+    // leaves behind).
+    PackPtr copied = openContainer(o.destination);
+    for (const std::string& name : expected) {
+        bool present = false;
+        for (uint32_t i = 0; copied && i < GetTevCount(copied.get()) && !present; ++i) {
+            present = recordName(copied.get(), i) == name;
+        }
+        if (!present) return fail(o.destination, "record \"" + printable(name) + "\" was not copied");
     }
     return kExitOk;
 }

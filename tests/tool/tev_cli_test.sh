@@ -200,6 +200,34 @@ sound_family() {
   rm -f "$big"
 }
 
+copy_family() {
+  local src=$scratch/copy-src.jpg jpg=$scratch/copy.jpg mp4=$scratch/copy.mp4 raw=$scratch/raw.jpg
+  cp "$media/sample.jpg" "$src"
+  "$tev" add "$src" note --data-file "$scratch/note.txt" --type 7
+  "$tev" add "$src" caller --data-file "$scratch/sound.bin" --type 0 --sub-info-file "$scratch/sub.bin"
+  "$tev" add "$src" third --data x --type 7
+  cp "$media/sample.jpg" "$jpg"
+  cp "$media/sample.mp4" "$mp4"
+  cp "$media/sample.jpg" "$raw"
+  # Type 0 needs sub-information, which a copy leaves behind: "caller" stays out.
+  expect_status 1 "copy all into jpg" "$tev" copy "$src" "$jpg"
+  expect_stderr_line "copy all into jpg" "record \"caller\" was not copied"
+  expect_status 0 "copy all into mp4" "$tev" copy "$src" "$mp4" --type 7
+  expect_status 0 "list copied mp4" "$tev" list "$mp4" --json
+  expect_json "copy into mp4" "[r['name'] for r in d['records']] == ['note', 'third']"
+  expect_status 0 "info copied mp4" "$tev" info "$mp4" --json
+  expect_json "copy into mp4 box" "d['container']['boxed'] and d['container']['box_size_ok']"
+  cmp -s -n "$(stat -c %s "$media/sample.mp4")" "$media/sample.mp4" "$mp4" || note_failure "copy: mp4 media changed"
+  expect_refused "copy by type into a container" "$mp4" "already holds records" "$tev" copy "$src" "$mp4" --type 7
+  expect_refused "copy an absent name" "$raw" "no record named \"nosuch\"" "$tev" copy "$src" "$raw" --name nosuch
+  expect_refused "copy from plain media" "$raw" "no records to copy" "$tev" copy "$media/sample.jpg" "$raw"
+  expect_status 0 "raw merge" "$tev" copy "$src" "$raw" --raw
+  expect_status 0 "list raw merge" "$tev" list "$raw" --json
+  expect_json "raw merge" "[r['name'] for r in d['records']] == ['note', 'caller', 'third']"
+  expect_refused "raw merge into mp4" "$mp4" "outside a box" "$tev" copy "$src" "$mp4" --raw
+  expect_status 2 "two selections" "$tev" copy "$src" "$jpg" --raw --name note
+}
+
 plain_media
 container_in sample.jpg False
 container_in sample.heic True
@@ -209,4 +237,5 @@ refused_edits
 replace_delete_clear
 damaged_and_voxa
 sound_family
+copy_family
 finish
