@@ -2,9 +2,10 @@
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
 FUZZ_BUILD ?= build-fuzz
+ARM64_BUILD ?= build-arm64
 CMAKE_GEN  := -G Ninja
 
-.PHONY: all deps build demo test test-normal test-asan fuzz-smoke bench clean
+.PHONY: all deps build demo test test-normal test-asan fuzz-smoke test-arm64 bench clean
 
 all: build
 
@@ -21,8 +22,9 @@ demo: deps
 	cmake --build $(BUILD) --target tev
 	scripts/demo.sh $(BUILD)
 
-# Normal build, sanitizer build and the fuzz smoke run, in that order.
-test: deps test-normal test-asan fuzz-smoke
+# Normal build, sanitizer build, the fuzz smoke run and the arm64 pass, in
+# that order.
+test: deps test-normal test-asan fuzz-smoke test-arm64
 
 test-normal: build
 	ctest --test-dir $(BUILD) --output-on-failure -j2
@@ -36,9 +38,17 @@ test-asan: deps
 fuzz-smoke: deps
 	@if [ -f fuzz/CMakeLists.txt ]; then scripts/fuzz-smoke.sh $(FUZZ_BUILD); else echo "no fuzz targets"; fi
 
+# The whole suite cross-built for 64-bit Arm and run under qemu-aarch64
+# (user-mode emulation; nothing is registered with the kernel).
+test-arm64: deps
+	cmake -S . -B $(ARM64_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/aarch64-linux-gnu.cmake
+	cmake --build $(ARM64_BUILD)
+	ctest --test-dir $(ARM64_BUILD) --output-on-failure -j2
+
 # Benchmarks on media generated at bench time; writes docs/benchmarks.md.
 bench: deps
 	scripts/bench.sh
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) $(ARM64_BUILD)

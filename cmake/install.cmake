@@ -50,5 +50,6 @@ if(TEV_HOST AND BUILD_TESTING)
   add_test(NAME install_package
     COMMAND ${PROJECT_SOURCE_DIR}/tests/consumer/run.sh
             ${CMAKE_COMMAND} ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR}/tests/consumer
-            ${CMAKE_CXX_COMPILER} "${TEV_CONSUMER_FLAGS}")
+            ${CMAKE_CXX_COMPILER} "${TEV_CONSUMER_FLAGS}"
+            "${CMAKE_TOOLCHAIN_FILE}" ${CMAKE_CROSSCOMPILING_EMULATOR})
 endif()

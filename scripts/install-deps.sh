@@ -10,6 +10,10 @@ packages=(
   android-liblog-dev
   libcli11-dev nlohmann-json3-dev
   ffmpeg imagemagick libheif-examples libjpeg-turbo-progs
+  # The arm64 pass: Debian's cross compiler, user-mode qemu, and the arm64
+  # builds of the libraries the tests link.
+  g++-aarch64-linux-gnu qemu-user
+  libgtest-dev:arm64 libgmock-dev:arm64 android-liblog-dev:arm64
 )
 
 missing=()
@@ -28,6 +32,9 @@ if [[ $(id -u) -ne 0 ]]; then
   sudo=sudo
 else
   sudo=
+fi
+if ! dpkg --print-foreign-architectures | grep -qx arm64; then
+  $sudo dpkg --add-architecture arm64
 fi
 $sudo apt-get update -qq
 $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"

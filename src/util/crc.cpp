@@ -1,10 +1,16 @@
 // Checksums exported for native clients.
 //
-// CRC-8/SMBUS keeps one process-wide table, zero until it is built; every
-// builder stores the same values, so unsynchronised rebuilding is harmless.
+// CRC-8/SMBUS keeps one process-wide table, zero until it is built. The
+// table is published as a whole: the entries are atomic bytes and a flag,
+// set with release order once the last entry is stored, tells readers that
+// every entry is final. A reader that does not yet see the flag treats the
+// table as still empty, so no thread ever computes with a half-built table,
+// on any memory order. Concurrent builders store the same values, and once
+// the flag is set the table never changes again.
 // The CRC-32 functions keep no shared state.
 #include "tev/crc.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -18,7 +24,14 @@ constexpr unsigned int kCrc32AllOnes = 0xFFFFFFFFu;
 constexpr unsigned int kLowByte = 0xFFu;
 constexpr int kBitsPerByte = 8;
 
-unsigned char gCrc8Table[kTableSize];
+std::atomic<unsigned char> gCrc8Table[kTableSize];
+std::atomic<bool> gCrc8TablePublished{false};
+
+// The table entry a step reads: 0 until the whole table is published.
+unsigned char crc8Entry(unsigned int index) {
+    if (!gCrc8TablePublished.load(std::memory_order_acquire)) return 0;
+    return gCrc8Table[index].load(std::memory_order_relaxed);
+}
 
 // A negative or zero length, or no data, is an empty run.
 bool isEmptyRun(const void* data, long long length) { return data == nullptr || length <= 0; }
@@ -30,19 +43,23 @@ unsigned int crc32Step(const unsigned int* table, unsigned int crc, unsigned cha
 }  // namespace
 
 void make_crc_table() {
+    if (gCrc8TablePublished.load(std::memory_order_acquire)) return;
     for (size_t i = 0; i < kTableSize; ++i) {
         unsigned char c = static_cast<unsigned char>(i);
         for (int bit = 0; bit < kBitsPerByte; ++bit) {
             c = (c & kCrc8TopBit) ? static_cast<unsigned char>((c << 1) ^ kCrc8Polynomial)
                                   : static_cast<unsigned char>(c << 1);
         }
-        gCrc8Table[i] = c;
+        gCrc8Table[i].store(c, std::memory_order_relaxed);
     }
+    gCrc8TablePublished.store(true, std::memory_order_release);
 }
 
 void CRC8_InitChecksum(unsigned char& state) { state = 0; }
 
-void CRC8_Update(unsigned char& state, unsigned char byte) { state = gCrc8Table[state ^ byte]; }
+void CRC8_Update(unsigned char& state, unsigned char byte) {
+    state = crc8Entry(static_cast<unsigned int>(state ^ byte));
+}
 
 void CRC8_UpdateChecksum(unsigned char& state, const void* data, int length) {
     if (isEmptyRun(data, length)) return;
