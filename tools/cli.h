@@ -18,11 +18,21 @@
 
 namespace tevcli {
 
+// Exit status, the same split in every command: 2 when the command line
+// itself is wrong, judged before any file is looked at (unknown subcommand
+// or option, missing argument, a value out of its range such as a type
+// above 65535 or an empty or over-long name); 1 when the command is
+// well-formed but cannot be done on these files (missing file, no
+// container, no such record, a name that exists, a refused or failed edit).
 enum ExitCode : int {
     kExitOk = 0,
-    kExitFailed = 1,  // no container, no such record, refused or failed edit
-    kExitUsage = 2,   // bad command line
+    kExitFailed = 1,
+    kExitUsage = 2,
 };
+inline constexpr const char* kExitStatusHelp =
+    "Exit status: 0 success; 1 the files refuse the command or the edit failed (a refused edit "
+    "leaves the file unchanged); 2 the command line is wrong (unknown subcommand or option, a "
+    "missing argument, a value out of range).";
 
 // Limits the library applies to records; the tool refuses earlier with a
 // clear message instead of letting the library fail.
@@ -31,6 +41,9 @@ inline constexpr uint32_t kMaxNameLength = 1024;
 inline constexpr uint64_t kTooBigDataLength = 0xFFF00001u;
 inline constexpr uint64_t kContainerSizeBound = 0xFFEFFFF1u;
 inline constexpr uint32_t kMaxDataType = 0xFFFF;
+
+// Record names on the command line: 1 to 1024 bytes (a usage error otherwise).
+const CLI::Validator& nameLength();
 
 // A subcommand: its CLI11 node and what to run once it was parsed.
 struct Command {
@@ -57,8 +70,21 @@ FILE* out();
 // Writes bytes to the result channel; false on a short write.
 bool writeOut(const void* data, size_t size);
 
-// "tev: FILE: problem" on stderr; returns kExitFailed.
+// "tev: FILE: problem" on stderr; returns kExitFailed. The first problem of
+// a run is kept for the JSON error object.
 int fail(const std::string& file, const std::string& problem);
+// The same for a usage problem found after parsing; returns kExitUsage.
+int usage(const std::string& problem);
+
+// --- JSON mode (--json, taken by every command) -----------------------------
+// In JSON mode every run prints exactly one JSON object on the result
+// channel: the command's own, or {"ok": false, "error": …} on failure, or
+// {"ok": true} for an edit that has nothing else to say.
+void setJsonMode(bool on);
+bool jsonMode();
+bool jsonPrinted();  // the command printed its own object (printJson)
+void noteJsonPrinted();
+const std::string& firstProblem();
 
 // --- owners ----------------------------------------------------------------
 struct PackDeleter {
@@ -104,6 +130,18 @@ PackPtr openContainer(const std::string& path);
 // Opens the container of `path` for a command that needs one; reports
 // "no container" or "container is damaged" and returns null otherwise.
 PackPtr requireContainer(const std::string& path, const FileFacts& facts);
+
+// Why the end of the file looks like a damaged container: a container
+// directory that does not parse, or "TEVH"/"TEVT" near the end of a file
+// the library reads as plain media or a bare sound (bytes after a
+// container). Nullopt when nothing looks damaged.
+std::optional<std::string> damagedTrailer(const std::string& path, const FileFacts& facts);
+
+// Where the media itself ends: after a JPEG's end-of-image marker, or at the
+// first top-level box of an MP4/HEIC file that is a "tevd" box or not a box
+// at all. Nullopt when the file is neither or its structure cannot be
+// followed.
+std::optional<int64_t> mediaEnd(const std::string& path);
 
 // The name of record `index` (borrowed from the pack), or "" when unreadable.
 std::string recordName(_TEV_info_pack* pack, uint32_t index);

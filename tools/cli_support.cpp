@@ -14,6 +14,13 @@ namespace {
 
 FILE* gOut = stdout;
 bool gVerbose = false;
+bool gJson = false;
+bool gJsonPrinted = false;
+std::string gFirstProblem;
+
+void keepFirstProblem(const std::string& text) {
+    if (gFirstProblem.empty()) gFirstProblem = text;
+}
 
 // Library log lines reach stderr only when asked for with --verbose.
 void quietLogger(const __android_logger_data* data, const char* message) {
@@ -53,7 +60,31 @@ bool writeOut(const void* data, size_t size) {
 
 int fail(const std::string& file, const std::string& problem) {
     std::fprintf(stderr, "tev: %s: %s\n", file.c_str(), problem.c_str());
+    keepFirstProblem(file + ": " + problem);
     return kExitFailed;
+}
+
+int usage(const std::string& problem) {
+    std::fprintf(stderr, "tev: %s\n", problem.c_str());
+    keepFirstProblem(problem);
+    return kExitUsage;
+}
+
+void setJsonMode(bool on) { gJson = on; }
+bool jsonMode() { return gJson; }
+bool jsonPrinted() { return gJsonPrinted; }
+void noteJsonPrinted() { gJsonPrinted = true; }
+const std::string& firstProblem() { return gFirstProblem; }
+
+const CLI::Validator& nameLength() {
+    static const CLI::Validator validator(
+        [](const std::string& name) {
+            return name.size() >= kMinNameLength && name.size() <= kMaxNameLength
+                       ? std::string()
+                       : std::string("names must be 1 to 1024 bytes long");
+        },
+        "1 to 1024 bytes", "name length");
+    return validator;
 }
 
 std::optional<FileFacts> inspectFile(const std::string& path, bool forWriting) {

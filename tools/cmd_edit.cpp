@@ -1,6 +1,10 @@
 // The editing commands: `tev add`, `tev delete`, `tev clear`. Each checks
 // everything it can before the library touches the file, so that a refused
 // edit leaves the file byte for byte as it was.
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 #include <map>
 
 #include "cli.h"
@@ -14,9 +18,27 @@ struct AddOptions {
     std::string dataFile;
     std::optional<std::string> dataText;
     std::string subInfoFile;
-    uint32_t type = 1;
+    std::optional<uint32_t> type;  // default: 1, or the replaced record's type
     bool replace = false;
+    bool force = false;
 };
+
+constexpr uint32_t kDefaultType = 1;
+
+// What a replaced record keeps unless the command gives it anew.
+struct Kept {
+    uint32_t type = kDefaultType;
+    std::vector<unsigned char> subInfo;
+};
+
+std::optional<Kept> keptFromRecord(_TEV_info_pack* pack, const std::string& name) {
+    const UnitPtr unit(extractTEVDataFromFilebyName(pack, name.c_str(), static_cast<unsigned int>(name.size())));
+    if (!unit) return std::nullopt;
+    Kept kept;
+    kept.type = unit->data_type;
+    if (unit->sub_info != nullptr) kept.subInfo.assign(unit->sub_info, unit->sub_info + unit->sub_info_length);
+    return kept;
+}
 
 // Distance from the first record to the end of the file.
 uint64_t containerLength(_TEV_info_pack* pack) {
@@ -39,14 +61,11 @@ std::optional<std::vector<unsigned char>> loadData(const AddOptions& o) {
 }
 
 // Refusals that need only the arguments and the file's facts.
-std::optional<std::string> refuseArguments(const AddOptions& o, const FileFacts& facts,
-                                           size_t dataLength, size_t subLength) {
+std::optional<std::string> refuseArguments(const FileFacts& facts, size_t dataLength, uint32_t type,
+                                           size_t subLength) {
     if (facts.size == 0) return "the file is empty; records are kept behind media data";
-    if (o.name.size() < kMinNameLength || o.name.size() > kMaxNameLength) {
-        return "record names must be 1 to 1024 bytes long";
-    }
     if (dataLength == 0) return "the data is empty";
-    if (o.type == TEV_USER_DEFINED_DATA && subLength == 0) {
+    if (type == TEV_USER_DEFINED_DATA && subLength == 0) {
         return "type 0 (user-defined) needs sub-information (--sub-info-file)";
     }
     if (facts.signature == SIGNATURE_ERROR) return "cannot read the end of the file";
@@ -66,33 +85,51 @@ std::optional<std::string> refuseForContainer(const AddOptions& o, _TEV_info_pac
 }
 
 int runAdd(const AddOptions& o) {
+    if (o.type == TEV_USER_DEFINED_DATA && o.subInfoFile.empty()) {
+        return usage("type 0 (user-defined) needs sub-information (--sub-info-file)");
+    }
+    if (o.dataText && o.dataText->empty()) return usage("--data is empty");
     const std::optional<FileFacts> facts = inspectFile(o.file, true);
     if (!facts) return kExitFailed;
+    if (!o.force) {
+        if (std::optional<std::string> why = damagedTrailer(o.file, *facts);
+            why && !signatureHasContainer(facts->signature)) {
+            return fail(o.file, *why + "; adding would start a second container (use --force to add anyway)");
+        }
+    }
     const std::optional<std::vector<unsigned char>> data = loadData(o);
     if (!data) return kExitFailed;
-    std::vector<unsigned char> sub;
+    Kept kept;
     if (!o.subInfoFile.empty()) {
         std::optional<std::vector<unsigned char>> loaded =
             readWholeFile(o.subInfoFile, kTooBigDataLength, "sub-information file");
         if (!loaded) return kExitFailed;
         if (loaded->empty()) return fail(o.subInfoFile, "the sub-information file is empty");
-        sub = std::move(*loaded);
-    }
-    if (std::optional<std::string> why = refuseArguments(o, *facts, data->size(), sub.size())) {
-        return fail(o.file, *why);
+        kept.subInfo = std::move(*loaded);
     }
     if (signatureHasContainer(facts->signature)) {
         PackPtr pack = requireContainer(o.file, *facts);
         if (!pack) return kExitFailed;
-        const uint64_t recordBytes = uint64_t{data->size()} + sub.size() + o.name.size();
+        if (o.replace && (!o.type || o.subInfoFile.empty())) {
+            if (std::optional<Kept> old = keptFromRecord(pack.get(), o.name)) {
+                if (!o.type) kept.type = old->type;
+                if (o.subInfoFile.empty()) kept.subInfo = std::move(old->subInfo);
+            }
+        }
+        const uint64_t recordBytes = uint64_t{data->size()} + kept.subInfo.size() + o.name.size();
         if (std::optional<std::string> why = refuseForContainer(o, pack.get(), recordBytes)) {
             return fail(o.file, *why);
         }
     }
+    if (o.type) kept.type = *o.type;
+    std::vector<unsigned char>& sub = kept.subInfo;
+    if (std::optional<std::string> why = refuseArguments(*facts, data->size(), kept.type, sub.size())) {
+        return fail(o.file, *why);
+    }
     const uint32_t saved = saveTEVDataToFile(
         o.file.c_str(), o.name.data(), static_cast<uint32_t>(o.name.size()),
         sub.empty() ? nullptr : sub.data(), static_cast<uint32_t>(sub.size()), data->data(),
-        static_cast<uint32_t>(data->size()), o.type, o.replace ? 1u : 0u);
+        static_cast<uint32_t>(data->size()), kept.type, o.replace ? 1u : 0u);
     if (saved != 1) return fail(o.file, "could not save record \"" + printable(o.name) + "\"");
     return kExitOk;
 }
@@ -104,7 +141,7 @@ std::optional<std::string> missingName(_TEV_info_pack* pack, const std::vector<s
     const uint32_t count = GetTevCount(pack);
     for (uint32_t i = 0; i < count; ++i) ++available[recordName(pack, i)];
     for (const std::string& name : names) {
-        if (name.empty() || available[name]-- <= 0) return name;
+        if (available[name]-- <= 0) return name;
     }
     return std::nullopt;
 }
@@ -127,10 +164,28 @@ int runDelete(const std::string& file, const std::vector<std::string>& names) {
     return kExitOk;
 }
 
-int runClear(const std::string& file) {
+int nothingToClear(const char* text) {
+    if (!jsonMode()) std::fprintf(out(), "%s\n", text);
+    return kExitOk;
+}
+
+// A container that does not parse, cut off behind the media's own end.
+int cutBackToMedia(const std::string& file, const FileFacts& facts) {
+    const std::optional<int64_t> end = mediaEnd(file);
+    if (!end) return fail(file, "cannot find where the media ends; the file is left as it is");
+    if (*end >= facts.size) return nothingToClear("the media runs to the end of the file; nothing to cut");
+    if (truncate(file.c_str(), *end) != 0) return fail(file, std::string("cannot cut the file: ") + std::strerror(errno));
+    return kExitOk;
+}
+
+int runClear(const std::string& file, bool force) {
     const std::optional<FileFacts> facts = inspectFile(file, true);
     if (!facts) return kExitFailed;
-    if (facts->signature != SIGNATURE_VOXA && !requireContainer(file, *facts)) return kExitFailed;
+    if (std::optional<std::string> damage = damagedTrailer(file, *facts)) {
+        if (force) return cutBackToMedia(file, *facts);
+        return fail(file, *damage + " (use --force to cut the file back to its media)");
+    }
+    if (facts->signature == SIGNATURE_DETECTION_FAIL) return nothingToClear("nothing to clear");
     if (deleteAllDataFromFile(file.c_str()) != 1) return fail(file, "could not remove the records");
     return kExitOk;
 }
@@ -141,16 +196,21 @@ Command addAddCommand(CLI::App& parent) {
     auto o = std::make_shared<AddOptions>();
     CLI::App* app = parent.add_subcommand("add", "Store a named record in the file");
     app->add_option("FILE", o->file, "Media file (JPEG, HEIC, MP4)")->required();
-    app->add_option("NAME", o->name, "Record name (1 to 1024 bytes)")->required();
+    app->add_option("NAME", o->name, "Record name (1 to 1024 bytes)")->required()->check(nameLength());
     CLI::App* source = app->add_option_group("data", "Where the data comes from (exactly one)");
     source->add_option("--data-file", o->dataFile, "File whose content is the data");
     source->add_option("--data", o->dataText, "The data as text");
     source->require_option(1);
-    app->add_option("--type", o->type, "Data type, 0 to 65535 (0 needs sub-information)")
-        ->capture_default_str()
+    app->add_option("--type", o->type,
+                    "Data type, 0 to 65535 (0 needs sub-information); default 1, or with --replace "
+                    "the replaced record's type")
         ->check(CLI::Range(0u, kMaxDataType));
-    app->add_option("--sub-info-file", o->subInfoFile, "File whose content is the sub-information");
+    app->add_option("--sub-info-file", o->subInfoFile,
+                    "File whose content is the sub-information; with --replace the replaced record's "
+                    "sub-information is kept when this is not given");
     app->add_flag("--replace", o->replace, "Replace a record of the same name");
+    app->add_flag("--force", o->force,
+                  "Add even when the end of the file looks like a damaged container");
     return {app, [o] { return runAdd(*o); }};
 }
 
@@ -162,15 +222,22 @@ Command addDeleteCommand(CLI::App& parent) {
     auto o = std::make_shared<Options>();
     CLI::App* app = parent.add_subcommand("delete", "Delete named records");
     app->add_option("FILE", o->file, "Media file with a container")->required();
-    app->add_option("NAME", o->names, "Record names")->required();
+    app->add_option("NAME", o->names, "Record names")->required()->check(nameLength());
     return {app, [o] { return runDelete(o->file, o->names); }};
 }
 
 Command addClearCommand(CLI::App& parent) {
-    auto file = std::make_shared<std::string>();
-    CLI::App* app = parent.add_subcommand("clear", "Remove every record, leaving the media alone");
-    app->add_option("FILE", *file, "Media file with a container")->required();
-    return {app, [file] { return runClear(*file); }};
+    struct Options {
+        std::string file;
+        bool force = false;
+    };
+    auto o = std::make_shared<Options>();
+    CLI::App* app = parent.add_subcommand(
+        "clear", "Remove every record, leaving the media alone (plain media: nothing to clear)");
+    app->add_option("FILE", o->file, "Media file")->required();
+    app->add_flag("--force", o->force,
+                  "Cut a damaged container (one whose directory does not parse) back to the media");
+    return {app, [o] { return runClear(o->file, o->force); }};
 }
 
 }  // namespace tevcli

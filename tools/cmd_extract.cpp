@@ -35,6 +35,9 @@ int writeBytes(const Options& o, const unsigned char* bytes, uint32_t length) {
 }
 
 int run(const Options& o) {
+    if (jsonMode() && (o.output.empty() || o.output == "-")) {
+        return usage("extract --json needs -o FILE: standard output carries the JSON object");
+    }
     const std::optional<FileFacts> facts = inspectFile(o.file, false);
     if (!facts) return kExitFailed;
     if (!o.output.empty() && o.output != "-" && sameFile(o.file, o.output)) {
@@ -58,7 +61,7 @@ Command addExtractCommand(CLI::App& parent) {
     auto options = std::make_shared<Options>();
     CLI::App* app = parent.add_subcommand("extract", "Write a record's data or sub-information out");
     app->add_option("FILE", options->file, "Media file with a container")->required();
-    app->add_option("NAME", options->name, "Record name")->required();
+    app->add_option("NAME", options->name, "Record name")->required()->check(nameLength());
     app->add_option("-o,--output", options->output, "Output file (default: standard output)");
     app->add_flag("--sub-info", options->subInfo, "Write the sub-information instead of the data");
     return {app, [options] { return run(*options); }};

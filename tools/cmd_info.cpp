@@ -40,6 +40,8 @@ struct InfoReport {
     bool mp4 = false;
     std::optional<ContainerFacts> container;
     std::optional<VoxaFacts> voxa;
+    std::vector<std::string> names;     // the records' names, in directory order
+    std::optional<std::string> warning; // the end looks like a damaged container
 };
 
 bool readBigEndian32(const std::string& path, int64_t position, uint32_t* value) {
@@ -89,6 +91,11 @@ InfoReport gather(const std::string& path, const FileFacts& facts) {
     report.mp4 = fp && checkMP4Fp(fp.get()) == 1;
     if (signatureHasContainer(facts.signature)) report.container = describeContainer(path, facts.size);
     report.voxa = describeVoxa(path);
+    if (report.container && report.container->parsed) {
+        PackPtr pack = openContainer(path);
+        for (uint32_t i = 0; pack && i < GetTevCount(pack.get()); ++i) report.names.push_back(recordName(pack.get(), i));
+    }
+    report.warning = damagedTrailer(path, facts);
     return report;
 }
 
@@ -115,6 +122,9 @@ nlohmann::ordered_json toJson(const InfoReport& r) {
         }
         j["container"] = cj;
     }
+    j["records"] = nlohmann::ordered_json::array();
+    for (const std::string& name : r.names) j["records"].push_back(name);
+    j["warning"] = r.warning ? nlohmann::ordered_json(*r.warning) : nlohmann::ordered_json(nullptr);
     j["voxa"] = nullptr;
     if (r.voxa) {
         nlohmann::ordered_json sounds = nlohmann::ordered_json::array();
@@ -143,6 +153,7 @@ void printContainer(FILE* o, const ContainerFacts& c) {
 
 void printText(const InfoReport& r) {
     FILE* o = out();
+    if (r.warning) std::fprintf(stderr, "tev: warning: %s: %s\n", r.file.c_str(), r.warning->c_str());
     std::fprintf(o, "file:       %s\n", r.file.c_str());
     std::fprintf(o, "size:       %" PRId64 " bytes\n", r.facts.size);
     std::fprintf(o, "ends with:  %s (signature %u)\n", signatureName(r.facts.signature),
@@ -171,18 +182,16 @@ void printText(const InfoReport& r) {
 Command addInfoCommand(CLI::App& parent) {
     struct Options {
         std::string file;
-        bool json = false;
     };
     auto options = std::make_shared<Options>();
     CLI::App* app = parent.add_subcommand(
         "info", "Show what the file ends with, its container, \"tevd\" box and Voxa sounds");
     app->add_option("FILE", options->file, "Media file")->required();
-    app->add_flag("--json", options->json, "Print one JSON object");
     return {app, [options] {
                 const std::optional<FileFacts> facts = inspectFile(options->file, false);
                 if (!facts) return int{kExitFailed};
                 const InfoReport report = gather(options->file, *facts);
-                if (options->json) return printJson(toJson(report));
+                if (jsonMode()) return printJson(toJson(report));
                 printText(report);
                 return int{kExitOk};
             }};

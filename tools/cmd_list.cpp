@@ -79,19 +79,21 @@ void printText(const std::vector<Row>& rows) {
 Command addListCommand(CLI::App& parent) {
     struct Options {
         std::string file;
-        bool json = false;
     };
     auto options = std::make_shared<Options>();
     CLI::App* app = parent.add_subcommand("list", "List the records of the file's container");
-    app->add_option("FILE", options->file, "Media file with a container")->required();
-    app->add_flag("--json", options->json, "Print one JSON object");
+    app->add_option("FILE", options->file, "Media file")->required();
     return {app, [options] {
                 const std::optional<FileFacts> facts = inspectFile(options->file, false);
                 if (!facts) return int{kExitFailed};
-                PackPtr pack = requireContainer(options->file, *facts);
-                if (!pack) return int{kExitFailed};
-                const std::vector<Row> rows = collectRows(pack.get());
-                if (options->json) return printJson(toJson(options->file, rows));
+                // Media without a container lists no records.
+                std::vector<Row> rows;
+                if (signatureHasContainer(facts->signature)) {
+                    PackPtr pack = requireContainer(options->file, *facts);
+                    if (!pack) return int{kExitFailed};
+                    rows = collectRows(pack.get());
+                }
+                if (jsonMode()) return printJson(toJson(options->file, rows));
                 printText(rows);
                 return int{kExitOk};
             }};

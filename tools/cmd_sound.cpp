@@ -156,9 +156,6 @@ int runList(const std::string& path, bool json) {
 int runAdd(const std::string& path, const std::string& name, const std::string& dataFile) {
     const std::optional<SoundFacts> facts = describeSounds(path, true);
     if (!facts) return kExitFailed;
-    if (name.size() < kMinNameLength || name.size() > kMaxNameLength) {
-        return fail(path, "sound names must be 1 to 1024 bytes long");
-    }
     std::optional<std::vector<unsigned char>> data = readWholeFile(dataFile, kTooBigDataLength, "data file");
     if (!data) return kExitFailed;
     if (data->empty()) return fail(dataFile, "the sound is empty");
@@ -287,7 +284,6 @@ Command addSoundCommand(CLI::App& parent) {
         std::string name;
         std::string dataFile;
         std::string output;
-        bool json = false;
     };
     auto o = std::make_shared<Options>();
     CLI::App* app = parent.add_subcommand(
@@ -297,24 +293,23 @@ Command addSoundCommand(CLI::App& parent) {
 
     CLI::App* list = app->add_subcommand("list", "The sounds in list order: name, position, length");
     list->add_option("FILE", o->file, "Image file")->required();
-    list->add_flag("--json", o->json, "Print JSON");
-    actions.emplace_back(list, [o] { return runList(o->file, o->json); });
+    actions.emplace_back(list, [o] { return runList(o->file, jsonMode()); });
 
     CLI::App* add = app->add_subcommand("add", "Store a named sound (a sound of that name is replaced)");
     add->add_option("FILE", o->file, "Image file (JPEG)")->required();
-    add->add_option("NAME", o->name, "Sound name (1 to 1024 bytes)")->required();
+    add->add_option("NAME", o->name, "Sound name (1 to 1024 bytes)")->required()->check(nameLength());
     add->add_option("--data-file", o->dataFile, "File whose content is the sound")->required();
     actions.emplace_back(add, [o] { return runAdd(o->file, o->name, o->dataFile); });
 
     CLI::App* extract = app->add_subcommand("extract", "Write a sound's bytes out (a bare sound is EchoFrame_000)");
     extract->add_option("FILE", o->file, "Image file")->required();
-    extract->add_option("NAME", o->name, "Sound name")->required();
+    extract->add_option("NAME", o->name, "Sound name")->required()->check(nameLength());
     extract->add_option("-o,--output", o->output, "Output file (default: standard output)");
     actions.emplace_back(extract, [o] { return runExtract(o->file, o->name, o->output); });
 
     CLI::App* del = app->add_subcommand("delete", "Remove one sound and its name from the list");
     del->add_option("FILE", o->file, "Image file")->required();
-    del->add_option("NAME", o->name, "Sound name")->required();
+    del->add_option("NAME", o->name, "Sound name")->required()->check(nameLength());
     actions.emplace_back(del, [o] { return runDelete(o->file, o->name); });
 
     CLI::App* clear = app->add_subcommand("clear", "Remove every sound; other records stay");

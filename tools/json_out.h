@@ -17,6 +17,7 @@ namespace tevcli {
 inline int printJson(const nlohmann::ordered_json& value) {
     const std::string text =
         value.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+    noteJsonPrinted();
     if (!writeOut(text.data(), text.size())) {
         std::fprintf(stderr, "tev: cannot write the output\n");
         return kExitFailed;

@@ -26,15 +26,27 @@ expect_refused() {
   [[ $(checksum "$file") == "$before" ]] || note_failure "$what: the file changed"
 }
 
+# expect_usage DESCRIPTION FILE TEXT CMD...: exit 2, TEXT on stderr, FILE unchanged.
+expect_usage() {
+  local what=$1 file=$2 text=$3
+  shift 3
+  local before
+  before=$(checksum "$file")
+  expect_status 2 "$what" "$@"
+  grep -qF -- "$text" "$scratch/stderr" || note_failure "$what: stderr lacks '$text': $(cat "$scratch/stderr")"
+  [[ $(checksum "$file") == "$before" ]] || note_failure "$what: the file changed"
+}
+
 plain_media() {
   local sample
   for sample in sample.jpg sample.heic sample.mp4; do
     expect_status 0 "info $sample" "$tev" info "$media/$sample" --json
     # HEIC is an ISO base media file too.
-    expect_json "info $sample" "d['signature'] == 1 and d['ends_with'] == 'media' and d['container'] is None and d['voxa'] is None and d['mp4'] == ('$sample' != 'sample.jpg') and d['size'] == $(stat -c %s "$media/$sample")"
+    expect_json "info $sample" "d['signature'] == 1 and d['ends_with'] == 'media' and d['container'] is None and d['records'] == [] and d['warning'] is None and d['voxa'] is None and d['mp4'] == ('$sample' != 'sample.jpg') and d['size'] == $(stat -c %s "$media/$sample")"
     expect_quiet_stderr "info $sample"
   done
-  expect_refused "list plain media" "$media/sample.jpg" "$media/sample.jpg: no container" "$tev" list "$media/sample.jpg"
+  expect_status 0 "list plain media" "$tev" list "$media/sample.jpg" --json
+  expect_json "list plain media" "d['records'] == []"
   expect_refused "extract from plain media" "$media/sample.mp4" "no container" "$tev" extract "$media/sample.mp4" x
 }
 
@@ -86,22 +98,62 @@ usage_errors() {
   expect_stderr_line "missing file" "$scratch/absent.jpg: cannot open"
 }
 
+# Conventions shared by every command: --version, help, unknown commands,
+# one JSON object per run in --json mode (also on failure), and --replace
+# keeping what it is not given anew.
+conventions() {
+  local file=$scratch/c-sample.jpg keep=$scratch/keep.jpg
+  expect_status 0 "--version" "$tev" --version
+  grep -qE '^tev [0-9.]+ .*container version 107' "$scratch/stdout" || note_failure "--version: $(cat "$scratch/stdout")"
+  expect_status 2 "unknown subcommand" "$tev" bogus
+  expect_stderr_line "unknown subcommand" 'unknown subcommand "bogus" (one of: info, list, extract, add, delete, clear, sound, copy)'
+  expect_status 0 "help" "$tev" help add
+  grep -q 'Usage: tev add' "$scratch/stdout" || note_failure "help add printed no usage"
+
+  local args
+  for args in "info $scratch/absent.jpg" "list $scratch/absent.jpg" "extract $file nosuch -o $scratch/x" \
+      "add $file note --data y" "delete $file nosuch" "clear $scratch/absent.jpg" \
+      "sound list $scratch/absent.jpg" "copy $scratch/absent.jpg $file"; do
+    # shellcheck disable=SC2086
+    expect_status 1 "json error: $args" "$tev" $args --json
+    expect_json "json error: $args" "d['ok'] is False and d['error'] and d['exit_status'] == 1"
+  done
+  expect_status 2 "json usage error" "$tev" add "$file" --json
+  expect_json "json usage error" "d['ok'] is False and d['exit_status'] == 2"
+  expect_status 2 "json extract needs -o" "$tev" extract "$file" note --json
+
+  cp "$media/sample.jpg" "$keep"
+  printf 'who=me' >"$scratch/keep-sub.bin"
+  "$tev" add "$keep" rec --data one --type 0 --sub-info-file "$scratch/keep-sub.bin"
+  expect_status 0 "json add" "$tev" add "$keep" rec --data two --replace --json
+  expect_json "json add" "d == {'command': 'add', 'ok': True}"
+  expect_status 0 "replace keeps type and sub-info" "$tev" list "$keep" --json
+  expect_json "replace keeps type and sub-info" "[(r['type'], r['sub_info_length'], r['data_length']) for r in d['records']] == [(0, 6, 3)]"
+  "$tev" add "$keep" rec --data three --replace --type 5 --sub-info-file "$scratch/note.txt"
+  expect_status 0 "replace takes new type and sub-info" "$tev" list "$keep" --json
+  expect_json "replace takes new type and sub-info" "[(r['type'], r['sub_info_length']) for r in d['records']] == [(5, 14)]"
+}
+
 refused_edits() {
   local file=$scratch/c-sample.jpg plain=$scratch/plain.jpg empty=$scratch/empty.jpg
   cp "$media/sample.jpg" "$plain"
   : >"$empty"
   truncate -s 4293918721 "$scratch/huge.bin"  # sparse: 0xFFF00001 bytes
   expect_refused "existing name" "$file" "$file: record \"note\" exists" "$tev" add "$file" note --data other
-  expect_refused "type 0 without sub-info" "$file" "$file: type 0 (user-defined) needs sub-information" \
+  expect_usage "type 0 without sub-info" "$file" "type 0 (user-defined) needs sub-information" \
     "$tev" add "$file" fresh --data other --type 0
-  expect_refused "empty data" "$file" "$file: the data is empty" "$tev" add "$file" fresh --data ""
-  expect_refused "name too long" "$file" "$file: record names must be 1 to 1024 bytes long" \
+  expect_usage "empty data" "$file" "--data is empty" "$tev" add "$file" fresh --data ""
+  expect_usage "name too long" "$file" "names must be 1 to 1024 bytes long" \
     "$tev" add "$file" "$(printf 'n%.0s' {1..1025})" --data x
+  expect_usage "type out of range" "$file" "--type" "$tev" add "$file" fresh --data x --type 65536
+  expect_usage "empty name to delete" "$file" "names must be 1 to 1024 bytes long" "$tev" delete "$file" ""
   expect_refused "too big data" "$file" "$scratch/huge.bin: data file of 4293918721 bytes is too big" \
     "$tev" add "$file" big --data-file "$scratch/huge.bin"
   expect_refused "delete one missing of two" "$file" "$file: no record named \"nosuch\"" "$tev" delete "$file" note nosuch
   expect_refused "delete a name twice" "$file" "$file: no record named \"note\"" "$tev" delete "$file" note note
-  expect_refused "clear plain media" "$plain" "$plain: no container" "$tev" clear "$plain"
+  expect_status 0 "clear plain media" "$tev" clear "$plain"
+  [[ $(cat "$scratch/stdout") == "nothing to clear" ]] || note_failure "clear plain media: $(cat "$scratch/stdout")"
+  expect_same "clear plain media" "$media/sample.jpg" "$plain"
   expect_refused "delete from plain media" "$plain" "$plain: no container" "$tev" delete "$plain" note
   expect_refused "add to an empty file" "$empty" "$empty: the file is empty" "$tev" add "$empty" x --data y
 }
@@ -136,6 +188,23 @@ damaged_and_voxa() {
   expect_json "info on a damaged container" "d['signature'] == 2 and d['container'] == {'status': 'damaged'}"
   expect_refused "list a damaged container" "$damaged" "$damaged: container is damaged" "$tev" list "$damaged"
   expect_refused "add to a damaged container" "$damaged" "$damaged: container is damaged" "$tev" add "$damaged" x --data y
+  expect_refused "clear a damaged container" "$damaged" "use --force" "$tev" clear "$damaged"
+  expect_status 0 "clear --force a damaged container" "$tev" clear "$damaged" --force
+  expect_same "clear --force a damaged container" "$media/sample.jpg" "$damaged"
+
+  # Bytes behind a container: the library reads plain media, the tool warns
+  # and refuses to start a second container unless forced.
+  local trailing=$scratch/trailing.mp4
+  cp "$media/sample.mp4" "$trailing"
+  "$tev" add "$trailing" kept --data "kept bytes"
+  printf 'trailing bytes' >>"$trailing"
+  expect_status 0 "info warns about bytes after a container" "$tev" info "$trailing"
+  grep -qF "warning" "$scratch/stderr" || note_failure "info on bytes after a container: no warning"
+  expect_refused "add behind bytes after a container" "$trailing" "use --force" "$tev" add "$trailing" x --data y
+  cp "$trailing" "$scratch/forced.mp4"
+  expect_status 0 "add --force behind bytes after a container" "$tev" add "$scratch/forced.mp4" x --data y --force
+  expect_status 0 "clear --force cuts to the media" "$tev" clear "$trailing" --force
+  expect_same "clear --force cuts to the media" "$media/sample.mp4" "$trailing"
 
   # The media, a 1024-byte sound, "VOXA" 106, one sound, its start and end, header length 20, "VOXABS".
   local start end
@@ -145,7 +214,8 @@ damaged_and_voxa() {
 b'VOXA' + struct.pack('<5I', 106, 1, $start, $end, 20) + b'VOXABS')" "$media/sample.jpg" "$voxa"
   expect_status 0 "info on a Voxa image" "$tev" info "$voxa" --json
   expect_json "info on a Voxa image" "d['signature'] == 3 and d['container'] is None and d['voxa'] == {'version': 106, 'sounds': [{'start': $start, 'end': $end}]}"
-  expect_refused "list a Voxa image" "$voxa" "$voxa: no container (only a Voxa sound block)" "$tev" list "$voxa"
+  expect_status 0 "list a Voxa image" "$tev" list "$voxa" --json
+  expect_json "list a Voxa image" "d['records'] == []"
 }
 
 # sound_names DESCRIPTION FILE NAMES: `tev sound list` gives NAMES (a Python
@@ -233,6 +303,7 @@ container_in sample.jpg False
 container_in sample.heic True
 container_in sample.mp4 True
 usage_errors
+conventions
 refused_edits
 replace_delete_clear
 damaged_and_voxa
