@@ -134,6 +134,22 @@ conventions() {
   expect_json "replace takes new type and sub-info" "[(r['type'], r['sub_info_length']) for r in d['records']] == [(5, 14)]"
 }
 
+# docs/tev.1 names every command and every long option the tool accepts.
+man_page_in_step() {
+  local man=$source_dir/docs/tev.1 command option
+  for command in info list extract add delete clear copy "sound list" "sound add" "sound extract" \
+      "sound delete" "sound clear" "sound convert"; do
+    grep -qF ".BI \"$command " "$man" || note_failure "man page: no entry for $command"
+    # shellcheck disable=SC2086
+    for option in $("$tev" $command --help | grep -oE -- '--[a-z][a-z-]+' | sort -u); do
+      grep -qF -- "${option//-/\\-}" "$man" || note_failure "man page: $command lacks $option"
+    done
+  done
+  for command in $("$tev" --help | sed -n '/^Subcommands:/,/^$/p' | awk 'NR > 1 && NF {print $1}'); do
+    grep -qF ".BI \"$command " "$man" || note_failure "man page: no entry for $command"
+  done
+}
+
 refused_edits() {
   local file=$scratch/c-sample.jpg plain=$scratch/plain.jpg empty=$scratch/empty.jpg
   cp "$media/sample.jpg" "$plain"
@@ -304,6 +320,7 @@ container_in sample.heic True
 container_in sample.mp4 True
 usage_errors
 conventions
+man_page_in_step
 refused_edits
 replace_delete_clear
 damaged_and_voxa
