@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build (the JDK for the Java binding), the
-# tests (JUnit 5 for the JVM tests), the tool, the fuzzers
-# and the benchmarks need; does nothing when all are present. Needs root.
+# tests (JUnit 5 for the JVM tests), the tool, the fuzzers and the
+# benchmarks need; does nothing when all are present. Needs root.
 set -euo pipefail
 
 packages=(
