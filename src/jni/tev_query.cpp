@@ -43,7 +43,8 @@ jintArray typesOf(JNIEnv* env, const _TEV_info_pack& pack) {
 jobjectArray namesByType(JNIEnv* env, _TEV_info_pack* pack, jint dataType) {
     if (pack == nullptr) return nullptr;
     unsigned int count = 0;
-    const tev::NameList names(getNameListByDataType(pack, dataType, &count), count);
+    char** list = getNameListByDataType(pack, dataType, &count);
+    const tev::NameList names(list, count);
     if (names.empty()) return nullptr;
     return tev::jni::newStringArray(env, names.begin(), static_cast<uint32_t>(names.size()));
 }
