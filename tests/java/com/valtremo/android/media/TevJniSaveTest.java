@@ -83,6 +83,38 @@ class TevJniSaveTest {
     }
 
     @Test
+    void nullArgumentsReachTheLibraryAsNullPointers() throws Exception {
+        Path photo = write(dir, "photo.jpg", media);
+        String path = photo.toString();
+        String dataFile = write(dir, "data.bin", data).toString();
+        int n = data.length;
+        assertEquals(0, TEVJNI.addTEVData(null, "k", 1, null, 0, data, n, 7, 0));
+        assertEquals(0, TEVJNI.addTEVData(path, null, 1, null, 0, data, n, 7, 0));
+        assertEquals(0, TEVJNI.addTEVData(path, "k", 1, null, 0, null, n, 7, 0));
+        assertEquals(0, TEVJNI.addFastTEVData(path, null, 1, null, 0, data, n, 7, 0));
+        assertEquals(0, TEVJNI.addFastTEVData(path, "k", 1, null, 0, null, n, 7, 0));
+        assertEquals(0, TEVJNI.addTEVDataFile(path, null, 1, null, 0, dataFile, 7, 0));
+        assertEquals(0, TEVJNI.addTEVDataFile(path, "k", 1, null, 0, null, 7, 0));
+        assertEquals(0, TEVJNI.addFastTEVDataFile(null, "k", 1, null, 0, dataFile, 7, 0));
+        assertEquals(0, TEVJNI.addFastTEVDataFile(path, "k", 1, null, 0, null, 7, 0));
+        assertLogged("TEVJNI::addFastTEVDataFile", "data_fp NULL\n");
+        assertEquals(0, TEVJNI.addTEVDataToMP4(null, "k", 1, null, 0, data, n, 7, 0));
+        assertEquals(0, TEVJNI.addTEVDataFileToMP4(path, "k", 1, null, 0, null, 7, 0));
+        assertEquals(0, TEVJNI.addTEVDataAddTag(path, null, 1, null, 0, data, n, 7, 0));
+        assertEquals(0, TEVJNI.addTEVDataFileAddTag(null, "k", 1, null, 0, dataFile, 7, 0));
+        assertEquals(0, TEVJNI.addTEVDataFiles(path, null, null, null, null, 0, 1));
+        assertEquals(0, TEVJNI.addTEVDataFiles(path, new String[] {"k"}, null, new String[] {dataFile}, null, 0, 1));
+        assertEquals(0, TEVJNI.addTEVDataFiles(null, new String[] {"k"}, new int[] {1}, new String[] {dataFile},
+                new int[] {7}, 0, 1));
+        // User-defined data (type 0) needs sub-information; other types store none when it is null.
+        assertEquals(0, TEVJNI.addTEVData(path, "k", 1, null, 4, data, n, 0, 0));
+        assertArrayEquals(media, read(photo));
+        assertEquals(1, TEVJNI.addTEVData(path, "k", 1, null, 4, data, n, 7, 0));
+        assertRecord(photo, media, "k", null, data);
+        assertEquals(null, TEVJNI.getTEVSubDataPosition(path, "k"));
+    }
+
+    @Test
     void mp4AndTagFormsOpenTheFileThemselves() throws Exception {
         byte[] movie = mp4(500);
         Path video = write(dir, "video.mp4", movie);
