@@ -10,6 +10,15 @@
 
 #include <cstdint>
 
+// The host build generates the JNI headers from the Java classes (javac -h);
+// with them in view a native method whose signature differs from its Java
+// declaration does not compile. The Android build has no JDK and goes
+// without.
+#if __has_include("com_valtremo_android_media_TEVJNI.h")
+#include "com_valtremo_android_media_TEVJNI.h"
+#include "com_valtremo_android_media_VoxaJNI.h"
+#endif
+
 #include "tev/types.h"
 
 namespace tev::jni {
