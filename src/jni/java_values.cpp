@@ -94,6 +94,19 @@ bool isModifiedUtf8(const char* name) {
     return true;
 }
 
+// A String[count] whose elements are all "" (the class and the empty string
+// are let go before the caller fills the array).
+jobjectArray newArrayOfEmptyStrings(JNIEnv* env, uint32_t count) {
+    if (count > static_cast<uint32_t>(INT32_MAX)) return nullptr;
+    const LocalRef stringClass(env, env->FindClass("java/lang/String"));
+    if (exceptionCleared(env) || stringClass.get() == nullptr) return nullptr;
+    const LocalRef empty(env, env->NewStringUTF(""));
+    if (exceptionCleared(env) || empty.get() == nullptr) return nullptr;
+    jobjectArray array =
+        env->NewObjectArray(static_cast<jsize>(count), static_cast<jclass>(stringClass.get()), empty.get());
+    return exceptionCleared(env) ? nullptr : array;
+}
+
 }  // namespace
 
 JavaString::JavaString(JNIEnv* env, jstring string) : env_(env), string_(string) {
@@ -163,25 +176,16 @@ jstring newJavaString(JNIEnv* env, const char* name) {
 }
 
 jobjectArray newStringArray(JNIEnv* env, const char* const* names, uint32_t count) {
-    if (count > static_cast<uint32_t>(INT32_MAX)) return nullptr;
-    jclass stringClass = env->FindClass("java/lang/String");
-    if (exceptionCleared(env) || stringClass == nullptr) return nullptr;
-    jstring empty = env->NewStringUTF("");
-    if (exceptionCleared(env)) empty = nullptr;
-    jobjectArray array =
-        empty != nullptr ? env->NewObjectArray(static_cast<jsize>(count), stringClass, empty) : nullptr;
-    if (exceptionCleared(env)) array = nullptr;
-    if (empty != nullptr) env->DeleteLocalRef(empty);
-    env->DeleteLocalRef(stringClass);
+    jobjectArray array = newArrayOfEmptyStrings(env, count);
     if (array == nullptr) return nullptr;
     for (uint32_t i = 0; i < count; ++i) {
-        jstring name = newJavaString(env, names[i]);
-        if (name == nullptr && names[i] != nullptr) {
+        // One name at a time, so that long lists need no more local references.
+        const LocalRef name(env, newJavaString(env, names[i]));
+        if (name.get() == nullptr && names[i] != nullptr) {
             env->DeleteLocalRef(array);
             return nullptr;
         }
-        env->SetObjectArrayElement(array, static_cast<jsize>(i), name);
-        if (name != nullptr) env->DeleteLocalRef(name);
+        env->SetObjectArrayElement(array, static_cast<jsize>(i), name.get());
     }
     return array;
 }
