@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build, the tests, the tool, the fuzzers
-# and the benchmarks need; does nothing when all are present. Needs root.
+# Installs the Debian packages the build (the JDK for the Java binding), the
+# tests (JUnit 5 for the JVM tests), the tool, the fuzzers and the
+# benchmarks need; does nothing when all are present. Needs root.
 set -euo pipefail
 
 packages=(
@@ -9,6 +10,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   android-liblog-dev
   libcli11-dev nlohmann-json3-dev
+  default-jdk-headless junit5
   ffmpeg imagemagick libheif-examples libjpeg-turbo-progs
   # The arm64 pass: Debian's cross compiler, user-mode qemu, and the arm64
   # builds of the libraries the tests link.
