@@ -18,10 +18,19 @@ packages=(
   libgtest-dev:arm64 libgmock-dev:arm64 android-liblog-dev:arm64
 )
 
+# A package counts as present when it is installed for the architecture
+# asked for (name:arch), or else for this machine's or for all.
+native=$(dpkg --print-architecture)
+installed() {
+  local name=${1%%:*} arch=${1#*:}
+  [[ $arch == "$1" ]] && arch=$native
+  dpkg-query -W -f='${Architecture} ${Status}\n' "$name" 2>/dev/null |
+    grep -qE "^($arch|all) install ok installed$"
+}
+
 missing=()
 for p in "${packages[@]}"; do
-  status=$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null || true)
-  [[ "$status" == "install ok installed" ]] || missing+=("$p")
+  installed "$p" || missing+=("$p")
 done
 
 if ((${#missing[@]} == 0)); then
