@@ -49,7 +49,7 @@ void relistSound(TevStream& stream, const char* name) {
 }
 
 uint32_t saveDirectIntoContainer(TevStream& stream, const DirectRecord& r) {
-    PackPtr pack(checkTEVInStreamAndUpdate(&stream));
+    StreamPackPtr pack(checkTEVInStreamAndUpdate(&stream));
     if (!pack) {
         logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData", "SIGNATURE_TEV TEVdata NULL!!");
         return LUMET_TEV_FALSE;
@@ -82,7 +82,7 @@ uint32_t saveDirectIntoVoxaImage(TevStream& stream, const DirectRecord& r) {
     if (!voxa::convertBareSoundForSave(stream, r.length, 0, r.nameLength(), "TEVEncoderAPIs::saveDirectTEVData")) {
         return LUMET_TEV_FALSE;
     }
-    PackPtr pack(checkTEVInStreamAndUpdate(&stream));
+    StreamPackPtr pack(checkTEVInStreamAndUpdate(&stream));
     OwnedVoxaOnStream voxa = parseVoxaBlock(stream);
     if (!pack || !voxa) return LUMET_TEV_FALSE;
     return AddDirectTEVDataStream(&stream, pack->info, r.type, r.hasSub, r.bytes, r.length, voxa.get());
@@ -91,7 +91,7 @@ uint32_t saveDirectIntoVoxaImage(TevStream& stream, const DirectRecord& r) {
 // Container followed by Voxa sound: deletes and appends with the Voxa
 // descriptor so that the Voxa trailer follows every new directory.
 uint32_t saveDirectIntoVoxaContainer(TevStream& stream, const DirectRecord& r) {
-    PackPtr pack(checkTEVInStreamAndUpdate(&stream));
+    StreamPackPtr pack(checkTEVInStreamAndUpdate(&stream));
     OwnedVoxaOnStream voxa = parseVoxaBlock(stream);
     if (!pack || !voxa) {
         logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData", "SIGNATURE_VOXA_TEV TEVdata == NULL!!");

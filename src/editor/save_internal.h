@@ -36,10 +36,10 @@ struct SaveRequest {
 };
 
 // Packs parsed from a stream the save works on; the stream stays.
-struct PackDeleter {
+struct StreamPackDeleter {
     void operator()(_TEV_info_pack* pack) const { destroyTEVDATA_Stream(pack); }
 };
-using PackPtr = std::unique_ptr<_TEV_info_pack, PackDeleter>;
+using StreamPackPtr = std::unique_ptr<_TEV_info_pack, StreamPackDeleter>;
 
 // The Voxa block at the end of the stream with its sound table, or null when
 // there is none. A block older than the current writer's that lists no sound

@@ -66,8 +66,8 @@ bool openBoxOnMp4Media(TevStream& stream, int64_t* boxPosition) {
 
 // Re-parses the stream after an edit so that the box can be sized from the
 // new index; logs when nothing parses.
-PackPtr reparseForBox(TevStream& stream) {
-    PackPtr pack(checkTEVInStreamAndUpdate(&stream));
+StreamPackPtr reparseForBox(TevStream& stream) {
+    StreamPackPtr pack(checkTEVInStreamAndUpdate(&stream));
     if (!pack) logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "updateMP4Tag TEVdata is NULL.");
     return pack;
 }
@@ -88,7 +88,7 @@ void resizeBox(TevStream& stream) {
 // After records were written behind media: bring the box size (or, for a
 // container that has no box yet, the box itself) up to date.
 void refreshBox(TevStream& stream, bool wrapFirst) {
-    PackPtr pack = reparseForBox(stream);
+    StreamPackPtr pack = reparseForBox(stream);
     if (pack && wrapFirst) {
         // The wrap writes the container's own length as the box size; the
         // update below, on a fresh index that sees the box, writes its full length.
@@ -124,7 +124,7 @@ uint32_t saveIntoVoxaImage(TevStream& stream, const SaveRequest& r) {
     if (!voxa::convertBareSoundForSave(stream, r.dataLength, r.subLength, r.nameLength, kSaveTag)) {
         return LUMET_TEV_FALSE;
     }
-    PackPtr pack(checkTEVInStreamAndUpdate(&stream));
+    StreamPackPtr pack(checkTEVInStreamAndUpdate(&stream));
     OwnedVoxaOnStream voxa = parseVoxaBlock(stream);
     if (!pack || !voxa) return LUMET_TEV_FALSE;
     return appendRecord(stream, pack->info, r, voxa.get());
@@ -158,7 +158,7 @@ uint32_t positionMark(_TEV_info* info, _voxa_info_struct* voxa, uint32_t index) 
 // the record and the list come back, the list naming the sound last. When
 // the replaced record held the Voxa sound, the new one takes its place as
 // the sound the block points at.
-uint32_t replaceListedSound(TevStream& stream, const SaveRequest& r, const char* key, PackPtr pack,
+uint32_t replaceListedSound(TevStream& stream, const SaveRequest& r, const char* key, StreamPackPtr pack,
                             OwnedVoxaOnStream voxa, uint32_t index) {
     voxa::MetaList list;
     // The new list is built before anything is deleted: deleting a listed
@@ -205,7 +205,7 @@ uint32_t saveIntoVoxaContainer(TevStream& stream, const SaveRequest& r, const ch
         logLine(kLogError, kSaveTag, "SIGNATURE_VOXA_TEV is not use MP4 Format");
         return LUMET_TEV_FALSE;
     }
-    PackPtr pack(checkTEVInStreamAndUpdate(&stream));
+    StreamPackPtr pack(checkTEVInStreamAndUpdate(&stream));
     OwnedVoxaOnStream voxa = parseVoxaBlock(stream);
     if (!pack || !voxa) {
         logLine(kLogError, kSaveTag, "SIGNATURE_VOXA_TEV TEVdata == NULL!!");
@@ -249,7 +249,7 @@ uint32_t saveIntoPlainMedia(TevStream& stream, const SaveRequest& r, bool withBo
 }
 
 uint32_t saveIntoContainer(TevStream& stream, const SaveRequest& r, const char* key, bool withBox) {
-    PackPtr pack(checkTEVInStreamAndUpdate(&stream));
+    StreamPackPtr pack(checkTEVInStreamAndUpdate(&stream));
     if (!pack) {
         logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "SIGNATURE_TEV TEVdata NULL!!");
         return LUMET_TEV_FALSE;
