@@ -88,22 +88,14 @@ class TevJniSaveTest {
         String path = photo.toString();
         String dataFile = write(dir, "data.bin", data).toString();
         int n = data.length;
+        // One null of each kind: path, key, data array, data file path, String[].
         assertEquals(0, TEVJNI.addTEVData(null, "k", 1, null, 0, data, n, 7, 0));
-        assertEquals(0, TEVJNI.addTEVData(path, null, 1, null, 0, data, n, 7, 0));
-        assertEquals(0, TEVJNI.addTEVData(path, "k", 1, null, 0, null, n, 7, 0));
-        assertEquals(0, TEVJNI.addFastTEVData(path, null, 1, null, 0, data, n, 7, 0));
+        assertEquals(0, TEVJNI.addTEVDataAddTag(path, null, 1, null, 0, data, n, 7, 0));
         assertEquals(0, TEVJNI.addFastTEVData(path, "k", 1, null, 0, null, n, 7, 0));
-        assertEquals(0, TEVJNI.addTEVDataFile(path, null, 1, null, 0, dataFile, 7, 0));
-        assertEquals(0, TEVJNI.addTEVDataFile(path, "k", 1, null, 0, null, 7, 0));
-        assertEquals(0, TEVJNI.addFastTEVDataFile(null, "k", 1, null, 0, dataFile, 7, 0));
+        assertEquals(0, TEVJNI.addTEVDataFileToMP4(path, "k", 1, null, 0, null, 7, 0));
         assertEquals(0, TEVJNI.addFastTEVDataFile(path, "k", 1, null, 0, null, 7, 0));
         assertLogged("TEVJNI::addFastTEVDataFile", "data_fp NULL\n");
-        assertEquals(0, TEVJNI.addTEVDataToMP4(null, "k", 1, null, 0, data, n, 7, 0));
-        assertEquals(0, TEVJNI.addTEVDataFileToMP4(path, "k", 1, null, 0, null, 7, 0));
-        assertEquals(0, TEVJNI.addTEVDataAddTag(path, null, 1, null, 0, data, n, 7, 0));
-        assertEquals(0, TEVJNI.addTEVDataFileAddTag(null, "k", 1, null, 0, dataFile, 7, 0));
         assertEquals(0, TEVJNI.addTEVDataFiles(path, null, null, null, null, 0, 1));
-        assertEquals(0, TEVJNI.addTEVDataFiles(path, new String[] {"k"}, null, new String[] {dataFile}, null, 0, 1));
         assertEquals(0, TEVJNI.addTEVDataFiles(null, new String[] {"k"}, new int[] {1}, new String[] {dataFile},
                 new int[] {7}, 0, 1));
         // User-defined data (type 0) needs sub-information; other types store none when it is null.
@@ -132,8 +124,6 @@ class TevJniSaveTest {
         assertRecord(photo, media, "d", sub, data);
 
         String missing = dir.resolve("missing.jpg").toString();
-        assertEquals(0, TEVJNI.addTEVDataToMP4(missing, "a", 1, null, 0, data, data.length, 3, 0));
-        assertEquals(0, TEVJNI.addTEVDataAddTag(missing, "a", 1, null, 0, data, data.length, 3, 0));
         assertEquals(0, TEVJNI.addTEVDataFileAddTag(missing, "a", 1, null, 0, dataFile.toString(), 3, 0));
     }
 
