@@ -335,16 +335,4 @@ TEST_F(SaveVoxaTest, NewNameKeepsTheVoxaBlockBehindTheNewDirectory) {
     EXPECT_TRUE(loggedError(kTag, "SIGNATURE_VOXA_TEV NOT UPDATE!!")) << dumpLog();
 }
 
-TEST_F(SaveVoxaTest, VoxaInMp4IsRefused) {
-    const Bytes soundOnly = concat(concat(fakeMp4(200), Bytes(50, 0x77)), voxaBlock(106, 200, 250));
-    const Bytes withContainer = voxaContainer(fakeMp4(200), {echo_});
-    for (const Bytes& before : {soundOnly, withContainer}) {
-        Bytes after = before;
-        EXPECT_EQ(saveIntoFile(&after, kAlpha, 0), 0u);
-        EXPECT_EQ(after, before);
-    }
-    EXPECT_TRUE(loggedError(kTag, "SIGNATURE_VOXA is not use MP4 Format")) << dumpLog();
-    EXPECT_TRUE(loggedError(kTag, "SIGNATURE_VOXA_TEV is not use MP4 Format")) << dumpLog();
-}
-
 }  // namespace
