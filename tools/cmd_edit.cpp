@@ -33,8 +33,8 @@ bool hasRecord(_TEV_info_pack* pack, const std::string& name) {
     return false;
 }
 
-std::optional<std::vector<unsigned char>> loadData(const AddOptions& o) {
-    if (o.dataText) return std::vector<unsigned char>(o.dataText->begin(), o.dataText->end());
+std::optional<FileBytes> loadData(const AddOptions& o) {
+    if (o.dataText) return FileBytes(std::vector<unsigned char>(o.dataText->begin(), o.dataText->end()));
     return readWholeFile(o.dataFile, kTooBigDataLength, "data file");
 }
 
@@ -68,11 +68,11 @@ std::optional<std::string> refuseForContainer(const AddOptions& o, _TEV_info_pac
 int runAdd(const AddOptions& o) {
     const std::optional<FileFacts> facts = inspectFile(o.file, true);
     if (!facts) return kExitFailed;
-    const std::optional<std::vector<unsigned char>> data = loadData(o);
+    const std::optional<FileBytes> data = loadData(o);
     if (!data) return kExitFailed;
-    std::vector<unsigned char> sub;
+    FileBytes sub;
     if (!o.subInfoFile.empty()) {
-        std::optional<std::vector<unsigned char>> loaded =
+        std::optional<FileBytes> loaded =
             readWholeFile(o.subInfoFile, kTooBigDataLength, "sub-information file");
         if (!loaded) return kExitFailed;
         if (loaded->empty()) return fail(o.subInfoFile, "the sub-information file is empty");
