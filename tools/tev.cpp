@@ -6,6 +6,8 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <cstring>
+#include <utility>
 #include <vector>
 
 #include "cli.h"
@@ -19,11 +21,27 @@ int main(int argc, char** argv) {
     bool verbose = false;
     app.add_flag("-v,--verbose", verbose, "Show the library's own log lines on stderr");
 
-    const std::vector<Command> commands = {
-        addInfoCommand(app),    addListCommand(app),   addExtractCommand(app),
-        addAddCommand(app),     addDeleteCommand(app), addClearCommand(app),
-        addSoundCommand(app),   addCopyCommand(app),
+    // Setting up a subcommand's options is most of the parser's cost, and the
+    // tool runs once per operation: when the first word that is not an
+    // option names a subcommand, only that one is set up. Otherwise (help,
+    // a wrong name) all are, so that the parser can list them.
+    using Maker = Command (*)(CLI::App&);
+    static constexpr std::pair<const char*, Maker> kCommands[] = {
+        {"info", addInfoCommand},     {"list", addListCommand},     {"extract", addExtractCommand},
+        {"add", addAddCommand},       {"delete", addDeleteCommand}, {"clear", addClearCommand},
+        {"sound", addSoundCommand},   {"copy", addCopyCommand},
     };
+    const char* named = nullptr;
+    for (int i = 1; i < argc && named == nullptr; ++i) {
+        if (argv[i][0] != '-') named = argv[i];
+    }
+    std::vector<Command> commands;
+    for (const auto& [name, make] : kCommands) {
+        if (named != nullptr && std::strcmp(named, name) == 0) commands.push_back(make(app));
+    }
+    if (commands.empty()) {
+        for (const auto& command : kCommands) commands.push_back(command.second(app));
+    }
 
     try {
         app.parse(argc, argv);
