@@ -10,6 +10,7 @@ packages=(
   android-liblog-dev
   libcli11-dev nlohmann-json3-dev
   ffmpeg imagemagick libheif-examples libjpeg-turbo-progs
+  hyperfine
 )
 
 missing=()
