@@ -62,7 +62,7 @@ RebuildStatus moveKeptRecords(TevStream& stream, const _TEV_info& info, const Re
     if (i >= info.meta_count) return RebuildStatus::kWriteFailed;
     int64_t to = recordStart(span, *info.meta_data[i]);
     // The span and the removed lengths were checked against each other by
-    // locateRecords: what lies behind `to` and is kept is small and positive.
+    // locateRecords: the kept bytes behind `to` fit the stream and are not negative.
     const int64_t toMove = span.directory - to - removal.length();
     KUnique<unsigned char> chunk;
     const int64_t chunkSize = std::min(kMoveChunk, toMove);
