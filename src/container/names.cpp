@@ -167,11 +167,13 @@ public:
     // The most a tag header can take from its name-length field on.
     static constexpr int64_t kMaxHeader = tev::kFieldSize + tev::kSubInfoLengthSize + tev::kMaxNameLength;
 
-    // Room for a window over the appended region, or kWindowSize when the
-    // region is larger.
+    // Room for a window from the first entry's header to the last one's, or
+    // kWindowSize when they lie further apart.
     bool allocate(const _TEV_info& info) {
-        const int64_t region = info.stream_size - std::max<int64_t>(info.data_start_position, 0);
-        capacity_ = std::clamp<int64_t>(region, 1, kWindowSize);
+        const int64_t first = info.meta_count > 0 ? fieldsPosition(info, 0) : -1;
+        const int64_t last = info.meta_count > 0 ? fieldsPosition(info, info.meta_count - 1) : -1;
+        const int64_t span = first >= 0 && last >= first ? last - first : 0;
+        capacity_ = std::min(span, kWindowSize - kMaxHeader) + kMaxHeader;
         bytes_.reset(new (std::nothrow) unsigned char[capacity_]);
         return bytes_ != nullptr;
     }

@@ -167,7 +167,10 @@ uint32_t DeleteATEVDataStream(_TEV_info* info, uint32_t index, _voxa_info_struct
         return LUMET_TEV_FALSE;
     }
     removal.remove(*info, index);
-    if (voxa == nullptr) return replaceContainer(*info, span, removal, nullptr);
+    if (voxa == nullptr) {
+        fresh.reset();  // only needed for the check; the move buffer is the one to have room for
+        return replaceContainer(*info, span, removal, nullptr);
+    }
     voxa->position_mark = voxaPositionMark(*fresh, *voxa, index);
     // The sound list as it was, and the name that goes.
     tev::voxa::MetaList sounds;
