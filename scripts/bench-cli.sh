@@ -24,6 +24,7 @@ timed() {  # timed JSON PREPARE TEV_COMMAND BARE_COMMAND
     -n tev "$3" -n bare "$4" --export-json "$1" >/dev/null
 }
 
+load=$(cut -d' ' -f1-3 /proc/loadavg)
 rows=()
 for media in mp4:bench.mp4 jpeg:bench.jpg; do
   label=${media%%:*}
@@ -55,9 +56,9 @@ for media in mp4:bench.mp4 jpeg:bench.jpg; do
   done
 done
 
-python3 - "$work" "$out" "$runs" "${rows[@]}" <<'EOF'
+python3 - "$work" "$out" "$runs" "$load" "${rows[@]}" <<'EOF'
 import json, sys
-work, out, runs, rows = sys.argv[1], sys.argv[2], int(sys.argv[3]), sys.argv[4:]
+work, out, runs, load, rows = sys.argv[1], sys.argv[2], int(sys.argv[3]), sys.argv[4], sys.argv[5:]
 result = []
 for row in rows:
     op, media, media_size, size = row.split()
@@ -66,5 +67,5 @@ for row in rows:
     result.append({"op": op, "media": media, "media_B": int(media_size), "record_B": int(size),
                    "tev_ms": medians["tev"], "bare_ms": medians["bare"]})
 with open(out, "w") as f:
-    json.dump({"runs": runs, "rows": result}, f, indent=1)
+    json.dump({"runs": runs, "load_avg": load, "rows": result}, f, indent=1)
 EOF
