@@ -184,6 +184,13 @@ bool rawCopyInPlace(const std::string& path, int64_t position, int64_t length) {
            pwriteAll(fd.get(), memory.get(), length, position);
 }
 
+bool rawMoveAndCut(const std::string& path, int64_t from, int64_t to, int64_t length, int64_t cut) {
+    Fd fd(open(path.c_str(), O_RDWR | O_CLOEXEC));
+    Memory memory(static_cast<unsigned char*>(std::malloc(static_cast<size_t>(std::max<int64_t>(length, 1)))));
+    return fd.ok() && memory && preadAll(fd.get(), memory.get(), length, from) &&
+           pwriteAll(fd.get(), memory.get(), length, to) && ftruncate(fd.get(), cut) == 0;
+}
+
 bool rawReadRanges(const std::string& path, const std::vector<Range>& ranges) {
     Fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!fd.ok()) return false;

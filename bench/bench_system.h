@@ -60,6 +60,9 @@ bool rawReadAt(const std::string& path, int64_t position, int64_t length);
 // Reads the `length` bytes at `position` into fresh memory and writes them
 // back where they were: one copy of that region through user space.
 bool rawCopyInPlace(const std::string& path, int64_t position, int64_t length);
+// Reads the `length` bytes at `from` into fresh memory, writes them at `to`
+// and cuts the file at `cut`: the bytes a delete has to move.
+bool rawMoveAndCut(const std::string& path, int64_t from, int64_t to, int64_t length, int64_t cut);
 // One read per range, in order, into a reused scratch buffer.
 bool rawReadRanges(const std::string& path, const std::vector<Range>& ranges);
 

@@ -192,35 +192,63 @@ std::vector<Range> listRanges(const Layout& layout) {
     return ranges;
 }
 
+// Where the record the edits work on lies, and how many bytes of records
+// lie behind it (up to the directory).
+struct Target {
+    int64_t start;
+    int64_t end;
+    int64_t behind;
+};
+
+Target targetOf(const Layout& layout) {
+    const size_t index = layout.recordHeads.size() / 2;
+    const int64_t start = layout.recordHeads.at(index).position;
+    const int64_t end = layout.targetData.position + layout.targetData.length;
+    return {start, end, layout.directory - end};
+}
+
 bool planFor(Op op, const Fixture& fx, Plan* plan) {
     const Layout& layout = fx.layout();
     const std::string path = fx.path();
     switch (op) {
-        case Op::kAppend:
-        case Op::kReplace: {
+        case Op::kAppend: {
             const int64_t bytes = appendedBytes(fx);
             if (bytes <= 0) return false;
             auto written = std::make_shared<std::vector<unsigned char>>(fx.payload());
             written->resize(static_cast<size_t>(bytes));
-            const bool replace = op == Op::kReplace;
-            plan->library = [&fx, replace] {
-                return saveRecord(fx, replace ? fx.targetName() : fx.newName(), replace ? 1 : 0);
-            };
-            plan->baseline = [path, written, at = layout.directory] {
-                return rawWriteAt(path, at, *written);
-            };
-            plan->changedRanges = replace ? std::vector<Range>{{layout.dataStart, fx.containerSize()}}
-                                          : directoryRanges(layout);
+            plan->library = [&fx] { return saveRecord(fx, fx.newName(), 0); };
+            plan->baseline = [path, written, at = layout.directory] { return rawWriteAt(path, at, *written); };
+            plan->changedRanges = directoryRanges(layout);
             plan->baselineEdits = true;
             return true;
         }
-        case Op::kDelete:
+        case Op::kReplace: {
+            // The least a replace must write: the R bytes of records behind the
+            // old one, moved over it, then the new record and directory.
+            const int64_t bytes = appendedBytes(fx);
+            if (bytes <= 0) return false;
+            const Target target = targetOf(layout);
+            auto written = std::make_shared<std::vector<unsigned char>>(fx.payload());
+            written->resize(static_cast<size_t>(target.behind + bytes));
+            plan->library = [&fx] { return saveRecord(fx, fx.targetName(), 1); };
+            plan->baseline = [path, written, at = target.start] { return rawWriteAt(path, at, *written); };
+            plan->changedRanges = {{layout.dataStart, fx.containerSize()}};
+            plan->baselineEdits = true;
+            return true;
+        }
+        case Op::kDelete: {
+            // The least a delete must do: move the R bytes behind the record
+            // over it and cut the file.
+            const Target target = targetOf(layout);
+            const int64_t cut = layout.fileSize - (target.end - target.start);
             plan->library = [&fx] { return deleteRecord(fx); };
-            plan->baseline = [path, at = layout.dataStart, n = fx.containerSize()] {
-                return rawCopyInPlace(path, at, n);
+            plan->baseline = [path, target, cut] {
+                return rawMoveAndCut(path, target.end, target.start, target.behind, cut);
             };
             plan->changedRanges = {{layout.dataStart, fx.containerSize()}};
+            plan->baselineEdits = true;
             return true;
+        }
         case Op::kExtract:
             plan->library = [&fx] { return extractRecord(fx); };
             plan->baseline = [path, data = layout.targetData] {

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# make bench: builds the benchmark in Release, makes the media, runs every
-# case with JSON output and renders docs/benchmarks.md from it.
-# Extra arguments go to the benchmark program (e.g. --benchmark_filter=list).
+# make bench: builds the benchmark and the tool in Release, makes the media,
+# runs every library case and the tool's table (scripts/bench-cli.sh) with
+# JSON output and renders docs/benchmarks.md from both.
+# Extra arguments go to the benchmark program (e.g. --benchmark_filter=list);
+# BENCH_CLI=0 leaves the tool's table out.
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -9,9 +11,10 @@ build=${BENCH_BUILD:-$root/build-bench}
 data=$root/bench-data
 work=$data/work
 results=$data/results.json
+cli_results=$data/cli-results.json
 
 cmake -S "$root" -B "$build" -G Ninja -DTEV_BENCH=ON -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF
-cmake --build "$build" --target tev_bench
+cmake --build "$build" --target tev_bench tev
 
 "$root/scripts/make-bench-media.sh" "$data"
 
@@ -25,6 +28,12 @@ trap 'rm -rf "$work"' EXIT
   --benchmark_out="$results" --benchmark_out_format=json \
   --benchmark_repetitions=3 --benchmark_report_aggregates_only=true "$@"
 
+cli_args=()
+if [ "${BENCH_CLI:-1}" != 0 ]; then
+  "$root/scripts/bench-cli.sh" "$build/tools/tev" "$data" "$cli_results"
+  cli_args=(--cli "$cli_results")
+fi
+
 python3 "$root/scripts/render-benchmarks.py" --results "$results" --build "$build" \
-  --data "$data" --out "$root/docs/benchmarks.md"
+  --data "$data" --out "$root/docs/benchmarks.md" "${cli_args[@]}"
 echo "wrote docs/benchmarks.md"

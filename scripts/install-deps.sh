@@ -12,6 +12,7 @@ packages=(
   libcli11-dev nlohmann-json3-dev
   default-jdk-headless junit5
   ffmpeg imagemagick libheif-examples libjpeg-turbo-progs
+  hyperfine
   # The arm64 pass: Debian's cross compiler, user-mode qemu, and the arm64
   # builds of the libraries the tests link.
   g++-aarch64-linux-gnu qemu-user

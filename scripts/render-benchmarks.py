@@ -19,26 +19,27 @@ OPS = OrderedDict([
         "title": "Append a new record",
         "call": "`saveTEVDataToFile(path, new name, …, update 0)`",
         "raw": "one `pwrite` of the record and the new directory where the old directory began",
-        "target": "≤ 1.5× raw",
+        "target": "≤ 1.5× raw; 5,000 × 1 KiB under 2 ms",
     }),
     ("replace", {
         "title": "Replace a record (same name, update bit set)",
         "call": "`saveTEVDataToFile(path, existing name, …, update 1)` on the middle record",
-        "raw": "the same raw append as above (P bytes plus the directory)",
-        "target": "≤ 1.5× raw",
+        "raw": "one `pwrite`, where the old record began, of the R bytes of records behind it, the "
+               "new record (P bytes) and the new directory",
+        "target": "≤ 1.5× raw, peak heap ≤ 1 MiB + 16 KiB + index; 5,000 × 1 KiB under 2 ms",
     }),
     ("delete", {
         "title": "Delete a record",
         "call": "`deleteTEVDataFromFile(path, name)` on the middle record",
-        "raw": "one copy of the container through user space (`pread` of its bytes into fresh memory, "
-               "`pwrite` back in place)",
-        "target": "≤ 3× raw, peak heap ≤ 2 × container + 1 MiB",
+        "raw": "moving the R bytes of records behind it (`pread` into fresh memory, `pwrite` where "
+               "the record began) and `ftruncate`",
+        "target": "≤ 1.5× raw, peak heap ≤ 1 MiB + 16 KiB + index; 5,000 × 1 KiB under 2 ms",
     }),
     ("extract", {
         "title": "Extract a record",
         "call": "`checkTEVWithReadPM` + `extractTEVDataFromFilebyName` (middle record) + destroy",
         "raw": "one `pread` of the record's data bytes into fresh memory",
-        "target": "≤ 1.3× raw",
+        "target": "≤ 1.3× raw; 5,000 × 1 KiB under 2 ms",
     }),
     ("list", {
         "title": "List every record",
@@ -53,57 +54,63 @@ OPS = OrderedDict([
         "call": "`checkTEVWithReadPM` + per record `GetNameInList`, `getTEVDataType(name)`, "
                 "`getTEVInFileByName(name)` + destroy",
         "raw": "as for the listing above",
-        "target": "< 50 ms",
+        "target": "< 5 ms",
     }),
 ])
 
-# Why a target is missed, from the library code; printed under an operation's
-# table when at least one of its rows misses.
+# What a delete or replace may hold besides its 1 MiB move buffer: the parsed
+# index (per record its entry, name and name-list slot, allowed at this many
+# bytes) and a fixed part for the stdio buffer of the file the path form
+# opens and the directory assembled for one write.
+INDEX_BYTES_PER_RECORD = 128
+FIXED_ALLOWANCE = 16 * 1024
+MANY_SMALL = 5000
+FAST_MS = 2.0
+
+# Why a target is missed, from measurements of the library code; printed
+# under an operation's table when at least one of its rows misses.
 WHY = {
     "append": (
-        "two costs that the raw write does not have. A fixed one: the path form opens the file, "
-        "classifies it from its last bytes, checks for MP4 and parses the container, a few dozen "
-        "small system calls that outweigh writing a kilobyte or two. And one per record: the "
-        "container is parsed before the append to look the name up (`saveIntoContainer`), and that "
-        "parse reads every record's name (`_getNameOfData`: a seek, one read of the length fields "
-        "and one of the name per record; the directory itself comes in one read). With 5,000 "
-        "records that is some 10,000 reads and 5,000 seeks around 60 KiB of data. The new "
-        "directory goes out in one write, and on MP4 the box is sized from a parse of the new "
-        "directory alone."
+        "fixed costs that the raw `pwrite` does not have. The path form opens the file, classifies "
+        "it from its last bytes, checks for MP4, parses the container to look the name up (the "
+        "directory in one read, the names in windows of up to 128 KiB) and, on MP4, parses the new "
+        "directory again to size the box: some twenty system calls, each about a microsecond, where "
+        "the raw write of a kilobyte takes a few. With 5,000 records the parse itself is the cost: "
+        "the index the library defines holds every entry and every name in an allocation of its "
+        "own (zero-filled `_kmalloc`, freed one by one by `DestroyTEV`), 10,000 allocations per "
+        "parse, which callgrind puts at about a third of all instructions."
     ),
     "replace": (
-        "a replace first deletes the old record, which rebuilds the whole container "
-        "(`DeleteATEVDataStream` reads the kept records into a temporary memory buffer and writes "
-        "all of it back, records in front of the deleted one included), and then appends; the "
-        "container is parsed with every name twice (before the delete, and after it for the "
-        "append), at a seek and two reads per record. It therefore moves the whole container where "
-        "the raw append moves one record and the directory, and with many small records the name "
-        "reads come on top."
+        "a replace is a delete and an append, each with its own parses: the save parses the "
+        "container with its names, the delete checks the index against a second parse, the save "
+        "parses with names again for the append and, on MP4, once more to size the box. For small "
+        "records these fixed costs outweigh the bytes; with 5,000 records each parse makes 10,000 "
+        "allocations (see append). Where the record or the records behind it are large the ratio "
+        "is met: the records in front are not touched and the ones behind move once, through a "
+        "1 MiB buffer."
     ),
     "delete": (
-        "`deleteTEVDataFromFile` parses the container with every name twice (`checkTEVInFile` to "
-        "find the name, and after the rewrite for the caller's pack; the check inside "
-        "`DeleteATEVDataStream` that the index still matches the file reads only the directory), "
-        "at a seek and two reads per record, and moves the whole container through a temporary "
-        "buffer (the kept records read in runs, written back in 4 KiB pieces). With 5,000 small "
-        "records these are about 20,000 reads and 10,000 seeks, which cost more than moving the "
-        "5 MiB; with a single small record the record is cut off by a truncate, but opening, "
-        "detecting and parsing still take longer than the raw copy of a kilobyte."
+        "the defined steps around the move: `deleteTEVDataFromFile` parses the container with its "
+        "names to find the record, `DeleteATEVDataStream` checks the index against a second parse, "
+        "the caller's pack is replaced by a third, and on MP4 the box is sized; the raw baseline is "
+        "one read, one write and a truncate. With 5,000 records each parse makes 10,000 allocations "
+        "(see append), and callgrind shows the parses at well over half of the instructions of a "
+        "delete; the move itself, 2.5 MiB through the 1 MiB buffer, is a small part."
     ),
     "extract": (
-        "`checkTEVWithReadPM` parses the directory and every record's name (a seek and two reads "
-        "per record) before the one record is looked up, so for small records, and most of all in "
-        "a large container, the parse and not the record's bytes is the cost. For a record of a "
-        "megabyte, the fixed cost of opening the file, classifying it and parsing it is still of "
-        "the order of the raw read itself."
+        "this library path is unchanged: `checkTEVWithReadPM` parses the directory and every name "
+        "before the one record is looked up, and `extractTEVDataFromFilebyName` reads the record "
+        "into a zero-filled buffer it allocates. For small records the parse, and for a megabyte "
+        "the allocation and the opening and classifying of the file, are of the order of the raw "
+        "read itself. The tool's `extract` takes the record's position instead and copies the "
+        "bytes inside the kernel (see the table above)."
     ),
     "list": (
-        "the listing's time is the parse, a seek and two reads per record."
+        "the listing's time is the parse."
     ),
     "list_by_name": (
-        "`getTEVDataType` and `getTEVInFileByName` find the record by comparing its name with "
-        "every entry in turn (`_getIndexOfName`), so a listing by name is quadratic in the number "
-        "of records; the by-index queries used for the plain listing do not have this cost."
+        "each by-name query goes through the pack's name table; what remains is the parse and "
+        "the per-record queries."
     ),
 }
 
@@ -186,13 +193,20 @@ def parse_rows(results):
 
 def target_met(row):
     op = row["op"]
-    if op in ("append", "replace"):
+    if op in ("append", "replace", "delete", "extract") and int(row["records"]) >= MANY_SMALL \
+            and row["record_B"] <= KIB:
+        if row["real_time"] >= FAST_MS:
+            return False
+    if op in ("replace", "delete"):
+        limit = MIB + FIXED_ALLOWANCE + INDEX_BYTES_PER_RECORD * row["records"]
+        if not 0 <= row["peak_heap_B"] <= limit:
+            return False
+    if op in ("append", "replace", "delete"):
         return row["ratio"] <= 1.5
     if op == "extract":
         return row["ratio"] <= 1.3
-    if op == "delete":
-        limit = 2 * row["container_B"] + MIB
-        return row["ratio"] <= 3 and 0 <= row["peak_heap_B"] <= limit
+    if op == "list_by_name":
+        return row["real_time"] < 5
     return row["real_time"] < 50
 
 
@@ -229,12 +243,13 @@ def headline(rows):
     return out
 
 
-def render(results, build, data):
+def render(results, build, data, cli=None):
     rows = parse_rows(results)
     ctx = results["context"]
     lines = ["# Benchmarks", "",
-             "Generated by `make bench` (`scripts/bench.sh`), which builds `tev_bench` in Release, makes "
-             "the media, runs every case and renders this page from the JSON output. Do not edit by hand.",
+             "Generated by `make bench` (`scripts/bench.sh`), which builds `tev_bench` and `tev` in "
+             "Release, makes the media, runs every library case and the tool's table and renders this "
+             "page from the JSON output. Do not edit by hand.",
              "", "## Machine", "", "| | |", "|---|---|"]
     for key, value in machine(build, data).items():
         lines.append(f"| {key} | {value} |")
@@ -244,6 +259,8 @@ def render(results, build, data):
     lines += method_section(f" Each case runs {reps} times and the tables show the median of each figure "
                             "(single runs on a shared machine are noisy)." if reps > 1 else "")
     lines += ["## Headline", ""] + headline(rows) + [""]
+    if cli is not None:
+        lines += cli_section(cli)
     for op, about in OPS.items():
         mine = [r for r in rows if r["op"] == op]
         if not mine:
@@ -254,6 +271,62 @@ def render(results, build, data):
         if any(not r["error"] and not r["met"] for r in mine):
             lines += ["Why rows miss the target: " + WHY[op], ""]
     return "\n".join(lines)
+
+
+CLI_OPS = OrderedDict([
+    ("add", ("`tev add FILE rec --data-file DATA` on the plain media",
+             "`dd if=DATA of=FILE bs=1M oflag=append conv=notrunc`")),
+    ("extract", ("`tev extract FILE rec -o OUT`",
+                 "`dd if=FILE of=OUT bs=1M skip=POS count=LEN iflag=skip_bytes,count_bytes`")),
+    ("delete", ("`tev delete FILE rec` (its only record)", "`truncate -s MEDIA FILE`")),
+])
+
+CLI_WHY = (
+    "what the tool does besides the bytes themselves. (1) A fixed cost per process: the dynamic "
+    "loader binds liblog and the C++ runtime that liblog pulls in (`LD_DEBUG=statistics`: about "
+    "1,900 relocations even with the library and C++ runtime linked into the tool statically), and "
+    "the argument parser sets up the named subcommand; in instructions (callgrind) `tev list` on a "
+    "small file went from 3.15 M to 2.12 M with the static link and the one-subcommand parser, "
+    "against 0.13 M for `/bin/true`. (2) The checks and parses the results depend on: the tool "
+    "classifies the file and parses the container before it edits (so that a refused edit leaves "
+    "the file as it was), and the library classifies, checks for MP4 and parses again; `tev "
+    "delete` of the only record is that work plus one truncate, where the bare command is the "
+    "truncate alone. (3) For a 64 MiB add: the library takes the data as one buffer and writes it "
+    "with one call, and `write` from a 64 MiB read-only mapping of the data file costs the kernel "
+    "about twice what `dd`'s 64 writes from one cache-resident 1 MiB buffer cost (strace: some 49 ms "
+    "in `write`, 7 ms to map the pages in and 11 ms to unmap them, against about 30 ms in all for "
+    "`dd` on this machine); mapping without populating the pages was slower still (faults inside "
+    "`write`), and reading into memory first is the copy the mapping removes. Extract copies inside "
+    "the kernel and meets its target for 1 MiB and 64 MiB on both media."
+)
+
+
+def cli_target(row):
+    return 1.5 if row["record_B"] <= KIB else 1.3
+
+
+def cli_section(cli):
+    rows = cli["rows"]
+    lines = ["## Command-line tool against bare I/O", "",
+             f"One process per operation, timed with hyperfine (`scripts/bench-cli.sh`: {cli['runs']} "
+             "runs after 3 warm-up runs, warm page cache, medians; the file is put back before every "
+             "run outside the timing). Target: within 1.3× of the bare command for 1 MiB and 64 MiB "
+             "records, 1.5× for 1 KiB." + (f" Load average at the start of the table: {cli['load_avg']} "
+             "(the machine is shared; absolute times swing with it, the ratios less)." if "load_avg" in cli
+             else ""), ""]
+    for op, (tool, bare) in CLI_OPS.items():
+        lines.append(f"- {op}: {tool} against {bare}.")
+    lines += ["", "| Operation | Media | Record | tev ms | Bare ms | Ratio | Target | Target met |",
+              "|---|---|---|---:|---:|---:|---:|---|"]
+    for r in rows:
+        ratio = r["tev_ms"] / r["bare_ms"]
+        met = ratio <= cli_target(r)
+        lines.append(f"| {r['op']} | {r['media']} ({human_bytes(r['media_B'])}) | "
+                     f"{record_label(r['record_B'])} | {r['tev_ms']:.2f} | {r['bare_ms']:.2f} | "
+                     f"{ratio:.2f} | ≤ {cli_target(r)}× | {'yes' if met else '**no**'} |")
+    if any(r["tev_ms"] / r["bare_ms"] > cli_target(r) for r in rows):
+        lines += ["", "Why rows miss the target: " + CLI_WHY]
+    return lines + [""]
 
 
 def method_section(repetitions):
@@ -283,7 +356,8 @@ def method_section(repetitions):
         "`/proc/self/clear_refs`, the child's `VmHWM` after the call minus its `VmRSS` before; the "
         "kernel sums these counters lazily per CPU, so it is good to a few hundred KiB. The "
         "caller's own data buffer is not counted; an extracted record is. The delete target is "
-        "checked against the peak heap.",
+        "checked against the peak heap, as is the replace target: 1 MiB (the buffer records move through) + 16 KiB (the stdio buffer "
+        "of the opened file, the directory image) + 128 B per record (the parsed index).",
         "- Containers of 64 MiB or more run 5 iterations; the others run for at least 0.5 s of "
         "measured time. Google Benchmark from Debian warns that it was built as debug; that "
         "concerns its own bookkeeping, not the timed calls, which are measured with `steady_clock`.",
@@ -297,10 +371,15 @@ def main():
     p.add_argument("--build", required=True)
     p.add_argument("--data", required=True)
     p.add_argument("--out", required=True)
+    p.add_argument("--cli", help="JSON of scripts/bench-cli.sh")
     a = p.parse_args()
     with open(a.results) as f:
         results = json.load(f)
-    text = render(results, a.build, a.data)
+    cli = None
+    if a.cli:
+        with open(a.cli) as f:
+            cli = json.load(f)
+    text = render(results, a.build, a.data, cli)
     os.makedirs(os.path.dirname(a.out), exist_ok=True)
     with open(a.out, "w") as f:
         f.write(text + "\n")

@@ -3,6 +3,7 @@
 // together, and the directory written in one piece. Whatever the batch,
 // results, bytes and log lines must be those of field-by-field I/O, also
 // when a stream ends inside what a batch asked for.
+#include <android/log.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
@@ -134,6 +135,81 @@ TEST_P(BatchedReadTest, DirectoryLargerThanOneBatchReadsEveryEntryAndName) {
         EXPECT_EQ(length, 1) << i;
     }
     EXPECT_TRUE(logLines().empty()) << dumpLog();
+}
+
+// getAllNameOfDataList reads the names of neighbouring records in large
+// windows; whatever the damage, its result, names and log lines must be
+// those of reading the names one record at a time with _getNameOfData.
+TEST_P(BatchedReadTest, WindowedNameReadsMatchRecordByRecordReads) {
+    constexpr uint32_t kRecords = 6000;  // several windows
+    std::vector<RecordSpec> records;
+    for (uint32_t i = 0; i < kRecords; ++i) {
+        RecordSpec r{uint16_t(i % 3), recordName(i) + std::string(i % 40, 'n'), std::nullopt, Bytes(i % 90, uint8_t(i))};
+        if (r.type == 0) r.sub = Bytes(i % 5 + 1, 0x5B);
+        records.push_back(r);
+    }
+    const Bytes file = tevtest::buildContainer(tevtest::fakeJpeg(64), records);
+    // Where record k's name-length field lies, and its name.
+    auto fieldsAt = [&](uint32_t k) {
+        size_t at = 64;
+        for (uint32_t i = 0; i < k; ++i) at += tevtest::recordLength(records[i]);
+        return at + 4;
+    };
+    const uint32_t k = 4321;
+    const size_t nameAt = fieldsAt(k) + (records[k].sub ? 8 : 4);
+    const struct {
+        const char* label;
+        size_t patchAt;  // 0: none
+        uint32_t value;
+        int64_t cutAt;   // 0: none; the stream is cut after the directory was read
+    } cases[] = {
+        {"Whole", 0, 0, 0},
+        {"NameLengthZero", fieldsAt(k), 0, 0},
+        {"NameLengthTooLong", fieldsAt(k), 1025, 0},
+        {"SubLengthZero", fieldsAt(k + 2) + 4, 0, 0},  // record k + 2 has sub-information
+        {"CutInsideAName", 0, 0, int64_t(nameAt + 3)},
+        {"CutInsideLengthFields", 0, 0, int64_t(fieldsAt(k) + 2)},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.label);
+        Bytes damaged = file;
+        if (c.patchAt != 0) patchU32(damaged, c.patchAt, c.value);
+        auto namesOf = [&](bool windowed, std::vector<tevtest::LogLine>* log, std::vector<std::string>* names) {
+            InfoPtr info = locate(damaged);
+            EXPECT_TRUE(info);
+            EXPECT_EQ(getTEVList(info.get()), 1u);
+            if (c.cutAt != 0) {
+                EXPECT_EQ(stream().truncate(c.cutAt), 0);
+            }
+            tevtest::clearLog();
+            uint32_t result = 1;
+            if (windowed) {
+                result = getAllNameOfDataList(info.get());
+            } else {
+                for (uint32_t i = 0; i < info->meta_count && result == 1; ++i) {
+                    result = _getNameOfData(info.get(), i);
+                    if (result == 0) {
+                        __android_log_print(6, "TEV::getAllNameOfDataList", "%dth data has no name!", int(i));
+                    }
+                }
+            }
+            *log = logLines();
+            for (uint32_t i = 0; i < info->meta_count; ++i) {
+                names->push_back(info->meta_data[i]->name ? info->meta_data[i]->name : "(none)");
+            }
+            return result;
+        };
+        std::vector<tevtest::LogLine> windowedLog, oneByOneLog;
+        std::vector<std::string> windowedNames, oneByOneNames;
+        EXPECT_EQ(namesOf(true, &windowedLog, &windowedNames), namesOf(false, &oneByOneLog, &oneByOneNames));
+        ASSERT_EQ(windowedLog.size(), oneByOneLog.size()) << dumpLog();
+        for (size_t i = 0; i < windowedLog.size(); ++i) {
+            EXPECT_EQ(windowedLog[i].tag, oneByOneLog[i].tag);
+            EXPECT_EQ(windowedLog[i].text, oneByOneLog[i].text);
+        }
+        EXPECT_EQ(windowedNames, oneByOneNames);
+        EXPECT_EQ(c.patchAt == 0 && c.cutAt == 0, windowedLog.empty());
+    }
 }
 
 // A memory buffer of exactly `capacity` bytes holding `content`.

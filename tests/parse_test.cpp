@@ -252,15 +252,38 @@ TEST_F(ParseTest, VersionIsReadFromEitherEnding) {
     EXPECT_TRUE(loggedError("TEV::GetTEVVersion", "file has no suond OFFS")) << dumpLog();
 }
 
+// Small packs are scanned, large ones looked up through a table made on the
+// first look-up; both answer the earliest entry of a name.
 TEST_F(ParseTest, DuplicateNamesFindTheEarliestEntry) {
-    const std::vector<RecordSpec> records = {
-        {1, "one", std::nullopt, {'a'}}, {1, "two", std::nullopt, {'b'}}, {1, "one", std::nullopt, {'c'}}};
+    for (size_t extra : {0, 60}) {
+        std::vector<RecordSpec> records = {
+            {1, "one", std::nullopt, {'a'}}, {1, "two", std::nullopt, {'b'}}, {1, "one", std::nullopt, {'c'}}};
+        for (size_t i = 0; i < extra; ++i) records.push_back({1, "x" + std::to_string(i % 25), std::nullopt, {'d'}});
+        _TEV_info_pack* pack = checkTEVInStream(open(buildContainer(fakeJpeg(2000), records)));
+        ASSERT_NE(pack, nullptr) << dumpLog();
+        for (size_t i = 0; i < records.size(); ++i) {
+            size_t first = 0;
+            while (records[first].name != records[i].name) ++first;
+            EXPECT_EQ(_getIndexOfName(pack, records[i].name.c_str()), first) << records[i].name;
+        }
+        EXPECT_EQ(_getIndexOfName(pack, "on"), 0xFFFFFFFFu);
+        EXPECT_EQ(_getIndexOfName(pack, "x25"), 0xFFFFFFFFu);
+        EXPECT_TRUE(logLines().empty()) << dumpLog();
+        destroyTEVDATA_Stream(pack);
+    }
+}
+
+TEST_F(ParseTest, ANullNameInALargeListIsReportedAsTheScanReportsIt) {
+    std::vector<RecordSpec> records;
+    for (int i = 0; i < 40; ++i) records.push_back({1, "n" + std::to_string(i), std::nullopt, {'e'}});
     _TEV_info_pack* pack = checkTEVInStream(open(buildContainer(fakeJpeg(10), records)));
     ASSERT_NE(pack, nullptr) << dumpLog();
-    EXPECT_EQ(_getIndexOfName(pack, "two"), 1u);
-    EXPECT_EQ(_getIndexOfName(pack, "one"), 0u);
-    EXPECT_EQ(_getIndexOfName(pack, "on"), 0xFFFFFFFFu);
-    EXPECT_TRUE(logLines().empty()) << dumpLog();
+    char* saved = pack->name_list[7];
+    pack->name_list[7] = nullptr;
+    EXPECT_EQ(_getIndexOfName(pack, "n3"), 3u);
+    EXPECT_EQ(_getIndexOfName(pack, "n30"), 0xFFFFFFFFu);
+    EXPECT_TRUE(loggedError("TEVCommonAPIs::_getIndexOfName", "7 TEV_name null")) << dumpLog();
+    pack->name_list[7] = saved;
     destroyTEVDATA_Stream(pack);
 }
 

@@ -148,10 +148,39 @@ std::string recordName(_TEV_info_pack* pack, uint32_t index);
 // Data type of record `index` from its directory entry.
 uint32_t recordType(_TEV_info_pack* pack, uint32_t index);
 
+// The bytes of a whole file: mapped read-only for a regular file, so that
+// they reach the library without being copied through a read buffer; read
+// into memory for pipes and other special files, or when mapping fails.
+class FileBytes {
+public:
+    FileBytes() = default;
+    explicit FileBytes(std::vector<unsigned char> bytes) : bytes_(std::move(bytes)) {}
+    FileBytes(FileBytes&& other) noexcept { *this = std::move(other); }
+    FileBytes& operator=(FileBytes&& other) noexcept;
+    ~FileBytes();
+
+    // Takes over a read-only mapping of `size` bytes.
+    static FileBytes mapped(void* mapping, size_t size);
+
+    const unsigned char* data() const { return mapping_ != nullptr ? mapping_ : bytes_.data(); }
+    size_t size() const { return mapping_ != nullptr ? mappedSize_ : bytes_.size(); }
+    bool empty() const { return size() == 0; }
+
+private:
+    std::vector<unsigned char> bytes_;
+    unsigned char* mapping_ = nullptr;
+    size_t mappedSize_ = 0;
+};
+
 // Reads a whole file of at most `limit` bytes; reports and returns nullopt
 // on failure or when the file is larger.
-std::optional<std::vector<unsigned char>> readWholeFile(const std::string& path, uint64_t limit,
-                                                       const std::string& what);
+std::optional<FileBytes> readWholeFile(const std::string& path, uint64_t limit, const std::string& what);
+
+// Copies `length` bytes from position `at` of descriptor `in` to descriptor
+// `out` at its current offset: inside the kernel (copy_file_range, else
+// sendfile) where the descriptors allow it, else through a bounded buffer.
+// False on a failed or short copy.
+bool copyBytes(int in, int64_t at, int out, int64_t length);
 
 // Name shown in text output: control bytes and backslashes as \xNN, the
 // rest (UTF-8 included) as it is.

@@ -1,13 +1,17 @@
 #include "cli.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <android/log.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 namespace tevcli {
 namespace {
@@ -153,30 +157,156 @@ uint32_t recordType(_TEV_info_pack* pack, uint32_t index) {
     return _getDataType(info->meta_data[index]->meta_type);
 }
 
-std::optional<std::vector<unsigned char>> readWholeFile(const std::string& path, uint64_t limit,
-                                                       const std::string& what) {
-    FilePtr fp(std::fopen(path.c_str(), "rb"));
+FileBytes& FileBytes::operator=(FileBytes&& other) noexcept {
+    if (this != &other) {
+        if (mapping_ != nullptr) munmap(mapping_, mappedSize_);
+        bytes_ = std::move(other.bytes_);
+        mapping_ = std::exchange(other.mapping_, nullptr);
+        mappedSize_ = std::exchange(other.mappedSize_, 0);
+    }
+    return *this;
+}
+
+FileBytes::~FileBytes() {
+    if (mapping_ != nullptr) munmap(mapping_, mappedSize_);
+}
+
+FileBytes FileBytes::mapped(void* mapping, size_t size) {
+    FileBytes bytes;
+    bytes.mapping_ = static_cast<unsigned char*>(mapping);
+    bytes.mappedSize_ = size;
+    return bytes;
+}
+
+namespace {
+
+struct FdCloser {
+    int fd;
+    ~FdCloser() {
+        if (fd >= 0) close(fd);
+    }
+};
+
+// Reads until the end of a descriptor whose size is not known beforehand.
+std::optional<FileBytes> readUntilEnd(int fd, const std::string& path, uint64_t limit, const std::string& what) {
+    std::vector<unsigned char> bytes;
+    constexpr size_t kStep = 1 << 16;
+    for (;;) {
+        const size_t used = bytes.size();
+        bytes.resize(used + kStep);
+        const ssize_t got = read(fd, bytes.data() + used, kStep);
+        if (got < 0 && errno == EINTR) {
+            bytes.resize(used);
+            continue;
+        }
+        if (got < 0) {
+            fail(path, "cannot read " + what);
+            return std::nullopt;
+        }
+        bytes.resize(used + static_cast<size_t>(got));
+        if (got == 0) return FileBytes(std::move(bytes));
+        if (bytes.size() >= limit) {
+            fail(path, what + " is too big (limit " + std::to_string(limit - 1) + " bytes)");
+            return std::nullopt;
+        }
+    }
+}
+
+// The whole of a regular file of `size` bytes, read through a buffer.
+std::optional<FileBytes> readRegular(int fd, const std::string& path, uint64_t size, const std::string& what) {
+    std::vector<unsigned char> bytes(size);
+    for (uint64_t done = 0; done < size;) {
+        const ssize_t got = pread(fd, bytes.data() + done, size - done, static_cast<off_t>(done));
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) {
+            fail(path, "cannot read " + what);
+            return std::nullopt;
+        }
+        done += static_cast<uint64_t>(got);
+    }
+    return FileBytes(std::move(bytes));
+}
+
+}  // namespace
+
+std::optional<FileBytes> readWholeFile(const std::string& path, uint64_t limit, const std::string& what) {
+    FdCloser file{open(path.c_str(), O_RDONLY | O_CLOEXEC)};
     struct stat st {};
-    if (!fp || fstat(fileno(fp.get()), &st) != 0) {
+    if (file.fd < 0 || fstat(file.fd, &st) != 0) {
         fail(path, "cannot open " + what + ": " + errnoText());
         return std::nullopt;
     }
-    if (!S_ISREG(st.st_mode)) {
-        fail(path, what + " is not a regular file");
-        return std::nullopt;
-    }
+    if (!S_ISREG(st.st_mode)) return readUntilEnd(file.fd, path, limit, what);
     const uint64_t size = static_cast<uint64_t>(st.st_size);
     if (size >= limit) {
         fail(path, what + " of " + std::to_string(size) + " bytes is too big (limit " +
                        std::to_string(limit - 1) + " bytes)");
         return std::nullopt;
     }
-    std::vector<unsigned char> bytes(size);
-    if (size > 0 && std::fread(bytes.data(), 1, size, fp.get()) != size) {
-        fail(path, "cannot read " + what);
-        return std::nullopt;
+    if (size == 0) return FileBytes();
+    // The pages are mapped in up front: the library hands them to write()
+    // in one piece, and faulting them in one by one would cost more.
+    void* mapping = mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, file.fd, 0);
+    if (mapping == MAP_FAILED) return readRegular(file.fd, path, size, what);
+    return FileBytes::mapped(mapping, size);
+}
+
+namespace {
+
+// Errors after which a kernel-side copy is not possible for these
+// descriptors, and the next method is tried instead.
+bool cannotCopyHere(int error) {
+    return error == EXDEV || error == EINVAL || error == ENOSYS || error == EBADF ||
+           error == EOPNOTSUPP || error == ETXTBSY || error == EPERM;
+}
+
+// Moves what it can with `step` (a kernel-side copy that advances `at`);
+// returns false on a real failure, true with `remaining` left over when the
+// method does not apply to these descriptors.
+template <typename Step>
+bool copyWith(Step step, int64_t& remaining) {
+    while (remaining > 0) {
+        const ssize_t moved = step(static_cast<size_t>(std::min<int64_t>(remaining, int64_t{1} << 30)));
+        if (moved > 0) {
+            remaining -= moved;
+            continue;
+        }
+        if (moved < 0 && errno == EINTR) continue;
+        return moved < 0 && cannotCopyHere(errno);
     }
-    return bytes;
+    return true;
+}
+
+}  // namespace
+
+bool copyBytes(int in, int64_t at, int out, int64_t length) {
+    int64_t remaining = length;
+    loff_t from = at;
+    if (!copyWith([&](size_t n) { return copy_file_range(in, &from, out, nullptr, n, 0); }, remaining)) {
+        return false;
+    }
+    off_t offset = static_cast<off_t>(from);
+    if (remaining > 0 &&
+        !copyWith([&](size_t n) { return sendfile(out, in, &offset, n); }, remaining)) {
+        return false;
+    }
+    if (remaining == 0) return true;
+    constexpr size_t kChunk = 1 << 20;
+    std::vector<unsigned char> chunk(static_cast<size_t>(std::min<int64_t>(remaining, kChunk)));
+    while (remaining > 0) {
+        const ssize_t got = pread(in, chunk.data(), std::min<size_t>(chunk.size(), remaining), offset);
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) return false;
+        for (ssize_t written = 0; written < got;) {
+            const ssize_t put = write(out, chunk.data() + written, static_cast<size_t>(got - written));
+            if (put < 0 && errno == EINTR) continue;
+            if (put <= 0) return false;
+            written += put;
+        }
+        offset += got;
+        remaining -= got;
+    }
+    return true;
 }
 
 std::string printable(const std::string& name) {

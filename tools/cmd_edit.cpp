@@ -28,7 +28,7 @@ constexpr uint32_t kDefaultType = 1;
 // What a replaced record keeps unless the command gives it anew.
 struct Kept {
     uint32_t type = kDefaultType;
-    std::vector<unsigned char> subInfo;
+    FileBytes subInfo;
 };
 
 std::optional<Kept> keptFromRecord(_TEV_info_pack* pack, const std::string& name) {
@@ -36,7 +36,9 @@ std::optional<Kept> keptFromRecord(_TEV_info_pack* pack, const std::string& name
     if (!unit) return std::nullopt;
     Kept kept;
     kept.type = unit->data_type;
-    if (unit->sub_info != nullptr) kept.subInfo.assign(unit->sub_info, unit->sub_info + unit->sub_info_length);
+    if (unit->sub_info != nullptr) {
+        kept.subInfo = FileBytes(std::vector<unsigned char>(unit->sub_info, unit->sub_info + unit->sub_info_length));
+    }
     return kept;
 }
 
@@ -55,8 +57,8 @@ bool hasRecord(_TEV_info_pack* pack, const std::string& name) {
     return false;
 }
 
-std::optional<std::vector<unsigned char>> loadData(const AddOptions& o) {
-    if (o.dataText) return std::vector<unsigned char>(o.dataText->begin(), o.dataText->end());
+std::optional<FileBytes> loadData(const AddOptions& o) {
+    if (o.dataText) return FileBytes(std::vector<unsigned char>(o.dataText->begin(), o.dataText->end()));
     return readWholeFile(o.dataFile, kTooBigDataLength, "data file");
 }
 
@@ -97,11 +99,11 @@ int runAdd(const AddOptions& o) {
             return fail(o.file, *why + "; adding would start a second container (use --force to add anyway)");
         }
     }
-    const std::optional<std::vector<unsigned char>> data = loadData(o);
+    const std::optional<FileBytes> data = loadData(o);
     if (!data) return kExitFailed;
     Kept kept;
     if (!o.subInfoFile.empty()) {
-        std::optional<std::vector<unsigned char>> loaded =
+        std::optional<FileBytes> loaded =
             readWholeFile(o.subInfoFile, kTooBigDataLength, "sub-information file");
         if (!loaded) return kExitFailed;
         if (loaded->empty()) return fail(o.subInfoFile, "the sub-information file is empty");
@@ -122,7 +124,7 @@ int runAdd(const AddOptions& o) {
         }
     }
     if (o.type) kept.type = *o.type;
-    std::vector<unsigned char>& sub = kept.subInfo;
+    const FileBytes& sub = kept.subInfo;
     if (std::optional<std::string> why = refuseArguments(*facts, data->size(), kept.type, sub.size())) {
         return fail(o.file, *why);
     }

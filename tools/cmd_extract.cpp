@@ -1,6 +1,8 @@
 // `tev extract FILE NAME`: a record's data (or sub-information) to a file or
 // to standard output.
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -23,15 +25,26 @@ bool sameFile(const std::string& a, const std::string& b) {
            sa.st_ino == sb.st_ino;
 }
 
-int writeBytes(const Options& o, const unsigned char* bytes, uint32_t length) {
+// Copies `part` of the file to the output inside the kernel where it can.
+int writeBytes(const Options& o, const TevOffsetInfo& part) {
+    const int in = open(o.file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (in < 0) return fail(o.file, std::string("cannot open: ") + std::strerror(errno));
+    int status = kExitOk;
     if (o.output.empty() || o.output == "-") {
-        return writeOut(bytes, length) ? int{kExitOk} : fail("<stdout>", "cannot write the output");
+        if (std::fflush(out()) != 0 || !copyBytes(in, part.position, fileno(out()), part.length)) {
+            status = fail("<stdout>", "cannot write the output");
+        }
+    } else {
+        const int to = open(o.output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+        if (to < 0) {
+            status = fail(o.output, std::string("cannot open for writing: ") + std::strerror(errno));
+        } else {
+            const bool copied = copyBytes(in, part.position, to, part.length);
+            if (close(to) != 0 || !copied) status = fail(o.output, "cannot write the output");
+        }
     }
-    FilePtr fp(std::fopen(o.output.c_str(), "wb"));
-    if (!fp) return fail(o.output, std::string("cannot open for writing: ") + std::strerror(errno));
-    const bool written = std::fwrite(bytes, 1, length, fp.get()) == length;
-    if (!written || std::fclose(fp.release()) != 0) return fail(o.output, "cannot write the output");
-    return kExitOk;
+    close(in);
+    return status;
 }
 
 int run(const Options& o) {
@@ -45,14 +58,13 @@ int run(const Options& o) {
     }
     PackPtr pack = requireContainer(o.file, *facts);
     if (!pack) return kExitFailed;
-    const UnitPtr unit(extractTEVDataFromFilebyName(pack.get(), o.name.c_str(),
-                                                    static_cast<unsigned int>(o.name.size())));
-    if (!unit) return fail(o.file, "no record named \"" + printable(o.name) + "\"");
-    if (!o.subInfo) return writeBytes(o, unit->data, unit->data_length);
-    if (unit->sub_info == nullptr || unit->sub_info_length == 0) {
-        return fail(o.file, "record \"" + printable(o.name) + "\" has no sub-information");
-    }
-    return writeBytes(o, unit->sub_info, unit->sub_info_length);
+    // Where the record's bytes lie; the tool copies them itself.
+    const OffsetPtr data(getTEVInFileByName(pack.get(), o.name.c_str()));
+    if (!data) return fail(o.file, "no record named \"" + printable(o.name) + "\"");
+    if (!o.subInfo) return writeBytes(o, *data);
+    const OffsetPtr sub(getTEVSubInfoInFileByName(pack.get(), o.name.c_str()));
+    if (!sub) return fail(o.file, "record \"" + printable(o.name) + "\" has no sub-information");
+    return writeBytes(o, *sub);
 }
 
 }  // namespace

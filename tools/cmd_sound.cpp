@@ -156,7 +156,7 @@ int runList(const std::string& path, bool json) {
 int runAdd(const std::string& path, const std::string& name, const std::string& dataFile) {
     const std::optional<SoundFacts> facts = describeSounds(path, true);
     if (!facts) return kExitFailed;
-    std::optional<std::vector<unsigned char>> data = readWholeFile(dataFile, kTooBigDataLength, "data file");
+    std::optional<FileBytes> data = readWholeFile(dataFile, kTooBigDataLength, "data file");
     if (!data) return kExitFailed;
     if (data->empty()) return fail(dataFile, "the sound is empty");
     // The sound goes in once, plus one more copy of the old bare sound when
@@ -167,7 +167,9 @@ int runAdd(const std::string& path, const std::string& name, const std::string& 
     if (facts->signature == SIGNATURE_TEV && !requireContainer(path, {facts->size, facts->signature})) {
         return kExitFailed;
     }
-    if (saveVoxaToImageFile(path.c_str(), data->data(), static_cast<uint32_t>(data->size()), name.data(),
+    // The library takes the sound through a non-const pointer but only reads it.
+    unsigned char* sound = const_cast<unsigned char*>(data->data());
+    if (saveVoxaToImageFile(path.c_str(), sound, static_cast<uint32_t>(data->size()), name.data(),
                             static_cast<uint32_t>(name.size())) != 1) {
         return fail(path, "could not save sound \"" + printable(name) + "\"");
     }

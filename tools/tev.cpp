@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cli.h"
@@ -27,17 +28,22 @@ std::string versionText() {
     return text;
 }
 
-std::string commandList(const CLI::App& app) {
+using Maker = Command (*)(CLI::App&);
+constexpr std::pair<const char*, Maker> kCommands[] = {
+    {"info", addInfoCommand},     {"list", addListCommand},     {"extract", addExtractCommand},
+    {"add", addAddCommand},       {"delete", addDeleteCommand}, {"clear", addClearCommand},
+    {"sound", addSoundCommand},   {"copy", addCopyCommand},
+};
+
+std::string commandList() {
     std::string names;
-    for (const CLI::App* sub : app.get_subcommands({})) {
-        names += (names.empty() ? "" : ", ") + sub->get_name();
-    }
+    for (const auto& command : kCommands) names += (names.empty() ? "" : ", ") + std::string(command.first);
     return names;
 }
 
-bool isCommand(const CLI::App& app, const std::string& word) {
-    for (const CLI::App* sub : app.get_subcommands({})) {
-        if (sub->get_name() == word) return true;
+bool isCommand(const std::string& word) {
+    for (const auto& command : kCommands) {
+        if (word == command.first) return true;
     }
     return false;
 }
@@ -78,22 +84,29 @@ int main(int argc, char** argv) {
     app.add_flag("-v,--verbose", verbose, "Show the library's own log lines on stderr");
     app.add_flag("--json", json, "Print one JSON object, also on failure (every command)");
 
-    const std::vector<Command> commands = {
-        addInfoCommand(app),    addListCommand(app),   addExtractCommand(app),
-        addAddCommand(app),     addDeleteCommand(app), addClearCommand(app),
-        addSoundCommand(app),   addCopyCommand(app),
-    };
     setJsonMode(asksForJson(argc, argv));
 
-    // `tev help [COMMAND]` is `tev [COMMAND] --help`; an unknown first word
-    // is named as such, with the list of commands.
+    // The global options are flags, so the first word that is not an option
+    // names the subcommand. `tev help [COMMAND]` is `tev [COMMAND] --help`;
+    // an unknown name is reported as such, with the list of subcommands.
     std::vector<std::string> args(argv + 1, argv + argc);
-    if (!args.empty() && args[0] == "help") {
-        args.erase(args.begin());
+    const auto isWord = [](const std::string& a) { return a.rfind('-', 0) != 0; };
+    auto named = std::find_if(args.begin(), args.end(), isWord);
+    if (named != args.end() && *named == "help") {
+        args.erase(named);
         args.emplace_back("--help");
-    } else if (!args.empty() && args[0].rfind('-', 0) != 0 && !isCommand(app, args[0])) {
-        usage("unknown subcommand \"" + args[0] + "\" (one of: " + commandList(app) + ")");
+        named = std::find_if(args.begin(), args.end(), isWord);
+    } else if (named != args.end() && !isCommand(*named)) {
+        usage("unknown subcommand \"" + *named + "\" (one of: " + commandList() + ")");
         return finishJson("", kExitUsage);
+    }
+
+    // Setting up a subcommand's options is most of the parser's cost, and the
+    // tool runs once per operation: only the named subcommand is set up, or
+    // all of them when none is named (so that help can list them).
+    std::vector<Command> commands;
+    for (const auto& [name, make] : kCommands) {
+        if (named == args.end() || *named == name) commands.push_back(make(app));
     }
     std::reverse(args.begin(), args.end());
 

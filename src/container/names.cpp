@@ -2,6 +2,9 @@
 // and looked up by name in a pack's name list.
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <new>
+#include <algorithm>
 
 #include "container/format.h"
 #include "container/index.h"
@@ -51,14 +54,15 @@ bool subLengthAccepted(bool read, uint32_t subLength) {
     return false;
 }
 
-// Reads the name that starts at `nameAt`, where the stream stands, and
-// stores it with its lengths in the entry.
-bool readName(TevStream& stream, const _TEV_info& info, _TEV_data_info& entry, uint32_t nameLength,
-              uint32_t subLength, int64_t nameAt) {
+// Stores a copy of the name with its lengths in the entry. The name's bytes
+// come from `copy`, which fills the buffer it is given and says whether it
+// could; `nameAt` is where the name lies in the stream.
+template <typename Copy>
+bool storeName(const _TEV_info& info, _TEV_data_info& entry, uint32_t nameLength, uint32_t subLength,
+               int64_t nameAt, Copy copy) {
     tev::KUnique<char> name(static_cast<char*>(_kmalloc(size_t{nameLength} + 1)));
     if (!name) return false;
-    if (!tev::rangeFits(nameAt, nameLength, info.stream_size) ||
-        !tev::readFully(stream, name.get(), nameLength)) {
+    if (!tev::rangeFits(nameAt, nameLength, info.stream_size) || !copy(name.get())) {
         tev::logLine(tev::kLogError, "TEVInternal::_getNameOfData", "name read size < 0");
         return false;
     }
@@ -67,6 +71,13 @@ bool readName(TevStream& stream, const _TEV_info& info, _TEV_data_info& entry, u
     entry.name_length = nameLength;
     entry.sub_info_length = subLength;
     return true;
+}
+
+// Reads the name that starts at `nameAt`, where the stream stands.
+bool readName(TevStream& stream, const _TEV_info& info, _TEV_data_info& entry, uint32_t nameLength,
+              uint32_t subLength, int64_t nameAt) {
+    return storeName(info, entry, nameLength, subLength, nameAt,
+                     [&](char* name) { return tev::readFully(stream, name, nameLength); });
 }
 
 // Name length, [sub-information length] and name, one field at a time; the
@@ -102,40 +113,173 @@ bool readTagHeader(TevStream& stream, const _TEV_info& info, _TEV_data_info& ent
     return readName(stream, info, entry, nameLength, subLength, fieldsAt + size);
 }
 
-uint32_t readNameOfEntry(_TEV_info* info, uint32_t index) {
+// The refusals of _getNameOfData, in the order they are checked.
+bool entryNameReadable(const _TEV_info* info, uint32_t index) {
     if (info == nullptr) {
         tev::logLine(tev::kLogError, "TEVInternal::_getNameOfData", "TEV_info NULL");
-        return 0;
+        return false;
     }
     if (index >= info->meta_count) {
         tev::logLine(tev::kLogError, "TEVInternal::_getNameOfData", "index false");
-        return 0;
+        return false;
     }
     if (info->Stream == nullptr) {
         tev::logLine(tev::kLogError, "TEVInternal::_getNameOfData", "Stream is null");
-        return 0;
+        return false;
     }
     if (!info->Stream->CheckError()) {
         tev::logLine(tev::kLogError, "TEVInternal::_getNameOfData", "Pointer is null");
-        return 0;
+        return false;
     }
     if (info->stream_size < 1) {
         tev::logLine(tev::kLogError, "TEVInternal::_getNameOfData", "stream_size <= 0");
-        return 0;
+        return false;
     }
     if (info->meta_data == nullptr || info->meta_data[index] == nullptr) {
         tev::logLine(tev::kLogError, "TEVInternal::_getNameOfData", "meta_data NULL");
-        return 0;
+        return false;
     }
-    _TEV_data_info& entry = *info->meta_data[index];
-    if (entry.start_offset == 0) {
+    if (info->meta_data[index]->start_offset == 0) {
         tev::logLine(tev::kLogError, "TEVInternal::_getNameOfData", "start_offset <= 0");
-        return 0;
+        return false;
     }
+    return true;
+}
+
+uint32_t readNameOfEntry(_TEV_info* info, uint32_t index) {
+    if (!entryNameReadable(info, index)) return 0;
+    _TEV_data_info& entry = *info->meta_data[index];
     forgetName(entry);
     const int64_t fieldsAt = seekToNameLength(*info->Stream, *info, entry);
     if (fieldsAt < 0) return 0;
     return readTagHeader(*info->Stream, *info, entry, fieldsAt) ? 1 : 0;
+}
+
+// Bytes of the stream read in one piece, from which the tag headers of
+// neighbouring records are decoded: a container of many small records has
+// its names read in a few large reads instead of a seek and two reads per
+// record. A window spans at most kWindowSize bytes, so a large container is
+// read in windows; a record whose header does not lie wholly inside the
+// window is read field by field as before.
+class HeaderWindow {
+public:
+    static constexpr int64_t kWindowSize = 128 * 1024;
+    // The most a tag header can take from its name-length field on.
+    static constexpr int64_t kMaxHeader = tev::kFieldSize + tev::kSubInfoLengthSize + tev::kMaxNameLength;
+
+    // Room for a window from the first entry's header to the last one's, or
+    // kWindowSize when they lie further apart.
+    bool allocate(const _TEV_info& info) {
+        const int64_t first = info.meta_count > 0 ? fieldsPosition(info, 0) : -1;
+        const int64_t last = info.meta_count > 0 ? fieldsPosition(info, info.meta_count - 1) : -1;
+        const int64_t span = first >= 0 && last >= first ? last - first : 0;
+        capacity_ = std::min(span, kWindowSize - kMaxHeader) + kMaxHeader;
+        bytes_.reset(new (std::nothrow) unsigned char[capacity_]);
+        return bytes_ != nullptr;
+    }
+
+    // Reads the window that starts at entry `first`'s name-length field and
+    // reaches the headers of as many following entries as fit.
+    void load(const _TEV_info& info, uint32_t first) {
+        start_ = size_ = 0;
+        const int64_t from = fieldsPosition(info, first);
+        if (from < 0) return;
+        int64_t end = from;
+        for (uint32_t i = first; i < info.meta_count; ++i) {
+            const int64_t at = fieldsPosition(info, i);
+            if (i > first && (at < from || at - from > capacity_ - kMaxHeader)) break;
+            end = std::max(end, at + kMaxHeader);
+        }
+        end = std::min({end, info.stream_size, from + capacity_});
+        if (end <= from) return;
+        TevStream& stream = *info.Stream;
+        if (stream.seek(from, tev::kSeekSet) != from) return;
+        const int64_t got = stream.read(bytes_.get(), end - from);
+        start_ = from;
+        size_ = std::max<int64_t>(got, 0);
+    }
+
+    bool covers(int64_t position, int64_t length) const {
+        return position >= start_ && length >= 0 && position - start_ <= size_ - length;
+    }
+    const unsigned char* at(int64_t position) const { return bytes_.get() + (position - start_); }
+
+    // Where entry `index`'s name-length field lies; -1 when it cannot be
+    // computed (the field-by-field reader then reports why).
+    static int64_t fieldsPosition(const _TEV_info& info, uint32_t index) {
+        const _TEV_data_info* entry = info.meta_data[index];
+        uint32_t distance = 0;
+        if (entry == nullptr || !tev::checkedAdd(info.header_offset, entry->start_offset, &distance)) {
+            return -1;
+        }
+        const int64_t start = tev::recordStart(info, *entry);
+        return start < 0 ? -1 : start + tev::kFieldSize;
+    }
+
+private:
+    std::unique_ptr<unsigned char[]> bytes_;
+    int64_t capacity_ = 0;
+    int64_t start_ = 0;
+    int64_t size_ = 0;
+};
+
+enum class WindowResult { kRead, kFailed, kNotCovered };
+
+// Entry `index`'s name and lengths from the window, with the checks and log
+// lines of the field-by-field reader. kNotCovered when the header does not
+// lie wholly inside the window; nothing is logged or changed then.
+WindowResult nameFromWindow(const HeaderWindow& window, const _TEV_info& info, uint32_t index,
+                            int64_t* nameEnd) {
+    _TEV_data_info& entry = *info.meta_data[index];
+    const int64_t fieldsAt = HeaderWindow::fieldsPosition(info, index);
+    const bool hasSub = entry.has_sub_info != 0;
+    const int64_t fieldsSize = hasSub ? tev::kFieldSize + tev::kSubInfoLengthSize : tev::kFieldSize;
+    if (fieldsAt < 0 || !window.covers(fieldsAt, fieldsSize)) return WindowResult::kNotCovered;
+    const uint32_t nameLength = tev::loadLittleEndian32(window.at(fieldsAt));
+    const int64_t nameAt = fieldsAt + fieldsSize;
+    const bool nameCovered = window.covers(nameAt, nameLength);
+    forgetName(entry);
+    if (!nameLengthAccepted(nameLength)) return WindowResult::kFailed;
+    const uint32_t subLength = hasSub ? tev::loadLittleEndian32(window.at(fieldsAt + tev::kFieldSize)) : 0;
+    if (hasSub && !subLengthAccepted(true, subLength)) return WindowResult::kFailed;
+    if (!nameCovered) return WindowResult::kNotCovered;
+    const bool stored = storeName(info, entry, nameLength, subLength, nameAt, [&](char* name) {
+        std::memcpy(name, window.at(nameAt), nameLength);
+        return true;
+    });
+    *nameEnd = nameAt + nameLength;
+    return stored ? WindowResult::kRead : WindowResult::kFailed;
+}
+
+// Every entry's name, through windows where they help. Returns the first
+// entry whose name could not be had, or meta_count. The stream is left where
+// the field-by-field reader would have left it: behind the last name read.
+uint32_t readNamesInWindows(_TEV_info* info, HeaderWindow& window) {
+    int64_t nameEnd = -1;
+    for (uint32_t i = 0; i < info->meta_count; ++i) {
+        if (!entryNameReadable(info, i)) return i;
+        WindowResult result = nameFromWindow(window, *info, i, &nameEnd);
+        if (result == WindowResult::kNotCovered) {
+            window.load(*info, i);
+            result = nameFromWindow(window, *info, i, &nameEnd);
+        }
+        if (result == WindowResult::kFailed) return i;
+        if (result == WindowResult::kNotCovered) {
+            nameEnd = -1;
+            if (readNameOfEntry(info, i) == 0) return i;
+        }
+    }
+    if (nameEnd >= 0) info->Stream->seek(nameEnd, tev::kSeekSet);
+    return info->meta_count;
+}
+
+// Every entry's name, each with a seek and its own reads. Returns the first
+// entry whose name could not be had, or meta_count.
+uint32_t readNamesOneByOne(_TEV_info* info) {
+    for (uint32_t i = 0; i < info->meta_count; ++i) {
+        if (readNameOfEntry(info, i) == 0) return i;
+    }
+    return info->meta_count;
 }
 
 uint32_t readAllNames(_TEV_info* info) {
@@ -159,12 +303,12 @@ uint32_t readAllNames(_TEV_info* info) {
         tev::logLine(tev::kLogError, "TEV::getAllNameOfDataList", "meta_data NULL");
         return 0;
     }
-    for (uint32_t i = 0; i < info->meta_count; ++i) {
-        if (readNameOfEntry(info, i) == 0) {
-            tev::logLine(tev::kLogError, "TEV::getAllNameOfDataList", "%dth data has no name!",
-                         static_cast<int>(i));
-            return 0;
-        }
+    HeaderWindow window;
+    const uint32_t failed = window.allocate(*info) ? readNamesInWindows(info, window) : readNamesOneByOne(info);
+    if (failed < info->meta_count) {
+        tev::logLine(tev::kLogError, "TEV::getAllNameOfDataList", "%dth data has no name!",
+                     static_cast<int>(failed));
+        return 0;
     }
     return 1;
 }
@@ -179,8 +323,84 @@ uint32_t getAllNameOfDataList(_TEV_info* info) { return readAllNames(info); }
 
 uint32_t getAllNameOfDataListBuffer(_TEV_info* info) { return readAllNames(info); }
 
+namespace {
+
+// A name → index table kept with a pack, so that by-name look-ups in a pack
+// of many records do not compare the name with every entry in turn. It is
+// made on the first look-up and lives in the pack's owned buffers (`units`),
+// which the pack's destroyers free. It answers exactly what the scan in
+// directory order answers: the first entry of that name. A pack whose list
+// holds a null name, whose units are someone else's, or which is small, is
+// scanned instead.
+struct NameTable {
+    uint64_t mark;
+    char** names;        // the name list the table was made from
+    uint32_t count;      // its length
+    uint32_t slotMask;   // slot count - 1; the slot count is a power of two
+    // Followed by the slots: entry index + 1, or 0 for an empty slot.
+    uint32_t* slots() { return reinterpret_cast<uint32_t*>(this + 1); }
+};
+
+constexpr uint64_t kNameTableMark = 0x544556'4e414d45ull;  // "TEVNAME"
+constexpr uint32_t kNameTableMinimum = 16;
+constexpr uint32_t kNotFound = 0xFFFFFFFFu;
+
+uint32_t hashName(const char* name) {
+    uint32_t hash = 2166136261u;
+    for (const unsigned char* c = reinterpret_cast<const unsigned char*>(name); *c != 0; ++c) {
+        hash = (hash ^ *c) * 16777619u;
+    }
+    return hash;
+}
+
+NameTable* tableOf(const _TEV_info_pack& pack) {
+    if (pack.unit_count != 1 || pack.units == nullptr || pack.units[0] == nullptr) return nullptr;
+    auto* table = static_cast<NameTable*>(pack.units[0]);
+    if (table->mark != kNameTableMark || table->names != pack.name_list || table->count != pack.data_count) {
+        return nullptr;
+    }
+    return table;
+}
+
+NameTable* makeTable(_TEV_info_pack& pack) {
+    if (pack.unit_count != 0 || pack.units != nullptr || pack.data_count < kNameTableMinimum) return nullptr;
+    for (uint32_t i = 0; i < pack.data_count; ++i) {
+        if (pack.name_list[i] == nullptr) return nullptr;
+    }
+    uint32_t slotCount = kNameTableMinimum;
+    while (slotCount < pack.data_count * uint64_t{2}) slotCount *= 2;
+    tev::KUnique<NameTable> table(
+        static_cast<NameTable*>(_kmalloc(sizeof(NameTable) + size_t{slotCount} * sizeof(uint32_t))));
+    tev::KUnique<void*> units(static_cast<void**>(_kmalloc(sizeof(void*))));
+    if (!table || !units) return nullptr;
+    *table = NameTable{kNameTableMark, pack.name_list, pack.data_count, slotCount - 1};
+    uint32_t* slots = table->slots();
+    for (uint32_t i = 0; i < pack.data_count; ++i) {
+        uint32_t slot = hashName(pack.name_list[i]) & table->slotMask;
+        bool seen = false;
+        for (; slots[slot] != 0 && !seen; slot = (slot + 1) & table->slotMask) {
+            seen = std::strcmp(pack.name_list[slots[slot] - 1], pack.name_list[i]) == 0;
+        }
+        if (!seen) slots[slot] = i + 1;  // a repeated name keeps its first entry
+    }
+    units.get()[0] = table.release();
+    pack.units = units.release();
+    pack.unit_count = 1;
+    return static_cast<NameTable*>(pack.units[0]);
+}
+
+uint32_t lookUp(NameTable& table, const char* name) {
+    const uint32_t* slots = table.slots();
+    for (uint32_t slot = hashName(name) & table.slotMask; slots[slot] != 0; slot = (slot + 1) & table.slotMask) {
+        const uint32_t index = slots[slot] - 1;
+        if (std::strcmp(table.names[index], name) == 0) return index;
+    }
+    return kNotFound;
+}
+
+}  // namespace
+
 uint32_t _getIndexOfName(_TEV_info_pack* pack, const char* name) {
-    constexpr uint32_t kNotFound = 0xFFFFFFFFu;
     if (name == nullptr) {
         tev::logLine(tev::kLogError, "TEVAPIs::_getIndexOfName", "name null");
         return kNotFound;
@@ -193,6 +413,9 @@ uint32_t _getIndexOfName(_TEV_info_pack* pack, const char* name) {
         tev::logLine(tev::kLogError, "TEVCommonAPIs::_getIndexOfName", "TEV_name_list null");
         return kNotFound;
     }
+    NameTable* table = tableOf(*pack);
+    if (table == nullptr) table = makeTable(*pack);
+    if (table != nullptr) return lookUp(*table, name);
     for (uint32_t i = 0; i < pack->data_count; ++i) {
         if (pack->name_list[i] == nullptr) {
             tev::logLine(tev::kLogError, "TEVCommonAPIs::_getIndexOfName", "%d TEV_name null",

@@ -1,4 +1,4 @@
-// Deleting several records by index in one rebuild of the container.
+// Deleting several records by index in one in-place rebuild of the container.
 #include <cstdio>
 
 #include "container/format.h"
@@ -11,7 +11,6 @@ using tev::deleting::locateRecords;
 using tev::deleting::RebuildStatus;
 using tev::deleting::RecordSpan;
 using tev::deleting::Removal;
-using tev::deleting::TempStream;
 
 namespace {
 
@@ -43,9 +42,8 @@ bool multiDeleteUsable(const _TEV_info& info, RecordSpan* span) {
     return true;
 }
 
-bool rebuildInto(TempStream& temp, const _TEV_info& info, const RecordSpan& span,
-                 const Removal& removal) {
-    switch (tev::deleting::writeRebuiltContainer(*info.Stream, info, span, removal, temp.stream())) {
+bool rebuildReported(const _TEV_info& info, const RecordSpan& span, const Removal& removal) {
+    switch (tev::deleting::rebuildInPlace(*info.Stream, info, span, removal)) {
         case RebuildStatus::kOk:
             return true;
         case RebuildStatus::kNoMemory:
@@ -62,7 +60,7 @@ bool rebuildInto(TempStream& temp, const _TEV_info& info, const RecordSpan& span
 }
 
 // The stream is cut at the old "TEVH" position plus the new container's
-// length. That is this function's established cut, not the end of the copied
+// length. That is this function's established cut, not the end of the written
 // bytes: what lies between them stays (or reads as zeros past the old end).
 // A memory buffer cannot grow, so a cut beyond its capacity is refused.
 bool cutAfterRebuild(TevStream& stream, const RecordSpan& span, int64_t length) {
@@ -80,20 +78,9 @@ bool cutAfterRebuild(TevStream& stream, const RecordSpan& span, int64_t length) 
 }
 
 uint32_t replaceContainer(const _TEV_info& info, const RecordSpan& span, const Removal& removal) {
+    if (!rebuildReported(info, span, removal)) return LUMET_TEV_FALSE;
     const int64_t length = tev::deleting::rebuiltLength(info, span, removal);
-    TempStream temp;
-    if (!temp.open(length)) {
-        tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "TempHandle is null");
-        return LUMET_TEV_FALSE;
-    }
-    if (!rebuildInto(temp, info, span, removal)) return LUMET_TEV_FALSE;
-    TevStream& stream = *info.Stream;
-    if (temp.written() != length ||
-        !tev::deleting::copyBack(stream, span.first, temp.stream(), length)) {
-        tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "File Write Error");
-        return LUMET_TEV_FALSE;
-    }
-    return cutAfterRebuild(stream, span, length) ? LUMET_TEV_TRUE : LUMET_TEV_FALSE;
+    return cutAfterRebuild(*info.Stream, span, length) ? LUMET_TEV_TRUE : LUMET_TEV_FALSE;
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
-// Deleting one record by index: the container is rebuilt without it in a
-// temporary memory stream (kept records, new directory and, for images with
-// Voxa sound, a Voxa block), copied back over the old container from its
-// first record on, and the stream is cut right behind it.
+// Deleting one record by index: the records behind it move forward over it,
+// a new directory and, for images with Voxa sound, a Voxa block follow them,
+// and the stream is cut right behind that.
 #include <cstdio>
 
 #include "container/check_internal.h"
@@ -13,13 +12,11 @@
 #include "util/log.h"
 #include "voxa/meta_list.h"
 
-using tev::deleting::copyBack;
 using tev::deleting::locateRecords;
 using tev::deleting::RebuildStatus;
 using tev::deleting::RecordSpan;
 using tev::deleting::Removal;
 using tev::deleting::sameDirectory;
-using tev::deleting::TempStream;
 
 namespace {
 
@@ -122,13 +119,12 @@ bool indexDescribesStream(_TEV_info& info, bool forVoxa, tev::OwnedTevInfo* fres
     return true;
 }
 
-bool rebuildInto(TempStream& temp, const _TEV_info& info, const RecordSpan& span,
-                 const Removal& removal, const VoxaTrailer* trailer) {
-    switch (tev::deleting::writeRebuiltContainer(*info.Stream, info, span, removal, temp.stream())) {
+bool rebuildReported(const _TEV_info& info, const RecordSpan& span, const Removal& removal) {
+    switch (tev::deleting::rebuildInPlace(*info.Stream, info, span, removal)) {
         case RebuildStatus::kOk:
-            break;
+            return true;
         case RebuildStatus::kNoMemory:
-            tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "tempBuff is null");
+            tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "TempHandle is null");
             return false;
         case RebuildStatus::kReadFailed:
             tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "File Read Error");
@@ -137,27 +133,16 @@ bool rebuildInto(TempStream& temp, const _TEV_info& info, const RecordSpan& span
             tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "File Write Error");
             return false;
     }
-    if (trailer != nullptr && !writeVoxaTrailer(temp.stream(), *trailer)) {
-        tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "File Write Error");
-        return false;
-    }
-    return true;
+    return false;
 }
 
-// Builds the new container, copies it over the old one and cuts the stream
-// behind it. Nothing in the stream changes before the copy.
+// Rebuilds the container in place, writes the Voxa block behind its
+// directory and cuts the stream there.
 uint32_t replaceContainer(const _TEV_info& info, const RecordSpan& span, const Removal& removal,
                           const VoxaTrailer* trailer) {
-    int64_t length = tev::deleting::rebuiltLength(info, span, removal);
-    if (trailer != nullptr) length += tev::kVoxaOneSoundBlockSize;
-    TempStream temp;
-    if (!temp.open(length)) {
-        tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "TempHandle is null");
-        return LUMET_TEV_FALSE;
-    }
-    if (!rebuildInto(temp, info, span, removal, trailer)) return LUMET_TEV_FALSE;
+    if (!rebuildReported(info, span, removal)) return LUMET_TEV_FALSE;
     TevStream& stream = *info.Stream;
-    if (temp.written() != length || !copyBack(stream, span.first, temp.stream(), length)) {
+    if (trailer != nullptr && !writeVoxaTrailer(stream, *trailer)) {
         tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "File Write Error");
         return LUMET_TEV_FALSE;
     }
@@ -182,7 +167,10 @@ uint32_t DeleteATEVDataStream(_TEV_info* info, uint32_t index, _voxa_info_struct
         return LUMET_TEV_FALSE;
     }
     removal.remove(*info, index);
-    if (voxa == nullptr) return replaceContainer(*info, span, removal, nullptr);
+    if (voxa == nullptr) {
+        fresh.reset();  // only needed for the check; the move buffer is the one to have room for
+        return replaceContainer(*info, span, removal, nullptr);
+    }
     voxa->position_mark = voxaPositionMark(*fresh, *voxa, index);
     // The sound list as it was, and the name that goes.
     tev::voxa::MetaList sounds;

@@ -10,8 +10,8 @@ namespace tev::deleting {
 
 namespace {
 
-// Kept records are copied through one read buffer of at most this size.
-constexpr int64_t kRecordCopyChunk = 0x10000;
+// Kept records move through one buffer of at most this size.
+constexpr int64_t kMoveChunk = int64_t{1} << 20;
 
 // Start of entry `index`'s record, counted back from "TEVH".
 int64_t recordStart(const RecordSpan& span, const _TEV_data_info& entry) {
@@ -20,8 +20,8 @@ int64_t recordStart(const RecordSpan& span, const _TEV_data_info& entry) {
 
 // The kept records between two removed ones lie back to back (locateRecords
 // checked that the records follow each other in directory order), so each
-// such run is copied as one piece. Its length is returned and `next` is set
-// to the first entry after it.
+// such run moves as one piece. Its length is returned and `next` is set to
+// the first entry after it.
 int64_t keptRunFrom(const _TEV_info& info, const Removal& removal, uint32_t first, uint32_t* next) {
     int64_t length = 0;
     uint32_t i = first;
@@ -30,46 +30,58 @@ int64_t keptRunFrom(const _TEV_info& info, const Removal& removal, uint32_t firs
     return length;
 }
 
-int64_t longestKeptRun(const _TEV_info& info, const Removal& removal) {
-    int64_t longest = 0;
-    for (uint32_t i = 0; i < info.meta_count;) {
-        if (removal.removed(i)) {
-            ++i;
-            continue;
-        }
-        longest = std::max(longest, keptRunFrom(info, removal, i, &i));
-    }
-    return longest;
+uint32_t firstRemoved(const _TEV_info& info, const Removal& removal) {
+    uint32_t i = 0;
+    while (i < info.meta_count && !removal.removed(i)) ++i;
+    return i;
 }
 
-RebuildStatus copyRun(TevStream& source, int64_t start, int64_t length, unsigned char* chunk,
-                      int64_t chunkSize, TevStream& out) {
-    if (source.seek(start, tev::kSeekSet) != start) return RebuildStatus::kReadFailed;
-    for (int64_t remaining = length; remaining > 0;) {
-        const int64_t step = std::min(remaining, chunkSize);
-        if (source.read(chunk, step) != step) return RebuildStatus::kReadFailed;
-        if (out.write(chunk, step) != step) return RebuildStatus::kWriteFailed;
-        remaining -= step;
+// Copies `length` bytes from `from` to `to` (to < from) front to back: each
+// piece is read before anything at or behind it is written.
+RebuildStatus moveRun(TevStream& stream, int64_t from, int64_t to, int64_t length, unsigned char* chunk,
+                      int64_t chunkSize) {
+    for (int64_t done = 0; done < length;) {
+        const int64_t step = std::min(length - done, chunkSize);
+        if (stream.seek(from + done, tev::kSeekSet) != from + done || stream.read(chunk, step) != step) {
+            return RebuildStatus::kReadFailed;
+        }
+        if (stream.seek(to + done, tev::kSeekSet) != to + done || stream.write(chunk, step) != step) {
+            return RebuildStatus::kWriteFailed;
+        }
+        done += step;
     }
     return RebuildStatus::kOk;
 }
 
-RebuildStatus writeKeptRecords(TevStream& source, const _TEV_info& info, const RecordSpan& span,
-                               const Removal& removal, TevStream& out) {
-    const int64_t chunkSize = std::min(kRecordCopyChunk, longestKeptRun(info, removal));
-    if (chunkSize == 0) return RebuildStatus::kOk;
-    KUnique<unsigned char> chunk(static_cast<unsigned char*>(_kmalloc(chunkSize)));
-    if (!chunk) return RebuildStatus::kNoMemory;
-    for (uint32_t i = 0; i < info.meta_count;) {
+// Moves the kept records behind the first removed one forward, so that they
+// follow each other from where that record began; `end` is set to the end of
+// the last kept record.
+RebuildStatus moveKeptRecords(TevStream& stream, const _TEV_info& info, const RecordSpan& span,
+                              const Removal& removal, int64_t* end) {
+    uint32_t i = firstRemoved(info, removal);
+    if (i >= info.meta_count) return RebuildStatus::kWriteFailed;
+    int64_t to = recordStart(span, *info.meta_data[i]);
+    // The span and the removed lengths were checked against each other by
+    // locateRecords: the kept bytes behind `to` fit the stream and are not negative.
+    const int64_t toMove = span.directory - to - removal.length();
+    KUnique<unsigned char> chunk;
+    const int64_t chunkSize = std::min(kMoveChunk, toMove);
+    if (chunkSize > 0) {
+        chunk.reset(static_cast<unsigned char*>(_kmalloc(chunkSize)));
+        if (!chunk) return RebuildStatus::kNoMemory;
+    }
+    while (i < info.meta_count) {
         if (removal.removed(i)) {
             ++i;
             continue;
         }
-        const int64_t start = recordStart(span, *info.meta_data[i]);
+        const int64_t from = recordStart(span, *info.meta_data[i]);
         const int64_t length = keptRunFrom(info, removal, i, &i);
-        const RebuildStatus status = copyRun(source, start, length, chunk.get(), chunkSize, out);
+        const RebuildStatus status = moveRun(stream, from, to, length, chunk.get(), chunkSize);
         if (status != RebuildStatus::kOk) return status;
+        to += length;
     }
+    *end = to;
     return RebuildStatus::kOk;
 }
 
@@ -184,19 +196,20 @@ int64_t rebuiltLength(const _TEV_info& info, const RecordSpan& span, const Remov
     return keptRecords + kDirectoryFixedSize + kDirectoryEntrySize * keptEntries;
 }
 
+RebuildStatus rebuildInPlace(TevStream& stream, const _TEV_info& info, const RecordSpan& span,
+                             const Removal& removal) {
+    int64_t end = 0;
+    const RebuildStatus status = moveKeptRecords(stream, info, span, removal, &end);
+    if (status != RebuildStatus::kOk) return status;
+    if (stream.seek(end, tev::kSeekSet) != end) return RebuildStatus::kWriteFailed;
+    return writeDirectory(info, removal, stream);
+}
+
 bool TempStream::open(int64_t capacity) {
     handle_.reset(initTEVBuffer(capacity));
     if (!handle_) return false;
     stream_.emplace(handle_.get());
     return true;
-}
-
-RebuildStatus writeRebuiltContainer(TevStream& source, const _TEV_info& info,
-                                    const RecordSpan& span, const Removal& removal,
-                                    TevStream& out) {
-    const RebuildStatus status = writeKeptRecords(source, info, span, removal, out);
-    if (status != RebuildStatus::kOk) return status;
-    return writeDirectory(info, removal, out);
 }
 
 bool copyBack(TevStream& stream, int64_t at, TevStream& temp, int64_t length) {

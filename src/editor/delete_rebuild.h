@@ -1,6 +1,5 @@
 // Steps shared by the delete operations: checking where a parsed container's
-// records lie, rebuilding the container without some of them in a temporary
-// memory stream, and copying the result back over the old container.
+// records lie, and rebuilding the container without some of them in place.
 //
 // Everything taken from an index is untrusted: the records must lie back to
 // back from the first record to "TEVH", inside [data start, "TEVH"), before a
@@ -59,7 +58,22 @@ private:
 // `info` must have passed locateRecords.
 int64_t rebuiltLength(const _TEV_info& info, const RecordSpan& span, const Removal& removal);
 
-// A memory stream of fixed capacity for the rebuilt container.
+enum class RebuildStatus { kOk, kNoMemory, kReadFailed, kWriteFailed };
+
+// Rebuilds the container in place: the kept records that lie behind the
+// first removed one move forward over the removed ones, front to back
+// through one buffer of at most 1 MiB, and the new directory follows them;
+// records in front of the first removed one are neither read nor written.
+// Each kept entry's offset shrinks by the removed length lying between its
+// record and "TEVH". The stream is left right behind the directory. The
+// bytes from the first record on are those the container rebuilt whole would
+// have, so a failure part-way leaves moved records but never a torn one
+// overwritten before it was read: every read lies ahead of every write.
+RebuildStatus rebuildInPlace(TevStream& stream, const _TEV_info& info, const RecordSpan& span,
+                             const Removal& removal);
+
+// A memory stream of fixed capacity, for edits that assemble a tail of the
+// file in memory before writing it over the old one.
 class TempStream {
 public:
     bool open(int64_t capacity);  // false when the buffer cannot be made
@@ -73,15 +87,6 @@ private:
     std::unique_ptr<TevBufferHandle, BufferDestroyer> handle_;
     std::optional<TevStreamBuffer> stream_;
 };
-
-enum class RebuildStatus { kOk, kNoMemory, kReadFailed, kWriteFailed };
-
-// Writes the kept records back to back into `out`, then a directory over
-// them. Each kept entry's offset shrinks by the removed length lying between
-// its record and "TEVH". `span` is what locateRecords found for `info`.
-RebuildStatus writeRebuiltContainer(TevStream& source, const _TEV_info& info,
-                                    const RecordSpan& span, const Removal& removal,
-                                    TevStream& out);
 
 // Copies the first `length` bytes of `temp` into `stream` from `at` on.
 bool copyBack(TevStream& stream, int64_t at, TevStream& temp, int64_t length);
