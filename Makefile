@@ -3,9 +3,10 @@ BUILD      ?= build
 ASAN_BUILD ?= build-asan
 FUZZ_BUILD ?= build-fuzz
 ARM64_BUILD ?= build-arm64
+TSAN_BUILD ?= build-tsan
 CMAKE_GEN  := -G Ninja
 
-.PHONY: all deps build demo test test-normal test-asan fuzz-smoke test-arm64 bench clean
+.PHONY: all deps build demo test test-normal test-asan fuzz-smoke test-tsan test-arm64 bench clean
 
 all: build
 
@@ -22,9 +23,9 @@ demo: deps
 	cmake --build $(BUILD) --target tev
 	scripts/demo.sh $(BUILD)
 
-# Normal build, sanitizer build, the fuzz smoke run and the arm64 pass, in
-# that order.
-test: deps test-normal test-asan fuzz-smoke test-arm64
+# Normal build, sanitizer build, the fuzz smoke run, the thread-safety test
+# and the arm64 pass, in that order.
+test: deps test-normal test-asan fuzz-smoke test-tsan test-arm64
 
 test-normal: build
 	ctest --test-dir $(BUILD) --output-on-failure -j2
@@ -37,6 +38,12 @@ test-asan: deps
 
 fuzz-smoke: deps
 	@if [ -f fuzz/CMakeLists.txt ]; then scripts/fuzz-smoke.sh $(FUZZ_BUILD); else echo "no fuzz targets"; fi
+
+# Calls on different files from several threads, under ThreadSanitizer.
+test-tsan: deps
+	cmake -S . -B $(TSAN_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTEV_TSAN=ON -DBUILD_TESTING=OFF
+	cmake --build $(TSAN_BUILD)
+	ctest --test-dir $(TSAN_BUILD) --output-on-failure
 
 # The whole suite cross-built for 64-bit Arm and run under qemu-aarch64
 # (user-mode emulation; nothing is registered with the kernel).
@@ -51,4 +58,4 @@ bench: deps
 	scripts/bench.sh
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) $(ARM64_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) $(TSAN_BUILD) $(ARM64_BUILD)

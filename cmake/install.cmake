@@ -41,7 +41,7 @@ install(FILES ${PROJECT_BINARY_DIR}/tev.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/p
 
 # Installs into a scratch prefix and builds the consumer in tests/consumer
 # against it, once with find_package and once with pkg-config.
-if(TEV_HOST AND BUILD_TESTING)
+if(TEV_HOST AND BUILD_TESTING AND NOT TEV_TSAN)
   if(TEV_SANITIZE)
     set(TEV_CONSUMER_FLAGS "-fsanitize=address,undefined -fno-sanitize=vptr")
   else()
