@@ -4,6 +4,8 @@
 #ifndef TEV_TOOLS_CLI_H
 #define TEV_TOOLS_CLI_H
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 
 #include <cstdint>
@@ -59,6 +61,7 @@ Command addDeleteCommand(CLI::App& parent);
 Command addClearCommand(CLI::App& parent);
 Command addSoundCommand(CLI::App& parent);
 Command addCopyCommand(CLI::App& parent);
+Command addRepairCommand(CLI::App& parent);
 
 // --- output channels -------------------------------------------------------
 // The library prints a few diagnostics to standard output and logs failures
@@ -112,6 +115,27 @@ struct FileCloser {
 };
 using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
+// An owned descriptor, closed when it goes; closeChecked reports the close.
+class Fd {
+public:
+    explicit Fd(int fd) : fd_(fd) {}
+    Fd(const Fd&) = delete;
+    Fd& operator=(const Fd&) = delete;
+    ~Fd() {
+        if (fd_ >= 0) close(fd_);
+    }
+    int get() const { return fd_; }
+    bool ok() const { return fd_ >= 0; }
+    bool closeChecked() {
+        const int fd = fd_;
+        fd_ = -1;
+        return close(fd) == 0;
+    }
+
+private:
+    int fd_;
+};
+
 // --- the file under work ---------------------------------------------------
 // A regular file the tool may read (and, for edits, write). On failure the
 // problem is reported and nullopt returned.
@@ -142,6 +166,9 @@ std::optional<std::string> damagedTrailer(const std::string& path, const FileFac
 // at all. Nullopt when the file is neither or its structure cannot be
 // followed.
 std::optional<int64_t> mediaEnd(const std::string& path);
+
+// MP4 and HEIC media: records go into a "tevd" box, and sound cannot go in.
+bool isBoxedMedia(const std::string& path);
 
 // The name of record `index` (borrowed from the pack), or "" when unreadable.
 std::string recordName(_TEV_info_pack* pack, uint32_t index);

@@ -143,6 +143,11 @@ PackPtr requireContainer(const std::string& path, const FileFacts& facts) {
     return pack;
 }
 
+bool isBoxedMedia(const std::string& path) {
+    FilePtr fp(std::fopen(path.c_str(), "rb"));
+    return fp && checkMP4Fp(fp.get()) == LUMET_TEV_TRUE;
+}
+
 std::string recordName(_TEV_info_pack* pack, uint32_t index) {
     const char* name = GetNameInList(pack, static_cast<int>(GetTevCount(pack)), static_cast<int>(index));
     return name != nullptr ? name : "";
@@ -179,13 +184,6 @@ FileBytes FileBytes::mapped(void* mapping, size_t size) {
 }
 
 namespace {
-
-struct FdCloser {
-    int fd;
-    ~FdCloser() {
-        if (fd >= 0) close(fd);
-    }
-};
 
 // Reads until the end of a descriptor whose size is not known beforehand.
 std::optional<FileBytes> readUntilEnd(int fd, const std::string& path, uint64_t limit, const std::string& what) {
@@ -230,13 +228,13 @@ std::optional<FileBytes> readRegular(int fd, const std::string& path, uint64_t s
 }  // namespace
 
 std::optional<FileBytes> readWholeFile(const std::string& path, uint64_t limit, const std::string& what) {
-    FdCloser file{open(path.c_str(), O_RDONLY | O_CLOEXEC)};
+    Fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     struct stat st {};
-    if (file.fd < 0 || fstat(file.fd, &st) != 0) {
+    if (file.get() < 0 || fstat(file.get(), &st) != 0) {
         fail(path, "cannot open " + what + ": " + errnoText());
         return std::nullopt;
     }
-    if (!S_ISREG(st.st_mode)) return readUntilEnd(file.fd, path, limit, what);
+    if (!S_ISREG(st.st_mode)) return readUntilEnd(file.get(), path, limit, what);
     const uint64_t size = static_cast<uint64_t>(st.st_size);
     if (size >= limit) {
         fail(path, what + " of " + std::to_string(size) + " bytes is too big (limit " +
@@ -246,8 +244,8 @@ std::optional<FileBytes> readWholeFile(const std::string& path, uint64_t limit, 
     if (size == 0) return FileBytes();
     // The pages are mapped in up front: the library hands them to write()
     // in one piece, and faulting them in one by one would cost more.
-    void* mapping = mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, file.fd, 0);
-    if (mapping == MAP_FAILED) return readRegular(file.fd, path, size, what);
+    void* mapping = mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, file.get(), 0);
+    if (mapping == MAP_FAILED) return readRegular(file.get(), path, size, what);
     return FileBytes::mapped(mapping, size);
 }
 

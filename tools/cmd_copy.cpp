@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "cli.h"
+#include "edit_guard.h"
 
 namespace tevcli {
 namespace {
@@ -15,11 +16,6 @@ struct Options {
     std::optional<std::string> name;
     bool raw = false;
 };
-
-bool isBoxedMedia(const std::string& path) {
-    FilePtr fp(std::fopen(path.c_str(), "rb"));
-    return fp && checkMP4Fp(fp.get()) == LUMET_TEV_TRUE;
-}
 
 bool hasSound(uint32_t signature) { return signature == SIGNATURE_VOXA || signature == SIGNATURE_VOXA_TEV; }
 
@@ -114,7 +110,14 @@ Command addCopyCommand(CLI::App& parent) {
     what->add_option("--name", o->name, "Only the first record of this name, into plain media");
     what->add_flag("--raw", o->raw, "Append the source's container bytes unchanged (not into MP4/HEIC)");
     what->require_option(0, 1);
-    return {app, [o] { return run(*o); }};
+    // The destination is edited; so is a source holding a bare sound, which
+    // the library converts in place first.
+    return {app, [o] {
+                return guardedCommand(o->destination, [o] {
+                    if (getSignature(o->source.c_str()) != SIGNATURE_VOXA) return run(*o);
+                    return guardedCommand(o->source, [o] { return run(*o); });
+                });
+            }};
 }
 
 }  // namespace tevcli

@@ -5,9 +5,11 @@
 
 #include <cerrno>
 #include <cstring>
+#include <algorithm>
 #include <map>
 
 #include "cli.h"
+#include "edit_guard.h"
 
 namespace tevcli {
 namespace {
@@ -102,6 +104,10 @@ int runAdd(const AddOptions& o) {
     const std::optional<FileBytes> data = loadData(o);
     if (!data) return kExitFailed;
     Kept kept;
+    std::vector<Region> regions = appendedRegions(o.file, *facts);
+    // MP4 and HEIC media get their records in a "tevd" box, unless a
+    // container outside one is already there.
+    bool boxed = facts->signature == SIGNATURE_DETECTION_FAIL && isBoxedMedia(o.file);
     if (!o.subInfoFile.empty()) {
         std::optional<FileBytes> loaded =
             readWholeFile(o.subInfoFile, kTooBigDataLength, "sub-information file");
@@ -118,6 +124,8 @@ int runAdd(const AddOptions& o) {
                 if (o.subInfoFile.empty()) kept.subInfo = std::move(old->subInfo);
             }
         }
+        if (facts->signature == SIGNATURE_TEV) regions = recordRegions(pack.get(), {o.name});
+        boxed = checkSignatureMP4Tag(pack->info) == LUMET_TEV_TRUE;
         const uint64_t recordBytes = uint64_t{data->size()} + kept.subInfo.size() + o.name.size();
         if (std::optional<std::string> why = refuseForContainer(o, pack.get(), recordBytes)) {
             return fail(o.file, *why);
@@ -128,12 +136,18 @@ int runAdd(const AddOptions& o) {
     if (std::optional<std::string> why = refuseArguments(*facts, data->size(), kept.type, sub.size())) {
         return fail(o.file, *why);
     }
-    const uint32_t saved = saveTEVDataToFile(
-        o.file.c_str(), o.name.data(), static_cast<uint32_t>(o.name.size()),
-        sub.empty() ? nullptr : sub.data(), static_cast<uint32_t>(sub.size()), data->data(),
-        static_cast<uint32_t>(data->size()), kept.type, o.replace ? 1u : 0u);
-    if (saved != 1) return fail(o.file, "could not save record \"" + printable(o.name) + "\"");
-    return kExitOk;
+    const auto save = [&] {
+        const uint32_t saved = saveTEVDataToFile(
+            o.file.c_str(), o.name.data(), static_cast<uint32_t>(o.name.size()),
+            sub.empty() ? nullptr : sub.data(), static_cast<uint32_t>(sub.size()), data->data(),
+            static_cast<uint32_t>(data->size()), kept.type, o.replace ? 1u : 0u);
+        if (saved != 1) return fail(o.file, "could not save record \"" + printable(o.name) + "\"");
+        return static_cast<int>(kExitOk);
+    };
+    const auto check = [&] {
+        return recordHolds(o.file, o.name, kept.type, sub.data(), sub.size(), data->data(), data->size(), boxed);
+    };
+    return guardedEdit(o.file, regions, save, check);
 }
 
 // Every requested name must match a record (a name given twice needs two
@@ -148,22 +162,44 @@ std::optional<std::string> missingName(_TEV_info_pack* pack, const std::vector<s
     return std::nullopt;
 }
 
+// After deleting `names` from a container that held `before`: the others,
+// in their order, and nothing else.
+std::optional<std::string> deletedExactly(const std::string& file, std::vector<std::string> before,
+                                          const std::vector<std::string>& names) {
+    for (const std::string& name : names) before.erase(std::find(before.begin(), before.end(), name));
+    if (std::optional<std::string> wrong = containerReadsWhole(file)) return wrong;
+    std::vector<std::string> after;
+    if (PackPtr pack = openContainer(file)) {
+        for (uint32_t i = 0; i < GetTevCount(pack.get()); ++i) after.push_back(recordName(pack.get(), i));
+    }
+    if (after != before) return "the records left are not the ones kept";
+    return std::nullopt;
+}
+
 int runDelete(const std::string& file, const std::vector<std::string>& names) {
     const std::optional<FileFacts> facts = inspectFile(file, true);
     if (!facts) return kExitFailed;
+    std::vector<std::string> before;
+    std::vector<Region> regions;
     {
         PackPtr pack = requireContainer(file, *facts);
         if (!pack) return kExitFailed;
         if (std::optional<std::string> missing = missingName(pack.get(), names)) {
             return fail(file, "no record named \"" + printable(*missing) + "\"");
         }
+        for (uint32_t i = 0; i < GetTevCount(pack.get()); ++i) before.push_back(recordName(pack.get(), i));
+        regions = facts->signature == SIGNATURE_TEV ? recordRegions(pack.get(), names)
+                                                     : appendedRegions(file, *facts);
     }
-    for (const std::string& name : names) {
-        if (deleteTEVDataFromFile(file.c_str(), name.data(), static_cast<uint32_t>(name.size())) != 1) {
-            return fail(file, "could not delete record \"" + printable(name) + "\"");
+    const auto remove = [&] {
+        for (const std::string& name : names) {
+            if (deleteTEVDataFromFile(file.c_str(), name.data(), static_cast<uint32_t>(name.size())) != 1) {
+                return fail(file, "could not delete record \"" + printable(name) + "\"");
+            }
         }
-    }
-    return kExitOk;
+        return static_cast<int>(kExitOk);
+    };
+    return guardedEdit(file, regions, remove, [&] { return deletedExactly(file, before, names); });
 }
 
 int nothingToClear(const char* text) {
@@ -188,8 +224,18 @@ int runClear(const std::string& file, bool force) {
         return fail(file, *damage + " (use --force to cut the file back to its media)");
     }
     if (facts->signature == SIGNATURE_DETECTION_FAIL) return nothingToClear("nothing to clear");
-    if (deleteAllDataFromFile(file.c_str()) != 1) return fail(file, "could not remove the records");
-    return kExitOk;
+    const auto clear = [&] {
+        if (deleteAllDataFromFile(file.c_str()) != 1) return fail(file, "could not remove the records");
+        return static_cast<int>(kExitOk);
+    };
+    // A plain container goes with one cut, which either happens or not.
+    if (facts->signature == SIGNATURE_TEV) return clear();
+    const std::vector<Region> regions = appendedRegions(file, *facts);
+    const auto check = [&]() -> std::optional<std::string> {
+        if (signatureHasContainer(getSignature(file.c_str()))) return "a container is still there";
+        return std::nullopt;
+    };
+    return guardedEdit(file, regions, clear, check);
 }
 
 }  // namespace

@@ -7,8 +7,10 @@
 #include <cerrno>
 #include <cinttypes>
 #include <cstring>
+#include <map>
 
 #include "cli.h"
+#include "edit_guard.h"
 #include "json_out.h"
 
 namespace tevcli {
@@ -111,12 +113,6 @@ const Sound* findSound(const SoundFacts& facts, const std::string& name) {
     return nullptr;
 }
 
-// MP4 and HEIC files keep records in a box; sound is for images outside one.
-bool isBoxedMedia(const std::string& path) {
-    FilePtr fp(std::fopen(path.c_str(), "rb"));
-    return fp && checkMP4Fp(fp.get()) == LUMET_TEV_TRUE;
-}
-
 // Refusals shared by every sound edit.
 std::optional<std::string> refuseSoundEdit(const std::string& path, uint64_t fileSize, uint64_t adding) {
     if (fileSize == 0) return "the file is empty; sounds are kept behind image data";
@@ -153,6 +149,47 @@ int runList(const std::string& path, bool json) {
     return kExitOk;
 }
 
+// The sounds an edit must leave: name and length, in name order.
+using SoundSet = std::map<std::string, int64_t>;
+
+std::optional<SoundSet> soundSet(const std::string& path) {
+    std::optional<SoundFacts> facts = describeSounds(path, false);
+    if (!facts) return std::nullopt;
+    SoundSet set;
+    for (const Sound& s : facts->sounds) set[s.name] = s.length;
+    return set;
+}
+
+// The names of the records that are neither sounds nor the sound list.
+std::vector<std::string> otherRecords(const std::string& path, const SoundSet& sounds) {
+    std::vector<std::string> names;
+    PackPtr pack = signatureHasContainer(getSignature(path.c_str())) ? openContainer(path) : nullptr;
+    for (uint32_t i = 0; pack && i < GetTevCount(pack.get()); ++i) {
+        std::string name = recordName(pack.get(), i);
+        if (name != kMetaName && sounds.count(name) == 0) names.push_back(std::move(name));
+    }
+    return names;
+}
+
+// A sound edit under an undo file: afterwards the container reads whole,
+// the file lists exactly `expected(before)` and keeps its other records;
+// `also` adds a check of its own.
+int guardedSoundEdit(const std::string& path, const std::function<int()>& edit,
+                     const std::function<SoundSet(SoundSet)>& expected,
+                     const EditCheck& also = [] { return std::optional<std::string>(); }) {
+    const std::optional<SoundSet> before = soundSet(path);
+    if (!before) return edit();  // the edit reports what it cannot read
+    const std::vector<std::string> others = otherRecords(path, *before);
+    const auto check = [&]() -> std::optional<std::string> {
+        if (std::optional<std::string> wrong = containerReadsWhole(path)) return wrong;
+        const std::optional<SoundSet> after = soundSet(path);
+        if (!after || *after != expected(*before)) return "the sounds listed are not the ones asked for";
+        if (otherRecords(path, *after) != others) return "the other records are not all there";
+        return also();
+    };
+    return guardedCommandWith(path, edit, check);
+}
+
 int runAdd(const std::string& path, const std::string& name, const std::string& dataFile) {
     const std::optional<SoundFacts> facts = describeSounds(path, true);
     if (!facts) return kExitFailed;
@@ -169,11 +206,31 @@ int runAdd(const std::string& path, const std::string& name, const std::string& 
     }
     // The library takes the sound through a non-const pointer but only reads it.
     unsigned char* sound = const_cast<unsigned char*>(data->data());
-    if (saveVoxaToImageFile(path.c_str(), sound, static_cast<uint32_t>(data->size()), name.data(),
-                            static_cast<uint32_t>(name.size())) != 1) {
-        return fail(path, "could not save sound \"" + printable(name) + "\"");
-    }
-    return kExitOk;
+    const auto save = [&] {
+        if (saveVoxaToImageFile(path.c_str(), sound, static_cast<uint32_t>(data->size()), name.data(),
+                                static_cast<uint32_t>(name.size())) != 1) {
+            return fail(path, "could not save sound \"" + printable(name) + "\"");
+        }
+        return static_cast<int>(kExitOk);
+    };
+    const auto expected = [&](SoundSet set) {
+        // A bare sound becomes the record "EchoFrame_000" first.
+        set[name] = static_cast<int64_t>(data->size());
+        return set;
+    };
+    const auto sameBytes = [&]() -> std::optional<std::string> {
+        const std::optional<SoundFacts> after = describeSounds(path, false);
+        const Sound* s = after ? findSound(*after, name) : nullptr;
+        FilePtr in(std::fopen(path.c_str(), "rb"));
+        std::vector<unsigned char> bytes(data->size());
+        if (s == nullptr || !in || fseeko(in.get(), s->position, SEEK_SET) != 0 ||
+            std::fread(bytes.data(), 1, bytes.size(), in.get()) != bytes.size() ||
+            std::memcmp(bytes.data(), data->data(), bytes.size()) != 0) {
+            return "the sound's bytes differ";
+        }
+        return std::nullopt;
+    };
+    return guardedSoundEdit(path, save, expected, sameBytes);
 }
 
 int writeSound(const std::string& path, const Sound& s, const std::string& output) {
@@ -247,8 +304,16 @@ int runDelete(const std::string& path, const std::string& name) {
     if (!facts) return kExitFailed;
     if (findSound(*facts, name) == nullptr) return unknownSound(path, name);
     if (isBoxedMedia(path)) return fail(path, "MP4 and HEIC files cannot carry sound");
-    if (deleteSound(path, *facts, name) != 1) return fail(path, "could not delete sound \"" + printable(name) + "\"");
-    return kExitOk;
+    const auto remove = [&] {
+        if (deleteSound(path, *facts, name) != 1) {
+            return fail(path, "could not delete sound \"" + printable(name) + "\"");
+        }
+        return static_cast<int>(kExitOk);
+    };
+    return guardedSoundEdit(path, remove, [&](SoundSet set) {
+        set.erase(name);
+        return set;
+    });
 }
 
 int runClear(const std::string& path) {
@@ -259,8 +324,11 @@ int runClear(const std::string& path) {
         return kExitOk;
     }
     if (isBoxedMedia(path)) return fail(path, "MP4 and HEIC files cannot carry sound");
-    if (clearSounds(path, *facts) != 1) return fail(path, "could not remove the sounds");
-    return kExitOk;
+    const auto clear = [&] {
+        if (clearSounds(path, *facts) != 1) return fail(path, "could not remove the sounds");
+        return static_cast<int>(kExitOk);
+    };
+    return guardedSoundEdit(path, clear, [](const SoundSet&) { return SoundSet{}; });
 }
 
 int runConvert(const std::string& path) {
@@ -268,14 +336,17 @@ int runConvert(const std::string& path) {
     if (!facts) return kExitFailed;
     if (!facts->bare) return fail(path, "no bare sound to convert (the file holds no Voxa-only sound)");
     if (std::optional<std::string> why = refuseSoundEdit(path, facts->size, 0)) return fail(path, *why);
-    FilePtr fp(std::fopen(path.c_str(), "r+b"));
-    if (!fp) return fail(path, std::string("cannot open for writing: ") + std::strerror(errno));
-    TevStreamFile stream(fp.get());
-    _voxa_info_struct* voxa = checkVoxaInStream(&stream);
-    const uint32_t converted = voxa != nullptr ? convertVoxaToEchoFrame(&voxa) : 0;
-    if (voxa != nullptr) DestroyVoxaStream(voxa);
-    if (std::fclose(fp.release()) != 0 || converted != 1) return fail(path, "could not convert the sound");
-    return kExitOk;
+    const auto convert = [&] {
+        FilePtr fp(std::fopen(path.c_str(), "r+b"));
+        if (!fp) return fail(path, std::string("cannot open for writing: ") + std::strerror(errno));
+        TevStreamFile stream(fp.get());
+        _voxa_info_struct* voxa = checkVoxaInStream(&stream);
+        const uint32_t converted = voxa != nullptr ? convertVoxaToEchoFrame(&voxa) : 0;
+        if (voxa != nullptr) DestroyVoxaStream(voxa);
+        if (std::fclose(fp.release()) != 0 || converted != 1) return fail(path, "could not convert the sound");
+        return static_cast<int>(kExitOk);
+    };
+    return guardedSoundEdit(path, convert, [](SoundSet set) { return set; });
 }
 
 }  // namespace

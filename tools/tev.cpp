@@ -32,7 +32,7 @@ using Maker = Command (*)(CLI::App&);
 constexpr std::pair<const char*, Maker> kCommands[] = {
     {"info", addInfoCommand},     {"list", addListCommand},     {"extract", addExtractCommand},
     {"add", addAddCommand},       {"delete", addDeleteCommand}, {"clear", addClearCommand},
-    {"sound", addSoundCommand},   {"copy", addCopyCommand},
+    {"sound", addSoundCommand},   {"copy", addCopyCommand},     {"repair", addRepairCommand},
 };
 
 std::string commandList() {

@@ -1,8 +1,10 @@
 #include "editor/delete_rebuild.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "container/directory_image.h"
+#include "container/index.h"
 #include "container/format.h"
 #include "util/checked.h"
 
@@ -134,6 +136,34 @@ RebuildStatus writeDirectory(const _TEV_info& info, const Removal& removal, TevS
     return writeDirectoryByFields(info, removal, out);
 }
 
+// Zeroes the old directory's closing "TEVT" before the first record moves.
+// A rebuild cut short (the process killed, a write failing) then leaves a
+// container that does not read at all instead of a directory that names
+// bytes which have moved. The tag lies in the stretch the rebuild rewrites
+// or cuts off, so a finished rebuild's bytes are the same. A Voxa block
+// behind the directory gives the tag's distance from the end (its length
+// word, 10 bytes before the end, plus 18 reaches KTHO).
+void retireOldDirectory(TevStream& stream, const _TEV_info& info) {
+    int64_t tailDistance = kTailFieldsSize;
+    unsigned char word[kFieldSize] = {};
+    if (stream.seek(info.stream_size - kFieldSize, kSeekSet) != info.stream_size - kFieldSize ||
+        stream.read(word, kFieldSize) != kFieldSize) {
+        return;
+    }
+    if (std::memcmp(word, kTagTail, kTagSize) != 0) {
+        const int64_t lengthWord = info.stream_size - kVoxaLengthFieldDistance;
+        if (stream.seek(lengthWord, kSeekSet) != lengthWord || stream.read(word, kFieldSize) != kFieldSize) return;
+        tailDistance = int64_t{loadLittleEndian32(word)} + kVoxaTailDistanceBias;
+    }
+    const int64_t tag = info.stream_size - tailDistance + kFieldSize;
+    if (tag < 0 || tag > info.stream_size - kTagSize || stream.seek(tag, kSeekSet) != tag ||
+        stream.read(word, kTagSize) != kTagSize || std::memcmp(word, kTagTail, kTagSize) != 0) {
+        return;
+    }
+    const unsigned char zeros[kTagSize] = {};
+    if (stream.seek(tag, kSeekSet) == tag) stream.write(zeros, kTagSize);
+}
+
 }  // namespace
 
 bool locateRecords(const _TEV_info& info, RecordSpan* span) {
@@ -199,6 +229,7 @@ int64_t rebuiltLength(const _TEV_info& info, const RecordSpan& span, const Remov
 RebuildStatus rebuildInPlace(TevStream& stream, const _TEV_info& info, const RecordSpan& span,
                              const Removal& removal) {
     int64_t end = 0;
+    retireOldDirectory(stream, info);
     const RebuildStatus status = moveKeptRecords(stream, info, span, removal, &end);
     if (status != RebuildStatus::kOk) return status;
     if (stream.seek(end, tev::kSeekSet) != end) return RebuildStatus::kWriteFailed;

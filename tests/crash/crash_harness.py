@@ -97,6 +97,14 @@ def tev_run(tev, args, env=None, timeout=30):
                           stderr=subprocess.DEVNULL, timeout=timeout)
 
 
+def fresh_copy(src, target):
+    """The starting file at `target`, with no undo file of an earlier run."""
+    for leftover in (target + ".tev-undo", target + ".tev-undo.tmp"):
+        if os.path.exists(leftover):
+            os.unlink(leftover)
+    shutil.copyfile(src, target)
+
+
 def edit_args(edit, path):
     return [path if a == "FILE" else a for a in edit.args]
 
@@ -164,7 +172,7 @@ def run_edit(tev, shim, work, edit):
     media = before[:edit.media_len]
     target = os.path.join(work, "edited" + os.path.splitext(edit.start)[1])
 
-    shutil.copyfile(edit.start, target)
+    fresh_copy(edit.start, target)
     count_file = os.path.join(work, "count")
     env = dict(os.environ, LD_PRELOAD=shim, TEV_FAULT_PATH=target, TEV_FAULT_AT="0",
                TEV_FAULT_COUNT_OUT=count_file)
@@ -184,7 +192,7 @@ def run_edit(tev, shim, work, edit):
 
     for k in range(1, points + 1):
         for mode in MODES:
-            shutil.copyfile(edit.start, target)
+            fresh_copy(edit.start, target)
             env = dict(os.environ, LD_PRELOAD=shim, TEV_FAULT_PATH=target,
                        TEV_FAULT_AT=str(k), TEV_FAULT_MODE=mode)
             try:
