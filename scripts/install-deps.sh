@@ -13,6 +13,8 @@ packages=(
   default-jdk-headless junit5
   ffmpeg imagemagick libheif-examples libjpeg-turbo-progs
   hyperfine
+  # The tool tests' JSON checks and the crash harness.
+  python3
   # The arm64 pass: Debian's cross compiler, user-mode qemu, and the arm64
   # builds of the libraries the tests link.
   g++-aarch64-linux-gnu qemu-user
