@@ -69,6 +69,13 @@ uint32_t appendRecord(TevStream* stream, _TEV_info* info, const RecordArgs& reco
         logLine(kLogError, kTag, "Too big TEV data to add in the file");
         return LUMET_TEV_FALSE;
     }
+    // While the record goes in, the file keeps ending with a directory of
+    // the old records (see placeOldDirectoryBehind).
+    const int64_t directory = stream->tell();
+    const int64_t newEnd = directory + length + _calculateTEV_KTHO(info->meta_count + 1) + kTailFieldsSize;
+    const bool oldDirectoryBehind =
+        voxa == nullptr && placeOldDirectoryBehind(*stream, *info, length, directory, newEnd);
+    if (stream->seek(directory, kSeekSet) != directory) return LUMET_TEV_FALSE;
     const bool tagWritten = stream->writeDataTagInfo(record.type, record.hasSubFlag(), record.name,
                                                      record.nameLength, record.sub,
                                                      record.storedSubLength()) != 0;
@@ -88,7 +95,16 @@ uint32_t appendRecord(TevStream* stream, _TEV_info* info, const RecordArgs& reco
             return LUMET_TEV_FALSE;
         }
     }
-    dropStaleTail(*stream, info->stream_size);
+    if (oldDirectoryBehind) {
+        // The copy behind goes; the file now ends with the new directory.
+        const int64_t end = stream->tell();
+        if (end < 1 || stream->truncate(end) != 0) {
+            logLine(kLogError, kTag, "file truncate error\n");
+            return LUMET_TEV_FALSE;
+        }
+    } else {
+        dropStaleTail(*stream, info->stream_size);
+    }
     if (complete != nullptr) {
         *complete = tagWritten && dataWritten == record.dataLength && directoryWritten && voxa == nullptr;
     }

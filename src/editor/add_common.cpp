@@ -135,6 +135,28 @@ void dropStaleTail(TevStream& stream, int64_t oldEnd) {
     if (end > 0 && end < oldEnd) stream.truncate(end);
 }
 
+bool placeOldDirectoryBehind(TevStream& stream, const _TEV_info& info, uint32_t shift, int64_t directory,
+                             int64_t newEnd) {
+    if (stream.GetStreamType() == TEV_STREAM_BUFFER || info.header_offset != _calculateTEV_KTHO(info.meta_count) + kTailFieldsSize) {
+        return false;
+    }
+    std::vector<_TEV_data_info*> entries;
+    DirectoryImage image;
+    if (!collectEntries(info, &entries) || !image.reserve(info.meta_count)) return false;
+    // Shifted by `shift` already; the copy lies a further (newEnd - directory - shift) bytes on.
+    const int64_t further = newEnd - directory - shift;
+    image.begin(info.meta_count);
+    for (const _TEV_data_info* entry : entries) {
+        _TEV_data_info moved = *entry;
+        if (further < 0 || further > UINT32_MAX || !checkedAdd(entry->start_offset, static_cast<uint32_t>(further), &moved.start_offset)) {
+            return false;
+        }
+        image.addEntry(moved);
+    }
+    image.end(info.meta_count);
+    return image.complete() && stream.seek(newEnd, kSeekSet) == newEnd && writeDirectoryImage(stream, image);
+}
+
 bool writeVoxaTrailer(TevStream& stream, uint32_t version, uint32_t count, uint32_t start,
                       uint32_t end) {
     const bool first = wrote(stream.write(kVoxaMagic, sizeof kVoxaMagic));

@@ -136,14 +136,17 @@ RebuildStatus writeDirectory(const _TEV_info& info, const Removal& removal, TevS
     return writeDirectoryByFields(info, removal, out);
 }
 
-// Zeroes the old directory's closing "TEVT" before the first record moves.
+// Zeroes the old directory's closing "TEVT" in a file before the first
+// record moves, when the finished rebuild leaves none of it.
 // A rebuild cut short (the process killed, a write failing) then leaves a
 // container that does not read at all instead of a directory that names
 // bytes which have moved. The tag lies in the stretch the rebuild rewrites
 // or cuts off, so a finished rebuild's bytes are the same. A Voxa block
 // behind the directory gives the tag's distance from the end (its length
 // word, 10 bytes before the end, plus 18 reaches KTHO).
-void retireOldDirectory(TevStream& stream, const _TEV_info& info) {
+void retireOldDirectory(TevStream& stream, const _TEV_info& info, int64_t rewrittenEnd, int64_t cut) {
+    // Memory does not outlive the process; a buffer keeps its bytes.
+    if (stream.GetStreamType() == TEV_STREAM_BUFFER) return;
     int64_t tailDistance = kTailFieldsSize;
     unsigned char word[kFieldSize] = {};
     if (stream.seek(info.stream_size - kFieldSize, kSeekSet) != info.stream_size - kFieldSize ||
@@ -156,7 +159,10 @@ void retireOldDirectory(TevStream& stream, const _TEV_info& info) {
         tailDistance = int64_t{loadLittleEndian32(word)} + kVoxaTailDistanceBias;
     }
     const int64_t tag = info.stream_size - tailDistance + kFieldSize;
-    if (tag < 0 || tag > info.stream_size - kTagSize || stream.seek(tag, kSeekSet) != tag ||
+    // Only a tag that the rebuild writes over or the cut removes; a cut that
+    // keeps old bytes (the multi-record delete's) keeps it too.
+    const bool gone = cut < 0 || tag + kTagSize <= rewrittenEnd || tag >= cut;
+    if (!gone || tag < 0 || tag > info.stream_size - kTagSize || stream.seek(tag, kSeekSet) != tag ||
         stream.read(word, kTagSize) != kTagSize || std::memcmp(word, kTagTail, kTagSize) != 0) {
         return;
     }
@@ -227,9 +233,9 @@ int64_t rebuiltLength(const _TEV_info& info, const RecordSpan& span, const Remov
 }
 
 RebuildStatus rebuildInPlace(TevStream& stream, const _TEV_info& info, const RecordSpan& span,
-                             const Removal& removal) {
+                             const Removal& removal, int64_t cut) {
     int64_t end = 0;
-    retireOldDirectory(stream, info);
+    retireOldDirectory(stream, info, span.first + rebuiltLength(info, span, removal), cut);
     const RebuildStatus status = moveKeptRecords(stream, info, span, removal, &end);
     if (status != RebuildStatus::kOk) return status;
     if (stream.seek(end, tev::kSeekSet) != end) return RebuildStatus::kWriteFailed;

@@ -69,8 +69,13 @@ enum class RebuildStatus { kOk, kNoMemory, kReadFailed, kWriteFailed };
 // bytes from the first record on are those the container rebuilt whole would
 // have, so a failure part-way leaves moved records but never a torn one
 // overwritten before it was read: every read lies ahead of every write.
+// In a file, the old directory is made unreadable first, so that a rebuild
+// cut short leaves a damaged container rather than a directory naming moved
+// bytes; `cut` is where the caller cuts the stream afterwards (-1: right
+// behind what follows the new directory), which tells whether the old
+// directory's last bytes are gone once the rebuild is done.
 RebuildStatus rebuildInPlace(TevStream& stream, const _TEV_info& info, const RecordSpan& span,
-                             const Removal& removal);
+                             const Removal& removal, int64_t cut);
 
 // A memory stream of fixed capacity, for edits that assemble a tail of the
 // file in memory before writing it over the old one.
