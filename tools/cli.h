@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -169,6 +170,11 @@ std::optional<int64_t> mediaEnd(const std::string& path);
 
 // MP4 and HEIC media: records go into a "tevd" box, and sound cannot go in.
 bool isBoxedMedia(const std::string& path);
+
+// The sounds an image lists: name and length (a bare sound is
+// "EchoFrame_000"). Nullopt, reported, when they cannot be read.
+using SoundSet = std::map<std::string, int64_t>;
+std::optional<SoundSet> soundSet(const std::string& path);
 
 // The name of record `index` (borrowed from the pack), or "" when unreadable.
 std::string recordName(_TEV_info_pack* pack, uint32_t index);

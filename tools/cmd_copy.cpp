@@ -1,5 +1,6 @@
 // `tev copy SRC DST`: the records of one file's container (and its sounds)
 // into another file, or the source's container bytes appended unchanged.
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -17,7 +18,35 @@ struct Options {
     bool raw = false;
 };
 
+constexpr char kMetaListName[] = "EchoFrame_Meta_Info";
+
 bool hasSound(uint32_t signature) { return signature == SIGNATURE_VOXA || signature == SIGNATURE_VOXA_TEV; }
+
+// Each named record (the first of its name) arrived in the destination with
+// the type and bytes it has in the source.
+std::optional<std::string> arrivedWhole(const Options& o, const std::vector<std::string>& names) {
+    if (std::optional<std::string> wrong = containerReadsWhole(o.destination)) return wrong;
+    PackPtr from = openContainer(o.source);
+    PackPtr to = openContainer(o.destination);
+    if (!from || !to) return "a container does not read";
+    for (const std::string& name : names) {
+        const auto size = static_cast<unsigned int>(name.size());
+        const UnitPtr a(extractTEVDataFromFilebyName(from.get(), name.c_str(), size));
+        const UnitPtr b(extractTEVDataFromFilebyName(to.get(), name.c_str(), size));
+        if (!a || !b || a->data_type != b->data_type || a->data_length != b->data_length ||
+            std::memcmp(a->data, b->data, a->data_length) != 0) {
+            return "record \"" + printable(name) + "\" did not arrive whole";
+        }
+    }
+    return std::nullopt;
+}
+
+// The source's record names, in directory order.
+std::vector<std::string> recordNames(_TEV_info_pack* pack) {
+    std::vector<std::string> names;
+    for (uint32_t i = 0; i < GetTevCount(pack); ++i) names.push_back(recordName(pack, i));
+    return names;
+}
 
 int runRaw(const Options& o, const FileFacts& source, const FileFacts& destination) {
     if (destination.size == 0) return fail(o.destination, "the destination is empty; records are kept behind media data");
@@ -26,11 +55,17 @@ int runRaw(const Options& o, const FileFacts& source, const FileFacts& destinati
     }
     PackPtr pack = requireContainer(o.source, source);
     if (!pack) return kExitFailed;
-    FilePtr out(std::fopen(o.destination.c_str(), "r+b"));
-    if (!out) return fail(o.destination, "cannot open for writing");
-    const uint32_t merged = copyMergeTEVData(pack->info, out.get());
-    if (std::fclose(out.release()) != 0 || merged != 1) return fail(o.destination, "could not append the container");
-    return kExitOk;
+    const std::vector<std::string> names = recordNames(pack.get());
+    const auto merge = [&] {
+        FilePtr out(std::fopen(o.destination.c_str(), "r+b"));
+        if (!out) return fail(o.destination, "cannot open for writing");
+        const uint32_t merged = copyMergeTEVData(pack->info, out.get());
+        if (std::fclose(out.release()) != 0 || merged != 1) {
+            return fail(o.destination, "could not append the container");
+        }
+        return static_cast<int>(kExitOk);
+    };
+    return guardedCommandWith(o.destination, merge, [&] { return arrivedWhole(o, names); });
 }
 
 // The type and name copies fill only a destination without records.
@@ -41,19 +76,26 @@ int runSelective(const Options& o, const FileFacts& source, const FileFacts& des
     }
     PackPtr pack = requireContainer(o.source, source);
     if (!pack) return kExitFailed;
-    bool found = false;
+    std::optional<std::string> found;
     for (uint32_t i = 0; i < GetTevCount(pack.get()) && !found; ++i) {
-        found = o.type ? recordType(pack.get(), i) == *o.type : recordName(pack.get(), i) == *o.name;
+        if (o.type ? recordType(pack.get(), i) == *o.type : recordName(pack.get(), i) == *o.name) {
+            found = recordName(pack.get(), i);
+        }
     }
     pack.reset();
     if (!found) {
         return fail(o.source, o.type ? "no record of type " + std::to_string(*o.type)
                                      : "no record named \"" + printable(*o.name) + "\"");
     }
-    const uint32_t copied = o.type ? copyTEVDataType(o.source.c_str(), o.destination.c_str(), *o.type)
-                                   : copyTEVDataKeyName(o.source.c_str(), o.destination.c_str(), o.name->c_str());
-    if (copied != 1) return fail(o.destination, "could not copy the records");
-    return kExitOk;
+    const auto copy = [&] {
+        const uint32_t copied =
+            o.type ? copyTEVDataType(o.source.c_str(), o.destination.c_str(), *o.type)
+                   : copyTEVDataKeyName(o.source.c_str(), o.destination.c_str(), o.name->c_str());
+        if (copied != 1) return fail(o.destination, "could not copy the records");
+        return static_cast<int>(kExitOk);
+    };
+    // The first record of the type or name is the one that goes.
+    return guardedCommandWith(o.destination, copy, [&] { return arrivedWhole(o, {*found}); });
 }
 
 int runAll(const Options& o, const FileFacts& source) {
@@ -62,13 +104,26 @@ int runAll(const Options& o, const FileFacts& source) {
         return fail(o.destination, "the source carries sound, which MP4 and HEIC files cannot");
     }
     std::vector<std::string> expected;
+    std::vector<std::string> whole;  // the records a copy carries byte for byte
     if (signatureHasContainer(source.signature)) {
         PackPtr pack = requireContainer(o.source, source);
         if (!pack) return kExitFailed;
-        for (uint32_t i = 0; i < GetTevCount(pack.get()); ++i) expected.push_back(recordName(pack.get(), i));
+        expected = recordNames(pack.get());
+        for (uint32_t i = 0; i < GetTevCount(pack.get()); ++i) {
+            if (recordType(pack.get(), i) != TEV_USER_DEFINED_DATA && recordName(pack.get(), i) != kMetaListName) {
+                whole.push_back(recordName(pack.get(), i));
+            }
+        }
     }
-    if (copyTEVData(o.source.c_str(), o.destination.c_str()) != 1) {
-        return fail(o.destination, "could not copy the records");
+    const auto copy = [&] {
+        if (copyTEVData(o.source.c_str(), o.destination.c_str()) != 1) {
+            return fail(o.destination, "could not copy the records");
+        }
+        return static_cast<int>(kExitOk);
+    };
+    if (const int status = guardedCommandWith(o.destination, copy, [&] { return arrivedWhole(o, whole); });
+        status != kExitOk) {
+        return status;
     }
     // The library answers with the last record's save; say which ones did
     // not arrive (user-defined records need the sub-information that a copy
@@ -110,13 +165,11 @@ Command addCopyCommand(CLI::App& parent) {
     what->add_option("--name", o->name, "Only the first record of this name, into plain media");
     what->add_flag("--raw", o->raw, "Append the source's container bytes unchanged (not into MP4/HEIC)");
     what->require_option(0, 1);
-    // The destination is edited; so is a source holding a bare sound, which
-    // the library converts in place first.
+    // A source holding a bare sound is edited too: the library converts it
+    // in place first.
     return {app, [o] {
-                return guardedCommand(o->destination, [o] {
-                    if (getSignature(o->source.c_str()) != SIGNATURE_VOXA) return run(*o);
-                    return guardedCommand(o->source, [o] { return run(*o); });
-                });
+                if (getSignature(o->source.c_str()) != SIGNATURE_VOXA) return run(*o);
+                return guardedCommand(o->source, [o] { return run(*o); });
             }};
 }
 

@@ -144,7 +144,15 @@ int runAdd(const AddOptions& o) {
         if (saved != 1) return fail(o.file, "could not save record \"" + printable(o.name) + "\"");
         return static_cast<int>(kExitOk);
     };
-    const auto check = [&] {
+    // An image with sound keeps its sounds (a bare one becomes a record).
+    std::optional<SoundSet> sounds;
+    if (facts->signature == SIGNATURE_VOXA || facts->signature == SIGNATURE_VOXA_TEV) {
+        sounds = soundSet(o.file);
+        if (!sounds) return kExitFailed;
+        if (sounds->count(o.name) != 0) (*sounds)[o.name] = static_cast<int64_t>(data->size());
+    }
+    const auto check = [&]() -> std::optional<std::string> {
+        if (sounds && soundSet(o.file) != sounds) return "the sounds are not all there";
         return recordHolds(o.file, o.name, kept.type, sub.data(), sub.size(), data->data(), data->size(), boxed);
     };
     return guardedEdit(o.file, regions, save, check);

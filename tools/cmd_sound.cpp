@@ -149,8 +149,7 @@ int runList(const std::string& path, bool json) {
     return kExitOk;
 }
 
-// The sounds an edit must leave: name and length, in name order.
-using SoundSet = std::map<std::string, int64_t>;
+}  // namespace
 
 std::optional<SoundSet> soundSet(const std::string& path) {
     std::optional<SoundFacts> facts = describeSounds(path, false);
@@ -159,6 +158,8 @@ std::optional<SoundSet> soundSet(const std::string& path) {
     for (const Sound& s : facts->sounds) set[s.name] = s.length;
     return set;
 }
+
+namespace {
 
 // The names of the records that are neither sounds nor the sound list.
 std::vector<std::string> otherRecords(const std::string& path, const SoundSet& sounds) {
@@ -346,7 +347,11 @@ int runConvert(const std::string& path) {
         if (std::fclose(fp.release()) != 0 || converted != 1) return fail(path, "could not convert the sound");
         return static_cast<int>(kExitOk);
     };
-    return guardedSoundEdit(path, convert, [](SoundSet set) { return set; });
+    const auto converted = [&]() -> std::optional<std::string> {
+        if (getSignature(path.c_str()) == SIGNATURE_VOXA) return "the sound is still a bare one";
+        return std::nullopt;
+    };
+    return guardedSoundEdit(path, convert, [](SoundSet set) { return set; }, converted);
 }
 
 }  // namespace

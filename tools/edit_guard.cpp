@@ -49,6 +49,26 @@ bool boxSizeRight(const std::string& path, _TEV_info_pack* pack) {
     return stored == size - info->data_start_position;
 }
 
+// Bytes between the end of the media and the first byte the library keeps
+// behind it (records, "tevd" box, sound): foreign bytes the file came
+// with, which an edit keeps as they are. -1 when the media's end is unknown.
+int64_t bytesInFront(const std::string& path) {
+    const std::optional<int64_t> media = mediaEnd(path);
+    if (!media) return -1;
+    int64_t first = fileSize(path);
+    const uint32_t signature = getSignature(path.c_str());
+    if (signatureHasContainer(signature)) {
+        if (PackPtr pack = openContainer(path)) first = std::min(first, pack->info->data_start_position);
+    }
+    if (signature == SIGNATURE_VOXA || signature == SIGNATURE_VOXA_TEV) {
+        VoxaPtr voxa(_checkAudioInImageFile(path.c_str()));
+        for (uint32_t i = 0; voxa && voxa->sound_table != nullptr && i < voxa->sound_count; ++i) {
+            first = std::min<int64_t>(first, voxa->sound_table[2 * i]);
+        }
+    }
+    return first - *media;
+}
+
 }  // namespace
 
 std::vector<Region> appendedRegions(const std::string& path, const FileFacts& facts) {
@@ -77,13 +97,14 @@ std::vector<Region> recordRegions(_TEV_info_pack* pack, const std::vector<std::s
 
 int guardedEdit(const std::string& path, const std::vector<Region>& regions, const std::function<int()>& edit,
                 const EditCheck& check) {
+    const int64_t inFront = bytesInFront(path);
     std::optional<UndoFile> undo = UndoFile::save(path, regions);
     if (!undo) return kExitFailed;
     int status = edit();
     if (status == kExitOk) {
-        if (std::optional<std::string> wrong = check()) {
-            status = fail(path, "the edit did not hold (" + *wrong + "); the file is put back as it was");
-        }
+        std::optional<std::string> wrong = check();
+        if (!wrong && bytesInFront(path) != inFront) wrong = "it left bytes between the media and the records";
+        if (wrong) status = fail(path, "the edit did not hold (" + *wrong + "); the file is put back as it was");
     }
     if (status == kExitOk) {
         undo->discard();

@@ -252,15 +252,37 @@ def make_files(tev, media_dir, work):
         ]
         if kind == "jpg":
             sounded, _ = prepared(kind, three + [["sound", "add", "FILE", "memo", "--data-file", sound]])
+            bare = bare_sound(media_dir, work, sound)
             cases += [
                 ("sound add", start, ["sound", "add", "FILE", "memo", "--data-file", sound]),
                 ("sound delete", sounded, ["sound", "delete", "FILE", "memo"]),
+                ("sound clear", sounded, ["sound", "clear", "FILE"]),
+                ("sound convert", bare, ["sound", "convert", "FILE"]),
+                ("add to a bare sound", bare, ["add", "FILE", "rec_d", "--data-file", small]),
+                ("copy by type", plain, ["copy", start, "FILE", "--type", "7"]),
+                ("copy by name", plain, ["copy", start, "FILE", "--name", "rec_c"]),
+                ("copy raw", plain, ["copy", start, "FILE", "--raw"]),
             ]
         for label, path, args in cases:
             edit = Edit(f"{label} ({kind})", path, args)
             edit.media_len = media_len
             edits.append(edit)
     return edits
+
+
+def bare_sound(media_dir, work, sound):
+    """The sample JPEG with a sound behind it in the older layout: the
+    sound's bytes, then "VOXA", version 107, one sound (start, end), header
+    length 20 and "VOXABS"."""
+    with open(os.path.join(media_dir, "sample.jpg"), "rb") as f:
+        image = f.read()
+    with open(sound, "rb") as f:
+        audio = f.read()
+    block = b"VOXA" + struct.pack("<IIIII", 107, 1, len(image), len(image) + len(audio), 20) + b"VOXABS"
+    path = os.path.join(work, "bare.jpg")
+    with open(path, "wb") as f:
+        f.write(image + audio + block)
+    return path
 
 
 def main():
