@@ -12,6 +12,7 @@ alone, and judged:
   old/new     the file is byte for byte the file before or after the edit
   readable    otherwise, its directory reads and every entry holds the right
               record (the one of that name before or after the edit)
+  unreadable  otherwise: the container does not read (recognisably damaged)
   silent      an entry names bytes that are not that record's: never allowed
   false ok    the tool exited 0 but the file is not the edited one
   crash/hang  the tool died of anything but the harness's kill, or hung
@@ -110,7 +111,7 @@ def edit_args(edit, path):
 
 
 class Row:
-    FIELDS = ["points", "runs", "media", "old/new", "readable", "repaired",
+    FIELDS = ["points", "runs", "media", "old/new", "readable", "unreadable", "repaired",
               "silent", "false ok", "crash/hang", "lost"]
 
     def __init__(self, label):
@@ -156,6 +157,8 @@ def judge(row, what, before, after, media, result, rc, killed, tev, append):
             row.fail("silent", what + f": entry {wrong[0][0]!r} holds the wrong bytes")
             return
         row.counts["readable"] += 1
+    else:
+        row.counts["unreadable"] += 1
     tev_run(tev, ["repair", result])
     with open(result, "rb") as f:
         repaired = f.read()
