@@ -104,7 +104,10 @@ int runAdd(const AddOptions& o) {
     const std::optional<FileBytes> data = loadData(o);
     if (!data) return kExitFailed;
     Kept kept;
-    std::vector<Region> regions = appendedRegions(o.file, *facts);
+    // Plain media is only appended to; anything else is saved from the first
+    // record or sound on (narrowed below for a plain container).
+    std::vector<Region> regions;
+    if (facts->signature != SIGNATURE_DETECTION_FAIL) regions = appendedRegions(o.file, *facts);
     // MP4 and HEIC media get their records in a "tevd" box, unless a
     // container outside one is already there.
     bool boxed = facts->signature == SIGNATURE_DETECTION_FAIL && isBoxedMedia(o.file);
@@ -198,6 +201,12 @@ int runDelete(const std::string& file, const std::vector<std::string>& names) {
         for (uint32_t i = 0; i < GetTevCount(pack.get()); ++i) before.push_back(recordName(pack.get(), i));
         regions = facts->signature == SIGNATURE_TEV ? recordRegions(pack.get(), names)
                                                      : appendedRegions(file, *facts);
+    }
+    // Every record of a plain container goes: that is one cut, which either
+    // happens or not (as in `clear`), and nothing needs saving.
+    if (facts->signature == SIGNATURE_TEV && names.size() == before.size()) {
+        if (deleteAllDataFromFile(file.c_str()) != 1) return fail(file, "could not delete the records");
+        return kExitOk;
     }
     const auto remove = [&] {
         for (const std::string& name : names) {

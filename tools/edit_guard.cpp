@@ -49,12 +49,12 @@ bool boxSizeRight(const std::string& path, _TEV_info_pack* pack) {
     return stored == size - info->data_start_position;
 }
 
-// Bytes between the end of the media and the first byte the library keeps
-// behind it (records, "tevd" box, sound): foreign bytes the file came
-// with, which an edit keeps as they are. -1 when the media's end is unknown.
-int64_t bytesInFront(const std::string& path) {
-    const std::optional<int64_t> media = mediaEnd(path);
-    if (!media) return -1;
+// The first byte the library keeps behind the media: the first record (or
+// its "tevd" box header) or the first sound, whichever comes first; the
+// file's size when there is neither. The library never writes in front of
+// it, and an edit leaves it where it was (records and sounds always start
+// where the media ends), so a change means bytes were left in between.
+int64_t firstKeptByte(const std::string& path) {
     int64_t first = fileSize(path);
     const uint32_t signature = getSignature(path.c_str());
     if (signatureHasContainer(signature)) {
@@ -66,17 +66,13 @@ int64_t bytesInFront(const std::string& path) {
             first = std::min<int64_t>(first, voxa->sound_table[2 * i]);
         }
     }
-    return first - *media;
+    return first;
 }
 
 }  // namespace
 
 std::vector<Region> appendedRegions(const std::string& path, const FileFacts& facts) {
-    int64_t from = facts.size;
-    if (std::optional<int64_t> end = mediaEnd(path)) from = std::min(from, *end);
-    if (signatureHasContainer(facts.signature)) {
-        if (PackPtr pack = openContainer(path)) from = std::min(from, pack->info->data_start_position);
-    }
+    int64_t from = firstKeptByte(path);
     if (facts.signature != SIGNATURE_DETECTION_FAIL && from == facts.size) from = 0;  // cannot tell: all of it
     return {{from, facts.size - from}};
 }
@@ -97,13 +93,13 @@ std::vector<Region> recordRegions(_TEV_info_pack* pack, const std::vector<std::s
 
 int guardedEdit(const std::string& path, const std::vector<Region>& regions, const std::function<int()>& edit,
                 const EditCheck& check) {
-    const int64_t inFront = bytesInFront(path);
+    const int64_t first = firstKeptByte(path);
     std::optional<UndoFile> undo = UndoFile::save(path, regions);
     if (!undo) return kExitFailed;
     int status = edit();
     if (status == kExitOk) {
         std::optional<std::string> wrong = check();
-        if (!wrong && bytesInFront(path) != inFront) wrong = "it left bytes between the media and the records";
+        if (!wrong && firstKeptByte(path) != first) wrong = "it left bytes between the media and the records";
         if (wrong) status = fail(path, "the edit did not hold (" + *wrong + "); the file is put back as it was");
     }
     if (status == kExitOk) {

@@ -18,8 +18,8 @@ namespace tevcli {
 // What the file must hold after the edit: nullopt when it does, else why not.
 using EditCheck = std::function<std::optional<std::string>()>;
 
-// Everything behind the media: from where the media ends (or the container
-// begins, whichever comes first) to the end of the file.
+// Everything behind the media: from the first record or sound to the end
+// of the file (nothing for plain media, which an edit only appends to).
 std::vector<Region> appendedRegions(const std::string& path, const FileFacts& facts);
 
 // For an edit of named records of a plain container: from the first record
