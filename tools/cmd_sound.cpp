@@ -172,8 +172,8 @@ std::vector<std::string> otherRecords(const std::string& path, const SoundSet& s
     return names;
 }
 
-// A sound edit under an undo file: afterwards the container reads whole,
-// the file lists exactly `expected(before)` and keeps its other records;
+// A sound edit under an undo file: afterwards the file lists exactly
+// `expected(before)` and keeps its other records;
 // `also` adds a check of its own.
 int guardedSoundEdit(const std::string& path, const std::function<int()>& edit,
                      const std::function<SoundSet(SoundSet)>& expected,
@@ -182,7 +182,6 @@ int guardedSoundEdit(const std::string& path, const std::function<int()>& edit,
     if (!before) return edit();  // the edit reports what it cannot read
     const std::vector<std::string> others = otherRecords(path, *before);
     const auto check = [&]() -> std::optional<std::string> {
-        if (std::optional<std::string> wrong = containerReadsWhole(path)) return wrong;
         const std::optional<SoundSet> after = soundSet(path);
         if (!after || *after != expected(*before)) return "the sounds listed are not the ones asked for";
         if (otherRecords(path, *after) != others) return "the other records are not all there";
@@ -222,11 +221,7 @@ int runAdd(const std::string& path, const std::string& name, const std::string& 
     const auto sameBytes = [&]() -> std::optional<std::string> {
         const std::optional<SoundFacts> after = describeSounds(path, false);
         const Sound* s = after ? findSound(*after, name) : nullptr;
-        FilePtr in(std::fopen(path.c_str(), "rb"));
-        std::vector<unsigned char> bytes(data->size());
-        if (s == nullptr || !in || fseeko(in.get(), s->position, SEEK_SET) != 0 ||
-            std::fread(bytes.data(), 1, bytes.size(), in.get()) != bytes.size() ||
-            std::memcmp(bytes.data(), data->data(), bytes.size()) != 0) {
+        if (s == nullptr || !fileHolds(path, s->position, data->data(), data->size())) {
             return "the sound's bytes differ";
         }
         return std::nullopt;

@@ -18,7 +18,6 @@ int64_t fileSize(const std::string& path) {
     return stat(path.c_str(), &st) == 0 ? st.st_size : -1;
 }
 
-// Compares `length` bytes of the file from `at` with `expected`.
 bool sameBytes(int fd, int64_t at, const unsigned char* expected, size_t length) {
     std::vector<unsigned char> chunk(std::min(length, kCompareChunk));
     for (size_t done = 0; done < length;) {
@@ -99,6 +98,7 @@ int guardedEdit(const std::string& path, const std::vector<Region>& regions, con
     int status = edit();
     if (status == kExitOk) {
         std::optional<std::string> wrong = check();
+        if (!wrong) wrong = containerReadsWhole(path);
         if (!wrong && firstKeptByte(path) != first) wrong = "it left bytes between the media and the records";
         if (wrong) status = fail(path, "the edit did not hold (" + *wrong + "); the file is put back as it was");
     }
@@ -120,7 +120,12 @@ int guardedCommandWith(const std::string& path, const std::function<int()>& run,
 }
 
 int guardedCommand(const std::string& path, const std::function<int()>& run) {
-    return guardedCommandWith(path, run, [&] { return containerReadsWhole(path); });
+    return guardedCommandWith(path, run, [] { return std::optional<std::string>(); });
+}
+
+bool fileHolds(const std::string& path, int64_t at, const unsigned char* expected, size_t length) {
+    Fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    return file.ok() && sameBytes(file.get(), at, expected, length);
 }
 
 std::optional<std::string> containerReadsWhole(const std::string& path) {
@@ -140,7 +145,6 @@ std::optional<std::string> containerReadsWhole(const std::string& path) {
 std::optional<std::string> recordHolds(const std::string& path, const std::string& name, uint32_t type,
                                        const unsigned char* sub, size_t subLength, const unsigned char* data,
                                        size_t dataLength, bool boxed) {
-    if (std::optional<std::string> wrong = containerReadsWhole(path)) return wrong;
     PackPtr pack = openContainer(path);
     if (!pack) return "its container does not read";
     if (boxed && checkSignatureMP4Tag(pack->info) != LUMET_TEV_TRUE) return "the container is not in a \"tevd\" box";
@@ -149,18 +153,16 @@ std::optional<std::string> recordHolds(const std::string& path, const std::strin
     while (index < info->meta_count && recordName(pack.get(), index) != name) ++index;
     if (index == info->meta_count) return "the record is missing";
     if (recordType(pack.get(), index) != type) return "the record has another type";
-    Fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!file.ok()) return "the file cannot be read back";
     int64_t position = 0;
     int64_t length = 0;
     if ((info->meta_data[index]->has_sub_info != 0) != (subLength > 0)) return "the sub-information differs";
     if (subLength > 0 && (readSubDataInfoOfDataOffset(info, index, &position, &length) != LUMET_TEV_TRUE ||
                           length != static_cast<int64_t>(subLength) ||
-                          !sameBytes(file.get(), position, sub, subLength))) {
+                          !fileHolds(path, position, sub, subLength))) {
         return "the sub-information differs";
     }
     if (readDataOfIndexOffset(info, index, &position, &length) != LUMET_TEV_TRUE ||
-        length != static_cast<int64_t>(dataLength) || !sameBytes(file.get(), position, data, dataLength)) {
+        length != static_cast<int64_t>(dataLength) || !fileHolds(path, position, data, dataLength)) {
         return "the data differs";
     }
     return std::nullopt;

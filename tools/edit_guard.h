@@ -27,18 +27,23 @@ std::vector<Region> appendedRegions(const std::string& path, const FileFacts& fa
 // and the "tevd" box header. Records in front are never written.
 std::vector<Region> recordRegions(_TEV_info_pack* pack, const std::vector<std::string>& names);
 
-// Runs `edit` (an exit status) with `regions` saved, then `check`. Returns
-// the edit's status, or kExitFailed after rolling back.
+// Runs `edit` (an exit status) with `regions` saved, then `check`, then the
+// checks every edit must pass: the container (if any) reads whole and the
+// first record or sound has not moved away from the media. Returns the
+// edit's status, or kExitFailed after rolling back.
 int guardedEdit(const std::string& path, const std::vector<Region>& regions, const std::function<int()>& edit,
                 const EditCheck& check);
 
 // A whole command that edits `path` in ways only the library knows: all
-// that lies behind the media is saved, and afterwards the container (if
-// any) must read whole. A file that cannot be inspected goes to `run` as it
+// that lies behind the media is saved, and afterwards the file must pass the
+// checks of every edit. A file that cannot be inspected goes to `run` as it
 // is, which reports the problem.
 int guardedCommand(const std::string& path, const std::function<int()>& run);
 // The same with a check of the caller's instead.
 int guardedCommandWith(const std::string& path, const std::function<int()>& run, const EditCheck& check);
+
+// True when the file holds `expected` from `at` on.
+bool fileHolds(const std::string& path, int64_t at, const unsigned char* expected, size_t length);
 
 // Checks shared by the edits. Each gives nullopt when the file passes.
 // The container reads, with every record's name, and a "tevd" box that

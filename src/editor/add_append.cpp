@@ -72,9 +72,10 @@ uint32_t appendRecord(TevStream* stream, _TEV_info* info, const RecordArgs& reco
     // While the record goes in, the file keeps ending with a directory of
     // the old records (see placeOldDirectoryBehind).
     const int64_t directory = stream->tell();
-    const int64_t newEnd = directory + length + _calculateTEV_KTHO(info->meta_count + 1) + kTailFieldsSize;
+    const uint32_t newDirectorySize = _calculateTEV_KTHO(info->meta_count + 1) + kTailFieldsSize;
+    const int64_t newEnd = directory + length + newDirectorySize;
     const bool oldDirectoryBehind =
-        voxa == nullptr && placeOldDirectoryBehind(*stream, *info, length, directory, newEnd);
+        voxa == nullptr && placeOldDirectoryBehind(*stream, *info, newEnd, newDirectorySize);
     if (stream->seek(directory, kSeekSet) != directory) return LUMET_TEV_FALSE;
     const bool tagWritten = stream->writeDataTagInfo(record.type, record.hasSubFlag(), record.name,
                                                      record.nameLength, record.sub,

@@ -135,22 +135,18 @@ void dropStaleTail(TevStream& stream, int64_t oldEnd) {
     if (end > 0 && end < oldEnd) stream.truncate(end);
 }
 
-bool placeOldDirectoryBehind(TevStream& stream, const _TEV_info& info, uint32_t shift, int64_t directory,
-                             int64_t newEnd) {
-    if (stream.GetStreamType() == TEV_STREAM_BUFFER || info.header_offset != _calculateTEV_KTHO(info.meta_count) + kTailFieldsSize) {
-        return false;
-    }
+bool placeOldDirectoryBehind(TevStream& stream, const _TEV_info& info, int64_t newEnd, uint32_t further) {
+    const bool directoryEndsStream = info.header_offset == _calculateTEV_KTHO(info.meta_count) + kTailFieldsSize;
     std::vector<_TEV_data_info*> entries;
     DirectoryImage image;
-    if (!collectEntries(info, &entries) || !image.reserve(info.meta_count)) return false;
-    // Shifted by `shift` already; the copy lies a further (newEnd - directory - shift) bytes on.
-    const int64_t further = newEnd - directory - shift;
+    if (stream.GetStreamType() == TEV_STREAM_BUFFER || !directoryEndsStream || !collectEntries(info, &entries) ||
+        !image.reserve(info.meta_count)) {
+        return false;
+    }
     image.begin(info.meta_count);
     for (const _TEV_data_info* entry : entries) {
         _TEV_data_info moved = *entry;
-        if (further < 0 || further > UINT32_MAX || !checkedAdd(entry->start_offset, static_cast<uint32_t>(further), &moved.start_offset)) {
-            return false;
-        }
+        if (!checkedAdd(entry->start_offset, further, &moved.start_offset)) return false;
         image.addEntry(moved);
     }
     image.end(info.meta_count);

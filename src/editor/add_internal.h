@@ -78,17 +78,16 @@ bool shiftOffsets(_TEV_info& info, uint32_t by);
 // tail (a Voxa block that was not rewritten) behind the current position.
 void dropStaleTail(TevStream& stream, int64_t oldEnd);
 
-// Before an append writes over the directory that starts at `directory`
-// (the stream's last bytes, no Voxa block behind it), a copy of it goes to
-// `newEnd`, where the appended record and its new directory will end, with
-// every distance grown to match. Until the append cuts the file back to
+// Before an append writes over the old directory (the stream's last bytes,
+// no Voxa block behind it), a copy of it goes to `newEnd`, where the
+// appended record and its new directory will end, every distance grown by a
+// `further` bytes (the new directory's size; `info` holds the offsets already
+// shifted by the record's length). Until the append cuts the file back to
 // `newEnd`, the file ends with a directory of the old records, which the
 // append does not touch: a process killed while the record and the new
-// directory are being written leaves the old container readable. `info`
-// holds the offsets already shifted by `shift`, the appended record's
-// length. Files and descriptors only; true when the copy was written.
-bool placeOldDirectoryBehind(TevStream& stream, const _TEV_info& info, uint32_t shift, int64_t directory,
-                             int64_t newEnd);
+// directory are being written leaves the old container readable. Files and
+// descriptors only; true when the copy was written.
+bool placeOldDirectoryBehind(TevStream& stream, const _TEV_info& info, int64_t newEnd, uint32_t further);
 
 // A one-sound Voxa block: "VOXA", version, count, start, end, header
 // length 20, "VOXABS". True when its first and last writes succeeded.

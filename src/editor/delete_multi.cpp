@@ -43,8 +43,7 @@ bool multiDeleteUsable(const _TEV_info& info, RecordSpan* span) {
 }
 
 bool rebuildReported(const _TEV_info& info, const RecordSpan& span, const Removal& removal) {
-    const int64_t cut = span.directory + tev::deleting::rebuiltLength(info, span, removal);
-    switch (tev::deleting::rebuildInPlace(*info.Stream, info, span, removal, cut)) {
+    switch (tev::deleting::rebuildInPlace(*info.Stream, info, span, removal, false)) {
         case RebuildStatus::kOk:
             return true;
         case RebuildStatus::kNoMemory:

@@ -120,7 +120,7 @@ bool indexDescribesStream(_TEV_info& info, bool forVoxa, tev::OwnedTevInfo* fres
 }
 
 bool rebuildReported(const _TEV_info& info, const RecordSpan& span, const Removal& removal) {
-    switch (tev::deleting::rebuildInPlace(*info.Stream, info, span, removal, -1)) {
+    switch (tev::deleting::rebuildInPlace(*info.Stream, info, span, removal, true)) {
         case RebuildStatus::kOk:
             return true;
         case RebuildStatus::kNoMemory:

@@ -1,10 +1,8 @@
 #include "editor/delete_rebuild.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "container/directory_image.h"
-#include "container/index.h"
 #include "container/format.h"
 #include "util/checked.h"
 
@@ -136,38 +134,18 @@ RebuildStatus writeDirectory(const _TEV_info& info, const Removal& removal, TevS
     return writeDirectoryByFields(info, removal, out);
 }
 
-// Zeroes the old directory's closing "TEVT" in a file before the first
-// record moves, when the finished rebuild leaves none of it.
-// A rebuild cut short (the process killed, a write failing) then leaves a
-// container that does not read at all instead of a directory that names
-// bytes which have moved. The tag lies in the stretch the rebuild rewrites
-// or cuts off, so a finished rebuild's bytes are the same. A Voxa block
-// behind the directory gives the tag's distance from the end (its length
-// word, 10 bytes before the end, plus 18 reaches KTHO).
-void retireOldDirectory(TevStream& stream, const _TEV_info& info, int64_t rewrittenEnd, int64_t cut) {
-    // Memory does not outlive the process; a buffer keeps its bytes.
+// Zeroes the old directory's "TEVH" in a file before the first record
+// moves, so that a rebuild cut short (the process killed, a write failing)
+// leaves a container that does not parse instead of a directory naming bytes
+// which have moved. The tag must be gone once the rebuild is done, so that
+// its bytes stay the same: written over by the rebuilt container (which
+// ends at `rewrittenEnd`), or cut off when the caller cuts right behind what
+// it writes. A memory buffer does not outlive the process and is left alone.
+void retireOldDirectory(TevStream& stream, const RecordSpan& span, int64_t rewrittenEnd, bool cutBehind) {
     if (stream.GetStreamType() == TEV_STREAM_BUFFER) return;
-    int64_t tailDistance = kTailFieldsSize;
-    unsigned char word[kFieldSize] = {};
-    if (stream.seek(info.stream_size - kFieldSize, kSeekSet) != info.stream_size - kFieldSize ||
-        stream.read(word, kFieldSize) != kFieldSize) {
-        return;
-    }
-    if (std::memcmp(word, kTagTail, kTagSize) != 0) {
-        const int64_t lengthWord = info.stream_size - kVoxaLengthFieldDistance;
-        if (stream.seek(lengthWord, kSeekSet) != lengthWord || stream.read(word, kFieldSize) != kFieldSize) return;
-        tailDistance = int64_t{loadLittleEndian32(word)} + kVoxaTailDistanceBias;
-    }
-    const int64_t tag = info.stream_size - tailDistance + kFieldSize;
-    // Only a tag that the rebuild writes over or the cut removes; a cut that
-    // keeps old bytes (the multi-record delete's) keeps it too.
-    const bool gone = cut < 0 || tag + kTagSize <= rewrittenEnd || tag >= cut;
-    if (!gone || tag < 0 || tag > info.stream_size - kTagSize || stream.seek(tag, kSeekSet) != tag ||
-        stream.read(word, kTagSize) != kTagSize || std::memcmp(word, kTagTail, kTagSize) != 0) {
-        return;
-    }
+    if (!cutBehind && span.directory + kTagSize > rewrittenEnd) return;
     const unsigned char zeros[kTagSize] = {};
-    if (stream.seek(tag, kSeekSet) == tag) stream.write(zeros, kTagSize);
+    if (stream.seek(span.directory, kSeekSet) == span.directory) stream.write(zeros, kTagSize);
 }
 
 }  // namespace
@@ -233,9 +211,9 @@ int64_t rebuiltLength(const _TEV_info& info, const RecordSpan& span, const Remov
 }
 
 RebuildStatus rebuildInPlace(TevStream& stream, const _TEV_info& info, const RecordSpan& span,
-                             const Removal& removal, int64_t cut) {
+                             const Removal& removal, bool cutBehind) {
     int64_t end = 0;
-    retireOldDirectory(stream, info, span.first + rebuiltLength(info, span, removal), cut);
+    retireOldDirectory(stream, span, span.first + rebuiltLength(info, span, removal), cutBehind);
     const RebuildStatus status = moveKeptRecords(stream, info, span, removal, &end);
     if (status != RebuildStatus::kOk) return status;
     if (stream.seek(end, tev::kSeekSet) != end) return RebuildStatus::kWriteFailed;

@@ -71,11 +71,11 @@ enum class RebuildStatus { kOk, kNoMemory, kReadFailed, kWriteFailed };
 // overwritten before it was read: every read lies ahead of every write.
 // In a file, the old directory is made unreadable first, so that a rebuild
 // cut short leaves a damaged container rather than a directory naming moved
-// bytes; `cut` is where the caller cuts the stream afterwards (-1: right
-// behind what follows the new directory), which tells whether the old
-// directory's last bytes are gone once the rebuild is done.
+// bytes. `cutBehind`: the caller cuts the stream right behind what it writes
+// after the new directory (not so the multi-record delete, whose cut can
+// keep old bytes); the old directory is then always gone at the end.
 RebuildStatus rebuildInPlace(TevStream& stream, const _TEV_info& info, const RecordSpan& span,
-                             const Removal& removal, int64_t cut);
+                             const Removal& removal, bool cutBehind);
 
 // A memory stream of fixed capacity, for edits that assemble a tail of the
 // file in memory before writing it over the old one.
