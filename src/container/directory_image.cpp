@@ -59,4 +59,63 @@ bool writeDirectoryImage(TevStream& stream, const DirectoryImage& image) {
     return false;
 }
 
+bool collectEntries(const _TEV_info& info, std::vector<_TEV_data_info*>* entries) {
+    if (info.meta_count > 0 && info.meta_data == nullptr) return false;
+    entries->reserve(entries->size() + info.meta_count);
+    for (uint32_t i = 0; i < info.meta_count; ++i) {
+        if (info.meta_data[i] == nullptr) return false;
+        entries->push_back(info.meta_data[i]);
+    }
+    return true;
+}
+
+namespace {
+
+bool wrote(int64_t result) { return result > 0; }
+
+// The directory in one write; false (the stream back where it began) when
+// there is no memory for it, an entry is missing, or the write fell short.
+bool writeDirectoryAtOnce(TevStream& stream, uint32_t countField,
+                          const std::vector<_TEV_data_info*>& entries) {
+    const uint32_t entryCount = static_cast<uint32_t>(entries.size());
+    DirectoryImage image;
+    if (!image.reserve(entryCount)) return false;
+    image.begin(countField);
+    for (const _TEV_data_info* entry : entries) {
+        if (entry == nullptr) return false;
+        image.addEntry(*entry);
+    }
+    image.end(entryCount);
+    return writeDirectoryImage(stream, image);
+}
+
+DirectoryWrite writeDirectoryByFields(TevStream& stream, uint32_t countField,
+                                      const std::vector<_TEV_data_info*>& entries) {
+    const uint32_t entryCount = static_cast<uint32_t>(entries.size());
+    int64_t result = stream.writeTEV_KTSS();
+    if (!wrote(result)) return {DirectoryStep::kHead, result};
+    result = stream.writeTEV_KVER();
+    if (!wrote(result)) return {DirectoryStep::kVersion, result};
+    result = stream.writeTEV_KCnt(countField);
+    if (!wrote(result)) return {DirectoryStep::kCount, result};
+    for (_TEV_data_info* entry : entries) {
+        result = stream.writeTEV_KDR(entry);
+        if (!wrote(result)) return {DirectoryStep::kEntry, result};
+    }
+    result = stream.writeTEV_KTHO(entryCount);
+    if (!wrote(result)) return {DirectoryStep::kKtho, result};
+    result = stream.writeTEV_KTS();
+    if (!wrote(result)) return {DirectoryStep::kTail, result};
+    return {DirectoryStep::kDone, result};
+}
+
+}  // namespace
+
+DirectoryWrite writeDirectory(TevStream& stream, uint32_t countField,
+                              const std::vector<_TEV_data_info*>& entries) {
+    // A complete write ends with "TEVT", whose write gives its size.
+    if (writeDirectoryAtOnce(stream, countField, entries)) return {DirectoryStep::kDone, kTagSize};
+    return writeDirectoryByFields(stream, countField, entries);
+}
+
 }  // namespace tev

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "tev/stream.h"
 #include "tev/types.h"
@@ -47,6 +48,23 @@ private:
 // and the result is false: the caller then writes the directory field by
 // field, which leaves the bytes and reports the failing step it always did.
 bool writeDirectoryImage(TevStream& stream, const DirectoryImage& image);
+
+// The one writer of a container directory. Its write, step by step, so each
+// caller can report the step that failed with its own text.
+enum class DirectoryStep { kHead, kVersion, kCount, kEntry, kKtho, kTail, kDone };
+struct DirectoryWrite {
+    DirectoryStep failedStep;  // kDone when every write succeeded
+    int64_t lastResult;        // result of the last write made
+    bool ok() const { return failedStep == DirectoryStep::kDone; }
+};
+// "TEVH", version, `countField`, the entries, KTHO for the number of
+// entries, "TEVT" at the stream's position: in one write when the memory
+// for it can be had, else field by field, stopping at the first write that
+// fails.
+DirectoryWrite writeDirectory(TevStream& stream, uint32_t countField,
+                              const std::vector<_TEV_data_info*>& entries);
+// The index's entries in directory order; false when one is missing.
+bool collectEntries(const _TEV_info& info, std::vector<_TEV_data_info*>* entries);
 
 }  // namespace tev
 

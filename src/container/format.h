@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#include "stream/sound_block_format.h"
+
 namespace tev {
 
 // Directory: "TEVH", version, count, entries, KTHO, "TEVT".
@@ -60,20 +62,6 @@ inline constexpr uint32_t kVoxaTevKthoDistance = 38;
 // container must stay below kContainerSizeBound.
 inline constexpr uint32_t kTooBigDataLength = 0xFFF00001u;
 inline constexpr uint64_t kContainerSizeBound = 0xFFEFFFF1u;
-
-// Voxa block: "VOXA", version, count, table, header length, "VOXABS".
-inline constexpr char kVoxaMarks[] = "VOXAVOXABS";  // magic = first 4, tail mark = last 6
-inline constexpr char kVoxaMagic[4] = {'V', 'O', 'X', 'A'};
-inline constexpr char kVoxaTailMark[6] = {'V', 'O', 'X', 'A', 'B', 'S'};
-inline constexpr uint32_t kVoxaTailMarkSize = 6;
-inline constexpr uint32_t kVoxaLengthFieldDistance = 10;  // header length field + "VOXABS"
-inline constexpr uint32_t kVoxaOneSoundBlockSize = 30;    // 22 + 8 for one sound
-inline constexpr uint32_t kVoxaFirstUnreadableVersion = 207;
-// Version of the Voxa block that an append behind a container writes; the
-// block writer of the Voxa code (and the direct append) writes 107.
-inline constexpr uint32_t kVoxaAppendVersion = 106;
-inline constexpr uint32_t kVoxaWriterVersion = 107;
-inline constexpr uint32_t kVoxaOneSoundHeaderLength = 20;  // header length field for one sound
 
 // Voxa position marks: where an edited record lies relative to the record
 // holding the Voxa sound.

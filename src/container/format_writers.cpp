@@ -2,6 +2,7 @@
 // record tag headers and the "Invalid_Data" filler. They write at the
 // stream's current position; the caller positions the stream.
 #include <algorithm>
+#include <vector>
 
 #include "container/directory_image.h"
 #include "container/format.h"
@@ -99,12 +100,7 @@ void TevStream::writeDummyTEVDataHeader(uint32_t size, uint32_t has_sub) {
         entry.meta_type = _setMetaType(TEV_INVALID_DATA, has_sub);
         entry.start_offset = fillerSize;
         entry.length = fillerSize;
-        writeTEV_KTSS();
-        writeTEV_KVER();
-        writeTEV_KCnt(1);
-        writeTEV_KDR(&entry);
-        writeTEV_KTHO(1);
-        writeTEV_KTS();
+        tev::writeDirectory(*this, 1, {&entry});
         return;
     }
     // Too small for a filler and a directory: the region ends the stream.
@@ -112,35 +108,11 @@ void TevStream::writeDummyTEVDataHeader(uint32_t size, uint32_t has_sub) {
     if (here >= 1) truncate(here);
 }
 
-namespace {
-
-// The directory of writeTEVHeader in one write; false, with the stream back
-// where it began, when that is not possible.
-bool writeHeaderAtOnce(TevStream& stream, _TEV_data_info** entries, uint32_t count) {
-    tev::DirectoryImage image;
-    if (!image.reserve(count)) return false;
-    image.begin(count + tev::kHeaderCountSurplus);
-    for (uint32_t i = 0; i < count; ++i) image.addEntry(*entries[i]);
-    image.end(count);
-    return tev::writeDirectoryImage(stream, image);
-}
-
-}  // namespace
-
 int64_t TevStream::writeTEVHeader(_TEV_data_info** entries, uint32_t count) {
     if (entries == nullptr) return 0;
     for (uint32_t i = 0; i < count; ++i) {
         if (entries[i] == nullptr) return 0;
     }
-    if (writeHeaderAtOnce(*this, entries, count)) return tev::kTagSize;
-    if (!wroteAll(writeTEV_KTSS(), tev::kTagSize) || !wroteAll(writeTEV_KVER(), tev::kFieldSize) ||
-        !wroteAll(writeTEV_KCnt(count + tev::kHeaderCountSurplus), tev::kFieldSize)) {
-        return 0;
-    }
-    for (uint32_t i = 0; i < count; ++i) {
-        if (!writeEntry(*this, *entries[i])) return 0;
-    }
-    if (!wroteAll(writeTEV_KTHO(count), tev::kFieldSize)) return 0;
-    const int64_t last = writeTEV_KTS();
-    return wroteAll(last, tev::kTagSize) ? last : 0;
+    const std::vector<_TEV_data_info*> list(entries, entries + count);
+    return tev::writeDirectory(*this, count + tev::kHeaderCountSurplus, list).ok() ? tev::kTagSize : 0;
 }

@@ -91,7 +91,7 @@ uint32_t appendRecord(TevStream* stream, _TEV_info* info, const RecordArgs& reco
         uint32_t start = 0;
         uint32_t end = 0;
         firstSoundOf(*voxa, &start, &end);
-        if (!writeVoxaTrailer(*stream, kVoxaAppendVersion, voxa->sound_count, start, end)) {
+        if (!writeSoundTrailer(*stream, kVoxaAppendVersion, voxa->sound_count, start, end)) {
             logLine(kLogError, "TEVEncoder::AddTEVData", "file write error\n");
             return LUMET_TEV_FALSE;
         }

@@ -6,12 +6,6 @@
 #include "util/checked.h"
 
 namespace tev {
-namespace {
-
-bool wrote(int64_t result) { return result > 0; }
-
-}  // namespace
-
 uint32_t RecordArgs::metaType() const {
     return _setMetaType(static_cast<uint16_t>(type), hasSubFlag());
 }
@@ -44,63 +38,6 @@ _TEV_data_info makeEntry(uint32_t metaType, uint32_t startOffset, uint32_t lengt
     entry.meta_type = metaType;
     entry.has_sub_info = (metaType & kSubInfoFlag) != 0 ? 1u : 0u;
     return entry;
-}
-
-bool collectEntries(const _TEV_info& info, std::vector<_TEV_data_info*>* entries) {
-    if (info.meta_count > 0 && info.meta_data == nullptr) return false;
-    entries->reserve(entries->size() + info.meta_count);
-    for (uint32_t i = 0; i < info.meta_count; ++i) {
-        if (info.meta_data[i] == nullptr) return false;
-        entries->push_back(info.meta_data[i]);
-    }
-    return true;
-}
-
-namespace {
-
-// The directory in one write; false (the stream back where it began) when
-// there is no memory for it, an entry is missing, or the write fell short.
-bool writeDirectoryAtOnce(TevStream& stream, uint32_t countField,
-                          const std::vector<_TEV_data_info*>& entries) {
-    const uint32_t entryCount = static_cast<uint32_t>(entries.size());
-    DirectoryImage image;
-    if (!image.reserve(entryCount)) return false;
-    image.begin(countField);
-    for (const _TEV_data_info* entry : entries) {
-        if (entry == nullptr) return false;
-        image.addEntry(*entry);
-    }
-    image.end(entryCount);
-    return writeDirectoryImage(stream, image);
-}
-
-DirectoryWrite writeDirectoryByFields(TevStream& stream, uint32_t countField,
-                                      const std::vector<_TEV_data_info*>& entries) {
-    const uint32_t entryCount = static_cast<uint32_t>(entries.size());
-    int64_t result = stream.writeTEV_KTSS();
-    if (!wrote(result)) return {DirectoryStep::kHead, result};
-    result = stream.writeTEV_KVER();
-    if (!wrote(result)) return {DirectoryStep::kVersion, result};
-    result = stream.writeTEV_KCnt(countField);
-    if (!wrote(result)) return {DirectoryStep::kCount, result};
-    for (_TEV_data_info* entry : entries) {
-        result = stream.writeTEV_KDR(entry);
-        if (!wrote(result)) return {DirectoryStep::kEntry, result};
-    }
-    result = stream.writeTEV_KTHO(entryCount);
-    if (!wrote(result)) return {DirectoryStep::kKtho, result};
-    result = stream.writeTEV_KTS();
-    if (!wrote(result)) return {DirectoryStep::kTail, result};
-    return {DirectoryStep::kDone, result};
-}
-
-}  // namespace
-
-DirectoryWrite writeDirectory(TevStream& stream, uint32_t countField,
-                              const std::vector<_TEV_data_info*>& entries) {
-    // A complete write ends with "TEVT", whose write gives its size.
-    if (writeDirectoryAtOnce(stream, countField, entries)) return {DirectoryStep::kDone, kTagSize};
-    return writeDirectoryByFields(stream, countField, entries);
 }
 
 DirectoryWrite writeAppendedDirectory(TevStream& stream, const _TEV_info& info,
@@ -151,18 +88,6 @@ bool placeOldDirectoryBehind(TevStream& stream, const _TEV_info& info, int64_t n
     }
     image.end(info.meta_count);
     return image.complete() && stream.seek(newEnd, kSeekSet) == newEnd && writeDirectoryImage(stream, image);
-}
-
-bool writeVoxaTrailer(TevStream& stream, uint32_t version, uint32_t count, uint32_t start,
-                      uint32_t end) {
-    const bool first = wrote(stream.write(kVoxaMagic, sizeof kVoxaMagic));
-    stream.writeInt32(version);
-    stream.writeInt32(count);
-    stream.writeInt32(start);
-    stream.writeInt32(end);
-    stream.writeInt32(kVoxaOneSoundHeaderLength);
-    const bool last = wrote(stream.write(kVoxaTailMark, kVoxaTailMarkSize));
-    return first && last;
 }
 
 void firstSoundOf(const _voxa_info_struct& voxa, uint32_t* start, uint32_t* end) {

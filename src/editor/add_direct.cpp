@@ -114,7 +114,7 @@ uint32_t AddDirectTEVDataStream(TevStream* stream, _TEV_info* info, uint32_t typ
         uint32_t start = 0;
         uint32_t end = 0;
         tev::firstSoundOf(*voxa, &start, &end);
-        tev::writeVoxaTrailer(*stream, tev::kVoxaWriterVersion, kOneSound, start, end);
+        tev::writeSoundTrailer(*stream, tev::kVoxaWriterVersion, kOneSound, start, end);
     }
     tev::dropStaleTail(*stream, info->stream_size);
     return LUMET_TEV_TRUE;

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "container/directory_image.h"
 #include "tev/stream.h"
 #include "tev/types.h"
 
@@ -40,21 +41,7 @@ bool computeRecordLength(const RecordArgs& record, uint32_t* length);
 
 // An entry that lives on the stack while a directory is written.
 _TEV_data_info makeEntry(uint32_t metaType, uint32_t startOffset, uint32_t length);
-// The index's entries in directory order; false when one is missing.
-bool collectEntries(const _TEV_info& info, std::vector<_TEV_data_info*>* entries);
 
-// The write of a directory, step by step, so each caller can report the
-// step that failed with its own text.
-enum class DirectoryStep { kHead, kVersion, kCount, kEntry, kKtho, kTail, kDone };
-struct DirectoryWrite {
-    DirectoryStep failedStep;  // kDone when every write succeeded
-    int64_t lastResult;        // result of the last write made
-    bool ok() const { return failedStep == DirectoryStep::kDone; }
-};
-// "TEVH", version, `countField`, the entries, KTHO for the number of
-// entries, "TEVT"; stops at the first write that fails.
-DirectoryWrite writeDirectory(TevStream& stream, uint32_t countField,
-                              const std::vector<_TEV_data_info*>& entries);
 // The directory of an append: the index's entries, then `added`.
 DirectoryWrite writeAppendedDirectory(TevStream& stream, const _TEV_info& info,
                                       _TEV_data_info added);
@@ -89,10 +76,6 @@ void dropStaleTail(TevStream& stream, int64_t oldEnd);
 // descriptors only; true when the copy was written.
 bool placeOldDirectoryBehind(TevStream& stream, const _TEV_info& info, int64_t newEnd, uint32_t further);
 
-// A one-sound Voxa block: "VOXA", version, count, start, end, header
-// length 20, "VOXABS". True when its first and last writes succeeded.
-bool writeVoxaTrailer(TevStream& stream, uint32_t version, uint32_t count, uint32_t start,
-                      uint32_t end);
 // The first sound's start and end from a parsed descriptor; 0 and 0 when it
 // lists no sound (its table may then be empty).
 void firstSoundOf(const _voxa_info_struct& voxa, uint32_t* start, uint32_t* end);

@@ -6,11 +6,11 @@
 #include "container/check_internal.h"
 #include "container/format.h"
 #include "editor/delete_rebuild.h"
+#include "editor/sound_bridge.h"
 #include "tev/detect.h"
 #include "tev/editor.h"
 #include "tev/voxa.h"
 #include "util/log.h"
-#include "voxa/meta_list.h"
 
 using tev::deleting::locateRecords;
 using tev::deleting::RebuildStatus;
@@ -76,17 +76,6 @@ bool planVoxaTrailer(const _voxa_info_struct& voxa, int64_t removedLength, VoxaT
     return true;
 }
 
-// "VOXA", 107, count, start, end, header length 20, "VOXABS".
-bool writeVoxaTrailer(TevStream& out, const VoxaTrailer& trailer) {
-    constexpr int64_t kIntSize = tev::kFieldSize;
-    return out.write(tev::kVoxaMagic, sizeof tev::kVoxaMagic) == sizeof tev::kVoxaMagic &&
-           out.writeInt32(tev::kVoxaWriterVersion) == kIntSize &&
-           out.writeInt32(trailer.count) == kIntSize && out.writeInt32(trailer.start) == kIntSize &&
-           out.writeInt32(trailer.end) == kIntSize &&
-           out.writeInt32(tev::kVoxaOneSoundHeaderLength) == kIntSize &&
-           out.write(tev::kVoxaTailMark, tev::kVoxaTailMarkSize) == tev::kVoxaTailMarkSize;
-}
-
 // True when every entry of the index has its name, read from the stream
 // when the index was made.
 bool hasAllNames(const _TEV_info& info) {
@@ -142,7 +131,7 @@ uint32_t replaceContainer(const _TEV_info& info, const RecordSpan& span, const R
                           const VoxaTrailer* trailer) {
     if (!rebuildReported(info, span, removal)) return LUMET_TEV_FALSE;
     TevStream& stream = *info.Stream;
-    if (trailer != nullptr && !writeVoxaTrailer(stream, *trailer)) {
+    if (trailer != nullptr && !tev::writeSoundTrailer(stream, tev::kVoxaWriterVersion, trailer->count, trailer->start, trailer->end)) {
         tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "File Write Error");
         return LUMET_TEV_FALSE;
     }
@@ -173,8 +162,8 @@ uint32_t DeleteATEVDataStream(_TEV_info* info, uint32_t index, _voxa_info_struct
     }
     voxa->position_mark = voxaPositionMark(*fresh, *voxa, index);
     // The sound list as it was, and the name that goes.
-    tev::voxa::MetaList sounds;
-    tev::voxa::readMetaList(fresh.get(), &sounds);
+    const tev::sound_bridge::ListHandle sounds = tev::sound_bridge::readSoundList(*fresh);
+    if (!sounds) return LUMET_TEV_FALSE;
     const char* deletedName = fresh->meta_data[index]->name;
     const std::string deleted = deletedName != nullptr ? deletedName : "";
     fresh.reset();
@@ -187,7 +176,7 @@ uint32_t DeleteATEVDataStream(_TEV_info* info, uint32_t index, _voxa_info_struct
     if (replaceContainer(*info, span, removal, withTrailer ? &trailer : nullptr) != LUMET_TEV_TRUE) {
         return LUMET_TEV_FALSE;
     }
-    tev::voxa::dropFromMetaList(*info->Stream, sounds, deleted);
+    tev::sound_bridge::dropFromSoundList(*info->Stream, *sounds, deleted);
     return LUMET_TEV_TRUE;
 }
 

@@ -1,17 +1,16 @@
 #include "editor/delete_rebuild.h"
 
 #include <algorithm>
+#include <vector>
 
 #include "container/directory_image.h"
 #include "container/format.h"
+#include "stream/byte_move.h"
 #include "util/checked.h"
 
 namespace tev::deleting {
 
 namespace {
-
-// Kept records move through one buffer of at most this size.
-constexpr int64_t kMoveChunk = int64_t{1} << 20;
 
 // Start of entry `index`'s record, counted back from "TEVH".
 int64_t recordStart(const RecordSpan& span, const _TEV_data_info& entry) {
@@ -36,23 +35,6 @@ uint32_t firstRemoved(const _TEV_info& info, const Removal& removal) {
     return i;
 }
 
-// Copies `length` bytes from `from` to `to` (to < from) front to back: each
-// piece is read before anything at or behind it is written.
-RebuildStatus moveRun(TevStream& stream, int64_t from, int64_t to, int64_t length, unsigned char* chunk,
-                      int64_t chunkSize) {
-    for (int64_t done = 0; done < length;) {
-        const int64_t step = std::min(length - done, chunkSize);
-        if (stream.seek(from + done, tev::kSeekSet) != from + done || stream.read(chunk, step) != step) {
-            return RebuildStatus::kReadFailed;
-        }
-        if (stream.seek(to + done, tev::kSeekSet) != to + done || stream.write(chunk, step) != step) {
-            return RebuildStatus::kWriteFailed;
-        }
-        done += step;
-    }
-    return RebuildStatus::kOk;
-}
-
 // Moves the kept records behind the first removed one forward, so that they
 // follow each other from where that record began; `end` is set to the end of
 // the last kept record.
@@ -64,12 +46,8 @@ RebuildStatus moveKeptRecords(TevStream& stream, const _TEV_info& info, const Re
     // The span and the removed lengths were checked against each other by
     // locateRecords: the kept bytes behind `to` fit the stream and are not negative.
     const int64_t toMove = span.directory - to - removal.length();
-    KUnique<unsigned char> chunk;
-    const int64_t chunkSize = std::min(kMoveChunk, toMove);
-    if (chunkSize > 0) {
-        chunk.reset(static_cast<unsigned char*>(_kmalloc(chunkSize)));
-        if (!chunk) return RebuildStatus::kNoMemory;
-    }
+    ByteMover mover;
+    if (!mover.reserve(toMove)) return RebuildStatus::kNoMemory;
     while (i < info.meta_count) {
         if (removal.removed(i)) {
             ++i;
@@ -77,8 +55,10 @@ RebuildStatus moveKeptRecords(TevStream& stream, const _TEV_info& info, const Re
         }
         const int64_t from = recordStart(span, *info.meta_data[i]);
         const int64_t length = keptRunFrom(info, removal, i, &i);
-        const RebuildStatus status = moveRun(stream, from, to, length, chunk.get(), chunkSize);
-        if (status != RebuildStatus::kOk) return status;
+        const MoveResult moved = mover.forward(stream, from, to, length);
+        if (moved == MoveResult::kNoMemory) return RebuildStatus::kNoMemory;
+        if (moved == MoveResult::kReadFailed) return RebuildStatus::kReadFailed;
+        if (moved == MoveResult::kWriteFailed) return RebuildStatus::kWriteFailed;
         to += length;
     }
     *end = to;
@@ -103,35 +83,16 @@ void forEachKeptEntry(const _TEV_info& info, const Removal& removal, Visit visit
     }
 }
 
-// The new directory in one write; false, with the stream back where the
-// directory begins, when it cannot be assembled or the write falls short.
-bool writeDirectoryAtOnce(const _TEV_info& info, const Removal& removal, TevStream& out) {
-    const uint32_t kept = info.meta_count - removal.count();
-    tev::DirectoryImage image;
-    if (!image.reserve(kept)) return false;
-    image.begin(kept);
-    forEachKeptEntry(info, removal, [&](const _TEV_data_info& moved) { image.addEntry(moved); });
-    image.end(kept);
-    return tev::writeDirectoryImage(out, image);
-}
-
-// "TEVH", version, count, the kept entries, KTHO, "TEVT", field by field.
-RebuildStatus writeDirectoryByFields(const _TEV_info& info, const Removal& removal, TevStream& out) {
-    const uint32_t kept = info.meta_count - removal.count();
-    if (out.writeTEV_KTSS() != tev::kTagSize || out.writeTEV_KVER() != tev::kFieldSize ||
-        out.writeTEV_KCnt(kept) != tev::kFieldSize) {
-        return RebuildStatus::kWriteFailed;
-    }
-    forEachKeptEntry(info, removal, [&](_TEV_data_info moved) { out.writeTEV_KDR(&moved); });
-    if (out.writeTEV_KTHO(kept) != tev::kFieldSize || out.writeTEV_KTS() != tev::kTagSize) {
-        return RebuildStatus::kWriteFailed;
-    }
-    return RebuildStatus::kOk;
-}
-
+// "TEVH", version, count, the kept entries with their new offsets, KTHO, "TEVT".
 RebuildStatus writeDirectory(const _TEV_info& info, const Removal& removal, TevStream& out) {
-    if (writeDirectoryAtOnce(info, removal, out)) return RebuildStatus::kOk;
-    return writeDirectoryByFields(info, removal, out);
+    std::vector<_TEV_data_info> kept;
+    kept.reserve(info.meta_count - removal.count());
+    forEachKeptEntry(info, removal, [&](const _TEV_data_info& moved) { kept.push_back(moved); });
+    std::vector<_TEV_data_info*> entries;
+    entries.reserve(kept.size());
+    for (_TEV_data_info& entry : kept) entries.push_back(&entry);
+    const uint32_t count = static_cast<uint32_t>(kept.size());
+    return tev::writeDirectory(out, count, entries).ok() ? RebuildStatus::kOk : RebuildStatus::kWriteFailed;
 }
 
 // Zeroes the old directory's "TEVH" in a file before the first record

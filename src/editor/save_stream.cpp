@@ -17,8 +17,8 @@
 #include "tev/query.h"
 #include "tev/sound.h"
 #include "util/log.h"
-#include "voxa/echoframe_internal.h"
-#include "voxa/meta_list.h"
+#include "echo/echoframe_internal.h"
+#include "echo/meta_list.h"
 
 namespace tev {
 

@@ -1,6 +1,7 @@
 // The Voxa block writers of TevStream: "VOXA", version, count, the start/end
 // table, the header length and "VOXABS", all integers little-endian.
-#include "container/format.h"
+#include "stream/io_detail.h"
+#include "stream/sound_block_format.h"
 #include "tev/stream.h"
 
 namespace {
@@ -37,14 +38,20 @@ int64_t TevStream::WriteSoundTailer(uint32_t count) {
 }
 
 uint32_t TevStream::writeVoxaHeader(uint32_t start, uint32_t end) {
+    return tev::writeSoundTrailer(*this, tev::kVoxaWriterVersion, 1, start, end) ? 1 : 0;
+}
+
+namespace tev {
+
+bool writeSoundTrailer(TevStream& stream, uint32_t version, uint32_t count, uint32_t start, uint32_t end) {
     // Every field must go out whole: files report -1 (or -2) for a failed
     // write, a full memory buffer reports 0.
     auto whole = [](int64_t result, int64_t size) { return result == size; };
-    constexpr int64_t kInt = tev::kFieldSize;
-    const bool written = whole(write(tev::kVoxaMagic, sizeof tev::kVoxaMagic), sizeof tev::kVoxaMagic) &&
-                         whole(writeInt32(tev::kVoxaWriterVersion), kInt) && whole(writeInt32(1), kInt) &&
-                         whole(writeInt32(start), kInt) && whole(writeInt32(end), kInt) &&
-                         whole(writeInt32(tev::kVoxaOneSoundHeaderLength), kInt) &&
-                         whole(write(tev::kVoxaTailMark, tev::kVoxaTailMarkSize), tev::kVoxaTailMarkSize);
-    return written ? 1 : 0;
+    return whole(stream.write(kVoxaMagic, sizeof kVoxaMagic), sizeof kVoxaMagic) &&
+           whole(stream.writeInt32(version), kInt32Size) && whole(stream.writeInt32(count), kInt32Size) &&
+           whole(stream.writeInt32(start), kInt32Size) && whole(stream.writeInt32(end), kInt32Size) &&
+           whole(stream.writeInt32(kVoxaOneSoundHeaderLength), kInt32Size) &&
+           whole(stream.write(kVoxaTailMark, kVoxaTailMarkSize), kVoxaTailMarkSize);
 }
+
+}  // namespace tev

@@ -15,11 +15,6 @@ namespace tev::voxa {
 // failed seek is logged under `tag` and changes nothing.
 bool cutAtFirstSound(TevStream& stream, const _voxa_info_struct& voxa, const char* tag);
 
-// Moves `length` bytes of the stream from `from` forward to `to` (to <= from)
-// through one bounded buffer, front to back so nothing is read after it was
-// overwritten. False on a short read or write or when the buffer cannot be made.
-bool moveForward(TevStream& stream, int64_t from, int64_t to, int64_t length);
-
 // First byte of the Voxa block: file size - header length - 10.
 bool blockStart(const _voxa_info_struct& voxa, int64_t* start);
 

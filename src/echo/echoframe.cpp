@@ -11,8 +11,8 @@
 #include "tev/sound.h"
 #include "tev/voxa.h"
 #include "util/log.h"
-#include "voxa/echoframe_internal.h"
-#include "voxa/meta_list.h"
+#include "echo/echoframe_internal.h"
+#include "echo/meta_list.h"
 #include "voxa/voxa_internal.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include "tev/container.h"
 #include "tev/sound.h"
 #include "util/log.h"
-#include "voxa/meta_list.h"
+#include "echo/meta_list.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Reading, building and editing the "EchoFrame_Meta_Info" payload.
-#include "voxa/meta_list.h"
+#include "echo/meta_list.h"
 
 #include <cstdio>
 #include <cstring>

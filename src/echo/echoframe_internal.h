@@ -1,7 +1,7 @@
 // The step the container's save paths take on an image whose sound is a
 // bare Voxa block: the sound becomes the record "EchoFrame_000" with its list.
-#ifndef TEV_SRC_VOXA_ECHOFRAME_INTERNAL_H
-#define TEV_SRC_VOXA_ECHOFRAME_INTERNAL_H
+#ifndef TEV_SRC_ECHO_ECHOFRAME_INTERNAL_H
+#define TEV_SRC_ECHO_ECHOFRAME_INTERNAL_H
 
 #include <cstdint>
 
@@ -19,4 +19,4 @@ bool convertBareSoundForSave(TevStream& stream, uint32_t dataLength, uint32_t su
 
 }  // namespace tev::voxa
 
-#endif  // TEV_SRC_VOXA_ECHOFRAME_INTERNAL_H
+#endif  // TEV_SRC_ECHO_ECHOFRAME_INTERNAL_H

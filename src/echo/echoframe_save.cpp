@@ -13,7 +13,7 @@
 #include "tev/sound.h"
 #include "tev/voxa.h"
 #include "util/log.h"
-#include "voxa/meta_list.h"
+#include "echo/meta_list.h"
 #include "voxa/sound_internal.h"
 
 namespace {

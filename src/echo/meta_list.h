@@ -1,8 +1,8 @@
 // The "EchoFrame_Meta_Info" payload: two leading words (1 and 0 when first
 // made, copied unchanged afterwards), the name count K, K name lengths and
 // the K names back to back, all integers little-endian u32.
-#ifndef TEV_SRC_VOXA_META_LIST_H
-#define TEV_SRC_VOXA_META_LIST_H
+#ifndef TEV_SRC_ECHO_META_LIST_H
+#define TEV_SRC_ECHO_META_LIST_H
 
 #include <cstdint>
 #include <string>
@@ -52,4 +52,4 @@ void dropFromMetaList(TevStream& stream, const MetaList& before, const std::stri
 
 }  // namespace tev::voxa
 
-#endif  // TEV_SRC_VOXA_META_LIST_H
+#endif  // TEV_SRC_ECHO_META_LIST_H

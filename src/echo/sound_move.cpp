@@ -6,9 +6,11 @@
 #include <cstring>
 #include <vector>
 
+#include "container/directory_image.h"
 #include "container/format.h"
 #include "container/owned.h"
 #include "editor/delete_rebuild.h"
+#include "stream/byte_move.h"
 #include "tev/detect.h"
 #include "tev/editor.h"
 #include "tev/sound.h"
@@ -31,10 +33,8 @@ bool isIsoMedia(TevStream& stream) { return checkMP4Stream(&stream) == LUMET_TEV
 // The directory as the rebuilt container holds it: the records keep their
 // order and their distances to "TEVH".
 bool writeDirectory(TevStream& out, const _TEV_info& info) {
-    bool ok = out.writeTEV_KTSS() == tev::kTagSize && out.writeTEV_KVER() == tev::kFieldSize &&
-              out.writeTEV_KCnt(info.meta_count) == tev::kFieldSize;
-    for (uint32_t i = 0; ok && i < info.meta_count; ++i) ok = out.writeTEV_KDR(info.meta_data[i]) == 1;
-    return ok && out.writeTEV_KTHO(info.meta_count) == tev::kFieldSize && out.writeTEV_KTS() == tev::kTagSize;
+    std::vector<_TEV_data_info*> entries;
+    return tev::collectEntries(info, &entries) && tev::writeDirectory(out, info.meta_count, entries).ok();
 }
 
 bool copyRange(TevStream& from, int64_t start, int64_t length, TevStream& to) {
@@ -105,22 +105,6 @@ int64_t insertInFrontOfContainer(TevStream& stream, const void* data, uint32_t s
 
 namespace tev::voxa {
 
-bool moveForward(TevStream& stream, int64_t from, int64_t to, int64_t length) {
-    std::vector<unsigned char> chunk;
-    for (int64_t done = 0; done < length;) {
-        const int64_t step = std::min(length - done, kMoveChunk);
-        if (chunk.empty()) chunk.resize(static_cast<size_t>(step));
-        if (stream.seek(from + done, kSeekSet) != from + done || stream.read(chunk.data(), step) != step) {
-            return false;
-        }
-        if (stream.seek(to + done, kSeekSet) != to + done || stream.write(chunk.data(), step) != step) {
-            return false;
-        }
-        done += step;
-    }
-    return true;
-}
-
 bool blockStart(const _voxa_info_struct& voxa, int64_t* start) {
     const int64_t at = int64_t{voxa.file_size} - voxa.header_length - kVoxaLengthFieldDistance;
     if (at < 0) return false;
@@ -163,7 +147,7 @@ uint32_t deleteVoxa_ExistTEV_Stream(TevStream* stream, _voxa_info_struct* voxa) 
         tev::logLine(tev::kLogError, kExistTag, "temp AllocSize is <= 0");
         return LUMET_TEV_TRUE;
     }
-    if (!tev::voxa::moveForward(*stream, span.first, sound.start, length)) {
+    if (tev::ByteMover().forward(*stream, span.first, sound.start, length) != tev::MoveResult::kDone) {
         tev::logLine(tev::kLogError, kExistTag, "File Search Error 2");
         return LUMET_TEV_FALSE;
     }
