@@ -287,7 +287,8 @@ uint32_t copyMergeTEVData(_TEV_info* info, FILE* dst) {
         return LUMET_TEV_FALSE;
     }
     const int64_t from = info->stream_size - size;
-    if (info->Stream->seek(from, 0) != from) {
+    const int64_t landed = info->Stream->seek(from, 0);
+    if (landed < 0 || landed != from) {
         tev::logLine(tev::kLogError, "TEVAPIs", "copyMergeTEVData start\n");
         return LUMET_TEV_FALSE;
     }
