@@ -435,34 +435,4 @@ TEST(RecordSave, ReplacingAListedSoundThroughTheRecordSave) {
     EXPECT_EQ(file.read(), before);
 }
 
-// ------------------------------------------------------------ copying sounds
-
-TEST(CopySound, ListedSoundsIntoAPlainImage) {
-    const std::vector<RecordSpec> sounds{soundRecord(kFirst, soundA()), record("x", 9, 0x11),
-                                         soundRecord("memo", soundB()), metaRecord({kFirst, "memo"})};
-    TempFile src(imageWithRecordSound(media(), sounds, 0));
-    TempFile dst(fakeJpeg(30));
-    EXPECT_EQ(copyVoxaData(src.c_str(), dst.c_str()), 1u);
-    EXPECT_EQ(dst.read(), imageWithRecordSound(fakeJpeg(30),
-                                               {soundRecord(kFirst, soundA()), soundRecord("memo", soundB()),
-                                                metaRecord({kFirst, "memo"})},
-                                               0));
-}
-
-TEST(CopySound, BareSourceIsConvertedAndCopiedIntoAContainer) {
-    TempFile src(imageWithBareSound(media(), soundA()));
-    const RecordSpec x = record("x", 9, 0x11);
-    TempFile dst(buildContainer(fakeJpeg(30), {x}));
-    EXPECT_EQ(copyVoxaData(src.c_str(), dst.c_str()), 1u);
-    EXPECT_EQ(src.read(),
-              imageWithRecordSound(media(), {soundRecord(kFirst, soundA()), metaRecord({kFirst})}, 0));
-    EXPECT_EQ(dst.read(), imageWithRecordSound(fakeJpeg(30),
-                                               {x, soundRecord(kFirst, soundA()), metaRecord({kFirst})}, 1));
-    // A source without sound copies nothing.
-    TempFile plain(media());
-    const Bytes before = dst.read();
-    EXPECT_EQ(copyVoxaData(plain.c_str(), dst.c_str()), 1u);
-    EXPECT_EQ(dst.read(), before);
-}
-
 }  // namespace

@@ -273,12 +273,19 @@ TEST_F(SoundEdit, BoxMediaIsRefusedAndLeftAsItWas) {
     }
 }
 
+// Also: nothing is logged on success, which a stream that seeks its
+// descriptor after the file was closed would ("_klseek").
 TEST_F(SoundEdit, CopyAudioCarriesTheFirstSoundOver) {
     const Bytes sound = pattern(45);
     TempFile src(imageWithBareSound(media(), sound));
     TempFile dst(imageWithBareSound(fakeJpeg(30), Bytes(9, 1)));
+    TempFile plain(fakeJpeg(30)), noSound(media());
     EXPECT_EQ(_copyAudioData(src.c_str(), dst.c_str()), 1u);
     EXPECT_EQ(dst.read(), imageWithBareSound(fakeJpeg(30), sound));
+    EXPECT_EQ(_copyAudioData(src.c_str(), plain.c_str()), 1u);
+    EXPECT_EQ(plain.read(), imageWithBareSound(fakeJpeg(30), sound));
+    EXPECT_EQ(_copyAudioData(noSound.c_str(), dst.c_str()), 1u);  // nothing to copy
+    EXPECT_TRUE(logLines().empty()) << dumpLog();
     EXPECT_EQ(_copyAudioData(src.c_str(), "/nonexistent/x.jpg"), 0u);
     EXPECT_TRUE(loggedError("Voxa::_copyAudioData", "Dst File Open Error"));
 }

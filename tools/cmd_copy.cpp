@@ -70,6 +70,10 @@ int runRaw(const Options& o, const FileFacts& source, const FileFacts& destinati
 // The type and name copies fill only a destination without records.
 int runSelective(const Options& o, const FileFacts& source, const FileFacts& destination) {
     if (!signatureHasContainer(source.signature)) return fail(o.source, "no container");
+    // The library's name copy answers 1 and copies nothing from such a source.
+    if (o.name && source.signature == SIGNATURE_VOXA_TEV) {
+        return fail(o.source, "carries sound behind its records; --name copies only from a file without sound");
+    }
     if (destination.signature != SIGNATURE_DETECTION_FAIL) {
         return fail(o.destination, "already holds records or sound; --type and --name copy only into plain media");
     }

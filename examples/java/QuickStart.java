@@ -14,7 +14,8 @@ public final class QuickStart {
         String photo = args[0];
         String key = "note";
         byte[] data = "taken on the ridge at dawn".getBytes(StandardCharsets.UTF_8);
-        int keyLength = key.getBytes(StandardCharsets.UTF_8).length;
+        // Key lengths are counted in the bytes the binding receives: modified UTF-8.
+        int keyLength = modifiedUtf8Length(key);
 
         // Type 1 is one of the caller's own types; option 1 replaces a record of the same name.
         if (TEVJNI.addTEVData(photo, key, keyLength, null, 0, data, data.length, 1, 1) != 1) {
@@ -34,5 +35,21 @@ public final class QuickStart {
 
         if (TEVJNI.deleteTEVData(photo, key, keyLength) != 1) throw new IOException("could not delete");
         System.out.println("records after delete: " + TEVJNI.getTEVDataCount(photo));
+    }
+
+    /**
+     * The length of s in modified UTF-8, the form the native side gets a
+     * Java string in: one byte for U+0001 to U+007F, two for U+0000 and up
+     * to U+07FF, three for every other char, so six for a character outside
+     * the Basic Multilingual Plane (two surrogates), where standard UTF-8
+     * ({@code getBytes(UTF_8)}) counts four.
+     */
+    static int modifiedUtf8Length(String s) {
+        int length = 0;
+        for (int i = 0; i < s.length(); i++) {
+            char c = s.charAt(i);
+            length += (c >= 0x0001 && c <= 0x007F) ? 1 : (c <= 0x07FF ? 2 : 3);
+        }
+        return length;
     }
 }

@@ -6,6 +6,7 @@
 
 #include "container/format.h"
 #include "container/owned.h"
+#include "editor/add_internal.h"
 #include "tev/container.h"
 #include "tev/detect.h"
 #include "tev/editor.h"
@@ -199,10 +200,11 @@ uint32_t saveIntoVoxaContainer(TevStream& stream, const Sound& s) {
 
 // The records of `src` named by its list, in directory order, saved into
 // `dst` one by one so that the destination's list grows by the same names.
-uint32_t copyListedSounds(TevStream& src, TevStream& dst) {
+// A source without a list has nothing to copy.
+void copyListedSounds(TevStream& src, TevStream& dst) {
     tev::OwnedPackOnStream pack(checkTEVInStreamAndUpdate(&src));
     MetaList list;
-    if (!pack || !readList(pack.get(), &list)) return LUMET_TEV_FALSE;
+    if (!pack || !readList(pack.get(), &list)) return;
     std::vector<std::pair<std::string, OwnedUnit>> sounds;
     for (uint32_t i = 0; i < pack->info->meta_count; ++i) {
         const char* name = pack->info->meta_data[i]->name;
@@ -215,7 +217,6 @@ uint32_t copyListedSounds(TevStream& src, TevStream& dst) {
         saveVoxaToImageStream(&dst, unit->data, unit->data_length, name.c_str(),
                               static_cast<uint32_t>(name.size()));
     }
-    return LUMET_TEV_TRUE;
 }
 
 // A bare sound becomes records in place; true when the stream then holds them.
@@ -278,11 +279,12 @@ uint32_t saveVoxaToImageFile(const char* path, unsigned char* data, uint32_t siz
 }
 
 uint32_t copyEchoFrameData(TevStream* src, TevStream* dst) {
-    if (src == nullptr || dst == nullptr) return LUMET_TEV_FALSE;
+    if (src == nullptr || dst == nullptr || !dst->CheckError()) return LUMET_TEV_FALSE;
     tev::OwnedPackOnStream pack(checkTEVInStream(src));
     MetaList list;
     if (!pack || !readList(pack.get(), &list) || list.names.empty()) return LUMET_TEV_FALSE;
     const OwnedUnit meta(extractTEVDataFromFilebyName(pack.get(), kMetaRecordName, kMetaRecordNameLength));
+    if (!meta) return LUMET_TEV_FALSE;
     std::vector<OwnedUnit> sounds;
     for (const std::string& name : list.names) {
         sounds.emplace_back(extractTEVDataFromFilebyName(pack.get(), name.c_str(),
@@ -299,33 +301,35 @@ uint32_t copyEchoFrameData(TevStream* src, TevStream* dst) {
     }
     const uint32_t metaLength = _getDataLength(0, kMetaRecordNameLength, 0, meta->data_length);
     if (at < 0 || metaLength == 0 || total + 1024 >= UINT32_MAX) return LUMET_TEV_FALSE;
+    // The sound records in list order, then the list record with the
+    // source's payload unchanged; a write that fails ends the copy.
     for (size_t i = 0; i < sounds.size(); ++i) {
         const std::string& name = list.names[i];
-        if (dst->writeDataTagInfo(kSoundType, 0, name.data(), static_cast<uint32_t>(name.size()), nullptr, 0) == 0 ||
-            dst->write(sounds[i]->data, sounds[i]->data_length) != sounds[i]->data_length) {
+        if (writeTEVData(dst, kSoundType, 0, name.data(), static_cast<uint32_t>(name.size()), nullptr, 0,
+                         sounds[i]->data, sounds[i]->data_length) != sounds[i]->data_length) {
             return LUMET_TEV_FALSE;
         }
     }
-    if (dst->writeDataTagInfo(kMetaType, 0, kMetaRecordName, kMetaRecordNameLength, nullptr, 0) == 0 ||
-        dst->write(meta->data, meta->data_length) != meta->data_length) {
+    if (writeTEVData(dst, kMetaType, 0, kMetaRecordName, kMetaRecordNameLength, nullptr, 0, meta->data,
+                     meta->data_length) != meta->data_length) {
         return LUMET_TEV_FALSE;
     }
-    const uint32_t count = static_cast<uint32_t>(sounds.size()) + 1;
-    dst->writeTEV_KTSS();
-    dst->writeTEV_KVER();
-    dst->writeTEV_KCnt(count);
+    // One entry per sound record, offsets counted back from the directory,
+    // then the list record's entry.
     uint32_t behind = metaLength;
     for (uint32_t length : lengths) behind += length;
+    std::vector<_TEV_data_info> entries;
     for (size_t i = 0; i < sounds.size(); ++i) {
-        _TEV_data_info entry{behind, lengths[i], _setMetaType(static_cast<uint16_t>(sounds[i]->data_type), 0),
-                             0, 0, nullptr, 0};
-        dst->writeTEV_KDR(&entry);
+        entries.push_back(tev::makeEntry(_setMetaType(static_cast<uint16_t>(sounds[i]->data_type), 0), behind,
+                                         lengths[i]));
         behind -= lengths[i];
     }
-    _TEV_data_info metaEntry{metaLength, metaLength, _setMetaType(kMetaType, 0), 0, 0, nullptr, 0};
-    dst->writeTEV_KDR(&metaEntry);
-    dst->writeTEV_KTHO(count);
-    dst->writeTEV_KTS();
+    entries.push_back(tev::makeEntry(_setMetaType(kMetaType, 0), metaLength, metaLength));
+    std::vector<_TEV_data_info*> directory;
+    for (_TEV_data_info& entry : entries) directory.push_back(&entry);
+    if (!tev::writeDirectory(*dst, static_cast<uint32_t>(directory.size()), directory).ok()) {
+        return LUMET_TEV_FALSE;
+    }
     const uint32_t start = static_cast<uint32_t>(at + tev::kTagHeaderSize + list.names[0].size());
     return dst->writeVoxaHeader(start, start + sounds[0]->data_length) == 1 ? LUMET_TEV_TRUE : LUMET_TEV_FALSE;
 }
@@ -335,8 +339,11 @@ uint32_t copyVoxaDataStream(TevStream* src, TevStream* dst) {
     const uint32_t dstSignature = getSignatureStream(dst);
     uint32_t srcSignature = getSignatureStream(src);
     if (dstSignature < SIGNATURE_DETECTION_FAIL || dstSignature > SIGNATURE_VOXA_TEV) return LUMET_TEV_TRUE;
+    // A bare sound in the destination becomes records first, whatever the
+    // source turns out to hold.
+    if (dstSignature == SIGNATURE_VOXA) convertInPlace(*dst);
     if (srcSignature == SIGNATURE_DETECTION_FAIL || srcSignature == SIGNATURE_TEV) return LUMET_TEV_FALSE;
-    // A bare sound in the source becomes records there first; the copy then
+    // A bare sound in the source becomes records there too; the copy then
     // goes on from the converted source.
     if (srcSignature == SIGNATURE_VOXA) {
         if (!convertInPlace(*src)) return LUMET_TEV_FALSE;
@@ -347,8 +354,8 @@ uint32_t copyVoxaDataStream(TevStream* src, TevStream* dst) {
         copyEchoFrameData(src, dst);
         return LUMET_TEV_TRUE;
     }
-    if (dstSignature == SIGNATURE_VOXA) convertInPlace(*dst);
-    return copyListedSounds(*src, *dst);
+    copyListedSounds(*src, *dst);
+    return LUMET_TEV_TRUE;
 }
 
 uint32_t copyVoxaData(const char* src, const char* dst) {

@@ -190,38 +190,51 @@ uint32_t AddSoundInVoxaFile(const char* path, const void* data, uint32_t size) {
     return result;
 }
 
+namespace {
+
+enum class AudioCopy { kNoSound, kDone, kDestinationUnopened };
+
+// The work of _copyAudioData over an open source. Every stream made here is
+// gone when it returns, so the caller closes the files only after no
+// stream can touch their descriptors any more.
+AudioCopy copyFirstSoundFrom(FILE* srcFile, const char* dst) {
+    TevStreamFile srcStream(srcFile);
+    tev::OwnedVoxaOnStream voxa(_checkAudioInImageStream(&srcStream));
+    SoundSpan sound{};
+    if (!voxa || !tev::voxa::firstSound(voxa.get(), &sound)) return AudioCopy::kNoSound;
+    FILE* dstFile = dst != nullptr ? _kfopen(dst, "r+b") : nullptr;
+    if (dstFile == nullptr) return AudioCopy::kDestinationUnopened;
+    {
+        const tev::KUnique<unsigned char> bytes(static_cast<unsigned char*>(_kmalloc(sound.length)));
+        TevStreamFile dstStream(dstFile);
+        if (bytes && ReadSoundData(&srcStream, sound.start, sound.length, bytes.get()) == LUMET_TEV_TRUE) {
+            _voxa_info_struct* dstVoxa = ParseVoxaStream(&dstStream);
+            const bool dstHasBlock = dstVoxa != nullptr;
+            DestroyVoxaStream(dstVoxa);
+            if (dstHasBlock) {
+                addVoxaSoundStream(&dstStream, nullptr, bytes.get(), sound.length);
+            } else {
+                AddVoxaSoundInFirstTime(&dstStream, bytes.get(), sound.length);
+            }
+        }
+    }
+    _kfclose(dstFile);
+    return AudioCopy::kDone;
+}
+
+}  // namespace
+
 uint32_t _copyAudioData(const char* src, const char* dst) {
     FILE* srcFile = src != nullptr ? _kfopen(src, "rb") : nullptr;
     if (srcFile == nullptr) {
         tev::logLine(tev::kLogError, "Voxa::_copyAudioData", "Src File Open Error");
         return LUMET_TEV_FALSE;
     }
-    TevStreamFile srcStream(srcFile);
-    tev::OwnedVoxaOnStream voxa(_checkAudioInImageStream(&srcStream));
-    SoundSpan sound{};
-    if (!voxa || !tev::voxa::firstSound(voxa.get(), &sound)) {
-        _kfclose(srcFile);
-        return LUMET_TEV_TRUE;
-    }
-    const tev::OwnedFile dstFile(dst != nullptr ? _kfopen(dst, "r+b") : nullptr);
-    if (!dstFile) {
+    if (copyFirstSoundFrom(srcFile, dst) == AudioCopy::kDestinationUnopened) {
         // The source is left open here, as callers of this routine expect.
         tev::logLine(tev::kLogError, "Voxa::_copyAudioData", "Dst File Open Error");
         return LUMET_TEV_FALSE;
     }
-    const tev::KUnique<unsigned char> bytes(static_cast<unsigned char*>(_kmalloc(sound.length)));
-    if (bytes && ReadSoundData(&srcStream, sound.start, sound.length, bytes.get()) == LUMET_TEV_TRUE) {
-        TevStreamFile dstStream(dstFile.get());
-        _voxa_info_struct* dstVoxa = ParseVoxaStream(&dstStream);
-        const bool dstHasBlock = dstVoxa != nullptr;
-        DestroyVoxaStream(dstVoxa);
-        if (dstHasBlock) {
-            addVoxaSoundStream(&dstStream, nullptr, bytes.get(), sound.length);
-        } else {
-            AddVoxaSoundInFirstTime(&dstStream, bytes.get(), sound.length);
-        }
-    }
-    voxa.reset();
     _kfclose(srcFile);
     return LUMET_TEV_TRUE;
 }

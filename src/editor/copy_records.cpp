@@ -12,6 +12,7 @@
 #include "tev/copy.h"
 #include "tev/detect.h"
 #include "tev/editor.h"
+#include "tev/mp4.h"
 #include "tev/query.h"
 #include "tev/sound.h"
 #include "tev/voxa.h"
@@ -91,6 +92,18 @@ uint32_t copyFirstSound(_voxa_info_struct* voxa, TevStream& dst) {
     return saveVoxaToImageStream(&dst, bytes.data(), end - start, kFirstSoundName, sizeof kFirstSoundName - 1);
 }
 
+// Sizes the destination's "tevd" box to reach the end of the stream once
+// the copy is done. With no boxed container (no record landed) there is no
+// box to size, and nothing is written.
+uint32_t sizeBoxAtEnd(TevStream& dst) {
+    const uint32_t signature = getSignatureStream(&dst);
+    if (signature == SIGNATURE_TEV || signature == SIGNATURE_VOXA_TEV) {
+        tev::OwnedPackOnStream pack(checkTEVInStreamAndUpdate(&dst));
+        if (pack && checkSignatureMP4Tag(pack->info) == LUMET_TEV_TRUE) return updateMP4Tag(pack->info);
+    }
+    return dst.CheckError() ? LUMET_TEV_TRUE : LUMET_TEV_FALSE;
+}
+
 uint32_t copyContainer(TevStream& src, TevStream& dst) {
     // A damaged source whose directory does not parse has nothing to copy.
     tev::OwnedPackOnStream pack(checkTEVInStream(&src));
@@ -102,10 +115,14 @@ uint32_t copyContainer(TevStream& src, TevStream& dst) {
     }
     // MP4 media get their "tevd" box from the save itself: it opens the box
     // with the first record and sizes it after every later one, so the
-    // records land in one box whose size is right after the copy.
+    // records land in one box (added to the container already there, if
+    // any) instead of a second box opened around the saves' own.
+    const bool isoMedia = checkMP4Stream(&dst) == LUMET_TEV_TRUE;
     uint32_t result = LUMET_TEV_FALSE;
     for (uint32_t i = 0; i < count; ++i) result = saveRecord(pack.get(), i, dst, kReplace);
-    return result;
+    // For MP4 the copy answers with the sizing of the box at the end, not
+    // with the last save's result.
+    return isoMedia ? sizeBoxAtEnd(dst) : result;
 }
 
 // Sources with sound: the sounds go through the sound save, which rebuilds
@@ -116,13 +133,14 @@ uint32_t copyWithSound(TevStream& src, TevStream& dst, bool withContainer) {
     tev::OwnedVoxaOnStream voxa(_checkAudioInImageStream(&src));
     const NameList sounds(pack.get());
     if (!withContainer) return voxa && sounds.empty() ? copyFirstSound(voxa.get(), dst) : LUMET_TEV_FALSE;
-    if (!pack) return LUMET_TEV_FALSE;
     uint32_t result = LUMET_TEV_FALSE;
     if (voxa && sounds.empty()) {
         result = copyFirstSound(voxa.get(), dst);
         if (result == LUMET_TEV_FALSE) return LUMET_TEV_FALSE;
     }
-    const uint32_t count = GetTevCount(pack.get());
+    // A container that does not parse has no records to copy; the first
+    // sound above may still have been.
+    const uint32_t count = pack ? GetTevCount(pack.get()) : 0;
     for (uint32_t i = 0; i < count; ++i) {
         const char* name = entryName(pack.get(), i);
         if (name == nullptr) continue;
@@ -136,33 +154,40 @@ uint32_t copyWithSound(TevStream& src, TevStream& dst, bool withContainer) {
 }
 
 // The type and name copies write only into media without records or sound.
-// 1: go on; 0: refuse; 2: nothing to do (the answer is 1).
+// Go on, refuse (the answer is 0), or nothing to do (the answer is 1).
 enum class Start { kGo, kRefuse, kDone };
 
-Start startSelectiveCopy(TevStream& src, TevStream& dst) {
-    if (getSignatureStream(&src) == SIGNATURE_DETECTION_FAIL) return Start::kRefuse;
-    if (getSignatureStream(&dst) != SIGNATURE_DETECTION_FAIL) return Start::kDone;
-    const uint32_t signature = getSignatureStream(&src);
+// `withSound`: a source whose container is followed by a Voxa block is
+// copied from (the type copy) or answered with 1 untouched (the name copy).
+// Null streams are answered by their signature, 0.
+Start startSelectiveCopy(TevStream* src, TevStream* dst, bool withSound) {
+    if (getSignatureStream(src) == SIGNATURE_DETECTION_FAIL) return Start::kRefuse;
+    if (getSignatureStream(dst) != SIGNATURE_DETECTION_FAIL) return Start::kDone;
+    const uint32_t signature = getSignatureStream(src);
     if (signature == SIGNATURE_DETECTION_FAIL) return Start::kRefuse;
-    return signature == SIGNATURE_TEV || signature == SIGNATURE_VOXA_TEV ? Start::kGo : Start::kDone;
+    if (signature == SIGNATURE_TEV || (withSound && signature == SIGNATURE_VOXA_TEV)) return Start::kGo;
+    return Start::kDone;
 }
 
+// `key` is given for the name copy (first match only), null for the type copy.
 template <typename Match>
-uint32_t copyMatching(TevStream& src, TevStream& dst, Match matches, bool firstOnly) {
-    switch (startSelectiveCopy(src, dst)) {
+uint32_t copyMatching(TevStream* src, TevStream* dst, Match matches, bool byName, const char* key) {
+    switch (startSelectiveCopy(src, dst, !byName)) {
         case Start::kRefuse: return LUMET_TEV_FALSE;
         case Start::kDone: return LUMET_TEV_TRUE;
         case Start::kGo: break;
     }
-    tev::OwnedPackOnStream pack(checkTEVInStreamAndUpdate(&src));
+    tev::OwnedPackOnStream pack(checkTEVInStreamAndUpdate(src));
     if (!pack) return LUMET_TEV_FALSE;
     const uint32_t count = GetTevCount(pack.get());
+    // A missing name cannot be compared with the records' names.
+    if (byName && count != 0 && key == nullptr) return LUMET_TEV_FALSE;
     for (uint32_t i = 0; i < count; ++i) {
         if (!matches(pack.get(), i)) continue;
         // An existing record of the same name is kept; results are not
         // reported, the copy goes on with the next record.
-        saveRecord(pack.get(), i, dst, kKeep);
-        if (firstOnly) break;
+        saveRecord(pack.get(), i, *dst, kKeep);
+        if (byName) break;
     }
     return LUMET_TEV_TRUE;
 }
@@ -213,16 +238,18 @@ uint32_t copyTEVDataTypeStream(TevStream* src, TevStream* dst, unsigned int type
     auto ofType = [type](_TEV_info_pack* pack, uint32_t i) {
         return _getDataType(pack->info->meta_data[i]->meta_type) == type;
     };
-    return copyMatching(*src, *dst, ofType, false);
+    return copyMatching(src, dst, ofType, false, nullptr);
 }
 
 uint32_t copyTEVDataKeyNameStream(TevStream* src, TevStream* dst, const char* key) {
-    if (src == nullptr || dst == nullptr || key == nullptr) return LUMET_TEV_FALSE;
+    // The streams are not checked first: a null or unusable one has
+    // signature 0, so a null source into plain media, or any source into a
+    // null destination, is answered with 1 and nothing copied.
     auto named = [key](_TEV_info_pack* pack, uint32_t i) {
         const char* name = entryName(pack, i);
         return name != nullptr && std::strcmp(name, key) == 0;
     };
-    return copyMatching(*src, *dst, named, true);
+    return copyMatching(src, dst, named, true, key);
 }
 
 uint32_t copyTEVData(const char* src, const char* dst) {
@@ -252,15 +279,16 @@ uint32_t copyMergeTEVData(_TEV_info* info, FILE* dst) {
         return LUMET_TEV_FALSE;
     }
     // From the first byte of the first record to the end of the source.
+    // A size past the source's start makes the seek below fail.
     const int64_t size = int64_t{info->meta_data[0]->start_offset} + info->header_offset;
-    if (size > info->stream_size) return LUMET_TEV_FALSE;
     const tev::KUnique<unsigned char> bytes(static_cast<unsigned char*>(_kmalloc(size)));
     if (!bytes) {
         tev::logLine(tev::kLogError, "TEVAPIs::mergeTEVData", "data null\n");
         return LUMET_TEV_FALSE;
     }
     const int64_t from = info->stream_size - size;
-    if (info->Stream->seek(from, 0) != from) {
+    const int64_t landed = info->Stream->seek(from, 0);
+    if (landed < 0 || landed != from) {
         tev::logLine(tev::kLogError, "TEVAPIs", "copyMergeTEVData start\n");
         return LUMET_TEV_FALSE;
     }

@@ -272,12 +272,19 @@ TEV_API jint Java_com_valtremo_android_media_TEVJNI_addTEVDataFileAddTag(JNIEnv*
 }
 
 // The array size to allocate before addTEVDataBufferAddTag: media length,
-// key name length, sub-information length and data length, plus the
-// per-record and fixed overheads.
+// key name length, sub-information length and data length, plus 24 bytes
+// per record (computed in 32 bits, then sign-extended) and 28 fixed bytes.
+// Plain arithmetic: a sum past 64 bits wraps (computed unsigned), it is
+// not refused.
 TEV_API jlong Java_com_valtremo_android_media_TEVJNI_getTEVBufferAllocSize(JNIEnv*, jclass, jlong mediaLength,
                                                                           jint recordCount, jlong keyNameLength,
                                                                           jlong subInfoLength, jlong dataLength) {
-    return getTEVBufferAllocSize(mediaLength, recordCount, keyNameLength, subInfoLength, dataLength);
+    constexpr uint32_t kPerRecord = 24;
+    constexpr uint64_t kFixed = 28;
+    const auto perRecord = static_cast<int64_t>(static_cast<int32_t>(u32(recordCount) * kPerRecord));
+    const uint64_t total = uint64_t(mediaLength) + uint64_t(keyNameLength) + uint64_t(subInfoLength) +
+                           uint64_t(dataLength) + uint64_t(perRecord) + kFixed;
+    return static_cast<jlong>(total);
 }
 
 // Adds a record to media held in a Java byte array with room behind it. The

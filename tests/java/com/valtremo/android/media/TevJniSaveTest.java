@@ -174,6 +174,8 @@ class TevJniSaveTest {
         assertEquals(1066, TEVJNI.getTEVBufferAllocSize(1000, 1, 4, 0, 10));
         // 24 per record is computed in 32 bits: 24 * 0x08000000 is 0xC0000000, read as -0x40000000.
         assertEquals(2_000_000_000L - 0x40000000L + 28, TEVJNI.getTEVBufferAllocSize(2_000_000_000L, 0x08000000, 0, 0, 0));
+        // Plain arithmetic: a sum past 64 bits wraps as Java's own long addition would.
+        assertEquals(Long.MAX_VALUE + 10 + 28, TEVJNI.getTEVBufferAllocSize(Long.MAX_VALUE, 0, 4, 0, 6));
 
         // The same record added by path gives the bytes the buffer must hold.
         Path photo = write(dir, "photo.jpg", media);
