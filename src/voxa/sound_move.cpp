@@ -76,9 +76,11 @@ bool buildTail(TevStream& stream, const _TEV_info& info, const RecordSpan& span,
 // container is cut out. False when that fails.
 bool removeOldSound(TevStream& stream, _voxa_info_struct* voxa) {
     const bool hasSound = voxa != nullptr && voxa->sound_count > 0;
+    // Without a sound there is nothing to take away, whether or not the
+    // container parses: the new sound then goes behind what is there.
+    if (!hasSound) return true;
     tev::OwnedPackOnStream pack(checkTEVInStream(&stream));
     if (!pack) return false;
-    if (!hasSound) return true;
     const uint32_t index = FindOldVoxaIndex(pack->info, voxa);
     if (index < pack->info->meta_count) return DeleteATEVDataStream(pack->info, index, voxa) == LUMET_TEV_TRUE;
     return deleteVoxa_ExistTEV_Stream(&stream, voxa) == LUMET_TEV_TRUE;
