@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <vector>
 
 #include "container/format.h"
@@ -198,14 +199,14 @@ uint32_t AddSoundInVoxaFile(const char* path, const void* data, uint32_t size) {
         tev::logLine(tev::kLogError, "VoxaAPIs::AddSoundInVoxaFile", "File Search error");
         return LUMET_TEV_FALSE;
     }
-    TevStream* stream = new TevStreamFile(fp);
-    _voxa_info_struct* voxa = ParseVoxaStream(stream);
+    const tev::OwnedFile file(fp);
+    // Declared after the file, so the stream is gone before the file closes:
+    // releasing it still touches the descriptor.
+    TevStreamFile stream(file.get());
+    _voxa_info_struct* voxa = ParseVoxaStream(&stream);
     const bool damagedTable = voxa != nullptr && ParseVoxaSound(voxa) != LUMET_TEV_TRUE;
     DestroyVoxaStream(voxa);
-    const uint32_t result = damagedTable ? 0 : static_cast<uint32_t>(addVoxaSoundStream(stream, nullptr, data, size));
-    stream->destroyPointer();
-    delete stream;
-    return result;
+    return damagedTable ? 0 : static_cast<uint32_t>(addVoxaSoundStream(&stream, nullptr, data, size));
 }
 
 uint32_t _copyAudioData(const char* src, const char* dst) {
@@ -214,32 +215,34 @@ uint32_t _copyAudioData(const char* src, const char* dst) {
         tev::logLine(tev::kLogError, "Voxa::_copyAudioData", "Src File Open Error");
         return LUMET_TEV_FALSE;
     }
-    TevStreamFile srcStream(srcFile);
-    tev::OwnedVoxaOnStream voxa(_checkAudioInImageStream(&srcStream));
+    // The source's stream is released before the source is closed: releasing
+    // it still touches the descriptor.
+    std::optional<TevStreamFile> srcStream;
+    srcStream.emplace(srcFile);
+    tev::OwnedVoxaOnStream voxa(_checkAudioInImageStream(&*srcStream));
     SoundSpan sound{};
-    if (!voxa || !tev::voxa::firstSound(voxa.get(), &sound)) {
-        _kfclose(srcFile);
-        return LUMET_TEV_TRUE;
-    }
-    const tev::OwnedFile dstFile(dst != nullptr ? _kfopen(dst, "r+b") : nullptr);
-    if (!dstFile) {
-        // The source is left open here, as callers of this routine expect.
-        tev::logLine(tev::kLogError, "Voxa::_copyAudioData", "Dst File Open Error");
-        return LUMET_TEV_FALSE;
-    }
-    const tev::KUnique<unsigned char> bytes(static_cast<unsigned char*>(_kmalloc(sound.length)));
-    if (bytes && ReadSoundData(&srcStream, sound.start, sound.length, bytes.get()) == LUMET_TEV_TRUE) {
-        TevStreamFile dstStream(dstFile.get());
-        _voxa_info_struct* dstVoxa = ParseVoxaStream(&dstStream);
-        const bool dstHasBlock = dstVoxa != nullptr;
-        DestroyVoxaStream(dstVoxa);
-        if (dstHasBlock) {
-            addVoxaSoundStream(&dstStream, nullptr, bytes.get(), sound.length);
-        } else {
-            AddVoxaSoundInFirstTime(&dstStream, bytes.get(), sound.length);
+    if (voxa && tev::voxa::firstSound(voxa.get(), &sound)) {
+        const tev::OwnedFile dstFile(dst != nullptr ? _kfopen(dst, "r+b") : nullptr);
+        if (!dstFile) {
+            // The source is left open here, as callers of this routine expect.
+            tev::logLine(tev::kLogError, "Voxa::_copyAudioData", "Dst File Open Error");
+            return LUMET_TEV_FALSE;
+        }
+        const tev::KUnique<unsigned char> bytes(static_cast<unsigned char*>(_kmalloc(sound.length)));
+        if (bytes && ReadSoundData(&*srcStream, sound.start, sound.length, bytes.get()) == LUMET_TEV_TRUE) {
+            TevStreamFile dstStream(dstFile.get());
+            _voxa_info_struct* dstVoxa = ParseVoxaStream(&dstStream);
+            const bool dstHasBlock = dstVoxa != nullptr;
+            DestroyVoxaStream(dstVoxa);
+            if (dstHasBlock) {
+                addVoxaSoundStream(&dstStream, nullptr, bytes.get(), sound.length);
+            } else {
+                AddVoxaSoundInFirstTime(&dstStream, bytes.get(), sound.length);
+            }
         }
     }
     voxa.reset();
+    srcStream.reset();
     _kfclose(srcFile);
     return LUMET_TEV_TRUE;
 }
