@@ -279,6 +279,8 @@ TEST_F(SoundEdit, CopyAudioCarriesTheFirstSoundOver) {
     TempFile dst(imageWithBareSound(fakeJpeg(30), Bytes(9, 1)));
     EXPECT_EQ(_copyAudioData(src.c_str(), dst.c_str()), 1u);
     EXPECT_EQ(dst.read(), imageWithBareSound(fakeJpeg(30), sound));
+    // Nothing is logged: no descriptor is used after its file was closed.
+    EXPECT_TRUE(logLines().empty()) << dumpLog();
     EXPECT_EQ(_copyAudioData(src.c_str(), "/nonexistent/x.jpg"), 0u);
     EXPECT_TRUE(loggedError("Voxa::_copyAudioData", "Dst File Open Error"));
 }
