@@ -7,7 +7,6 @@
 #include "tev/detect.h"
 #include "tev/editor.h"
 #include "util/log.h"
-#include "voxa/echoframe_internal.h"
 #include "container/check_internal.h"
 #include "tev/query.h"
 #include "tev/sound.h"
@@ -64,16 +63,12 @@ uint32_t saveDirectIntoContainer(TevStream& stream, const DirectRecord& r, bool 
 // record with its list, then the record is appended with the Voxa block
 // behind the directory.
 uint32_t saveDirectIntoVoxaImage(TevStream& stream, const DirectRecord& r) {
-    if (checkMP4Stream(&stream) == LUMET_TEV_TRUE) {
-        logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData", "SIGNATURE_VOXA is not use MP4 Format");
+    StreamPackPtr pack;
+    OwnedVoxaOnStream voxa;
+    if (!convertVoxaImageForSave(stream, r.length, 0, r.nameLength(), "TEVEncoderAPIs::saveDirectTEVData", &pack,
+                                 &voxa)) {
         return LUMET_TEV_FALSE;
     }
-    if (!voxa::convertBareSoundForSave(stream, r.length, 0, r.nameLength(), "TEVEncoderAPIs::saveDirectTEVData")) {
-        return LUMET_TEV_FALSE;
-    }
-    StreamPackPtr pack(checkTEVInStreamAndUpdate(&stream));
-    OwnedVoxaOnStream voxa = parseVoxaBlock(stream);
-    if (!pack || !voxa) return LUMET_TEV_FALSE;
     return AddDirectTEVDataStream(&stream, pack->info, r.type, r.hasSub, r.bytes, r.length, voxa.get());
 }
 

@@ -60,6 +60,13 @@ uint32_t saveIntoPlainMedia(TevStream& stream, const SaveRequest& request, bool 
 uint32_t saveIntoContainer(TevStream& stream, const SaveRequest& request, const char* key,
                            bool withBox);
 
+// The first steps of a record save into an image whose sound is a bare
+// Voxa block: MP4 media is refused, the sound becomes the record
+// "EchoFrame_000" with its list (refusals logged under `tag`), and the new
+// container and block are parsed. True, with both, when the save goes on.
+bool convertVoxaImageForSave(TevStream& stream, uint32_t dataLength, uint32_t subLength, uint32_t nameLength,
+                             const char* tag, OwnedPackOnStream* pack, OwnedVoxaOnStream* voxa);
+
 // The first steps of every save into a container followed by a Voxa block
 // (a record or a sound): MP4 media is refused, the container and the block
 // are parsed, and the room for `dataLength` + `subLength` + `nameLength`

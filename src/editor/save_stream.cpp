@@ -116,16 +116,11 @@ constexpr char kSaveTag[] = "TEVEncoderAPIs::saveTEVDataToStream";
 // container's "EchoFrame_000" record with its "EchoFrame_Meta_Info" list,
 // then the record is appended with the Voxa block behind the directory.
 uint32_t saveIntoVoxaImage(TevStream& stream, const SaveRequest& r) {
-    if (checkMP4Stream(&stream) == LUMET_TEV_TRUE) {
-        logLine(kLogError, kSaveTag, "SIGNATURE_VOXA is not use MP4 Format");
+    StreamPackPtr pack;
+    OwnedVoxaOnStream voxa;
+    if (!convertVoxaImageForSave(stream, r.dataLength, r.subLength, r.nameLength, kSaveTag, &pack, &voxa)) {
         return LUMET_TEV_FALSE;
     }
-    if (!voxa::convertBareSoundForSave(stream, r.dataLength, r.subLength, r.nameLength, kSaveTag)) {
-        return LUMET_TEV_FALSE;
-    }
-    StreamPackPtr pack(checkTEVInStreamAndUpdate(&stream));
-    OwnedVoxaOnStream voxa = parseVoxaBlock(stream);
-    if (!pack || !voxa) return LUMET_TEV_FALSE;
     return appendRecord(stream, pack->info, r, voxa.get());
 }
 
@@ -209,6 +204,18 @@ uint32_t saveIntoVoxaContainer(TevStream& stream, const SaveRequest& r, const ch
 }
 
 }  // namespace
+
+bool convertVoxaImageForSave(TevStream& stream, uint32_t dataLength, uint32_t subLength, uint32_t nameLength,
+                             const char* tag, OwnedPackOnStream* pack, OwnedVoxaOnStream* voxa) {
+    if (checkMP4Stream(&stream) == LUMET_TEV_TRUE) {
+        logLine(kLogError, tag, "SIGNATURE_VOXA is not use MP4 Format");
+        return false;
+    }
+    if (!voxa::convertBareSoundForSave(stream, dataLength, subLength, nameLength, tag)) return false;
+    pack->reset(checkTEVInStreamAndUpdate(&stream));
+    *voxa = parseVoxaBlock(stream);
+    return *pack && *voxa;
+}
 
 bool openVoxaContainerForSave(TevStream& stream, uint32_t dataLength, uint32_t subLength, uint32_t nameLength,
                               const char* tag, OwnedPackOnStream* pack, OwnedVoxaOnStream* voxa) {
