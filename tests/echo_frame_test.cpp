@@ -1,10 +1,13 @@
 // Sounds kept as container records: writing them, converting a bare sound,
 // saving named sounds into images of every kind, deleting them again, and
 // the "EchoFrame_Meta_Info" list staying in step after each edit.
+#include <android/log.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -156,28 +159,6 @@ TEST(SaveSound, IntoEachSignature) {
         EXPECT_EQ(saveSound(file, "memo", soundB()), 1u) << c.what;
         EXPECT_EQ(file.read(), c.after) << c.what;
     }
-    // Saving under the first sound's own name replaces a bare sound.
-    TempFile bare(imageWithBareSound(media(), soundA()));
-    EXPECT_EQ(saveSound(bare, kFirst, soundB()), 1u);
-    EXPECT_EQ(bare.read(),
-              imageWithRecordSound(media(), {soundRecord(kFirst, soundB()), metaRecord({kFirst})}, 0));
-}
-
-TEST(SaveSound, ReplacingAListedSoundKeepsTheListExact) {
-    // The sound the block points at is replaced: it comes back last, with a new block.
-    TempFile single(imageWithRecordSound(media(), {soundRecord(kFirst, soundA()), metaRecord({kFirst})}, 0));
-    EXPECT_EQ(saveSound(single, kFirst, soundC()), 1u);
-    EXPECT_EQ(single.read(),
-              imageWithRecordSound(media(), {soundRecord(kFirst, soundC()), metaRecord({kFirst})}, 0));
-
-    // Another listed sound: the block keeps pointing at the first one.
-    const auto twoSounds = [](const Bytes& memo) {
-        return std::vector<RecordSpec>{soundRecord(kFirst, soundA()), soundRecord("memo", memo),
-                                       metaRecord({kFirst, "memo"})};
-    };
-    TempFile two(imageWithRecordSound(media(), twoSounds(soundB()), 0));
-    EXPECT_EQ(saveSound(two, "memo", soundC()), 1u);
-    EXPECT_EQ(two.read(), imageWithRecordSound(media(), twoSounds(soundC()), 0, 106));
 }
 
 TEST(SaveSound, ThirdNameIsAppendedToTheList) {
@@ -226,29 +207,6 @@ TEST(DeleteSound, TheOnlySoundLeavesThePlainImage) {
     TempFile file(imageWithRecordSound(media(), {soundRecord(kFirst, soundA()), metaRecord({kFirst})}, 0));
     EXPECT_EQ(deleteVoxaFromImageFile(file.c_str(), kFirst.c_str()), 1u);
     EXPECT_EQ(file.read(), media());
-}
-
-TEST(DeleteSound, ByFileSignature) {
-    const RecordSpec x = record("x", 9, 0x11);
-    struct Case {
-        const char* what;
-        Bytes before;
-        uint32_t result;
-        Bytes after;
-    };
-    const Bytes noList = imageWithSoundBeforeContainer(media(), soundA(), {x});
-    const Case cases[] = {
-        {"plain", media(), 0, media()},
-        {"container", buildContainer(media(), {x}), 0, buildContainer(media(), {x})},
-        {"bare sound", imageWithBareSound(media(), soundA()), 1, media()},
-        // Without a list no sound can be named: nothing happens.
-        {"no list", noList, 0, noList},
-    };
-    for (const Case& c : cases) {
-        TempFile file(c.before);
-        EXPECT_EQ(deleteVoxaFromImageFile(file.c_str(), "memo"), c.result) << c.what;
-        EXPECT_EQ(file.read(), c.after) << c.what;
-    }
 }
 
 TEST(DeleteSound, AllSoundsGoOtherRecordsStay) {
@@ -305,50 +263,9 @@ TEST(SoundLookups, DamagedOrMissingListsAreRefused) {
     EXPECT_EQ(getAudioStreamBuffer(plain.get(), absent, 4), nullptr);
 }
 
-TEST(SoundLookups, SavingOverADamagedListLeavesAReadableOne) {
-    Bytes damaged = metaPayload({kFirst});
-    putU32le(damaged, 8, 0x40000000);  // a count whose lengths cannot fit
-    const RecordSpec bad{2048, "EchoFrame_Meta_Info", std::nullopt, damaged};
-    TempFile file(imageWithRecordSound(media(), {soundRecord(kFirst, soundA()), bad}, 0));
-    EXPECT_EQ(saveSound(file, "memo", soundB()), 1u);
-    EXPECT_EQ(file.read(), imageWithRecordSound(media(),
-                                                {soundRecord(kFirst, soundA()), metaRecord({kFirst, "memo"}),
-                                                 soundRecord("memo", soundB())},
-                                                0, 106));
-}
-
 // ------------------------------------------------------------ refusals
 
 class SoundRefusal : public LogCaptureTest {};
-
-TEST_F(SoundRefusal, BoxMediaWithSoundIsLeftAlone) {
-    const Bytes bareMp4 = imageWithBareSound(fakeMp4(kMedia), soundA());
-    Bytes heic = fakeMp4(kMedia);
-    for (size_t i = 0; i < 4; ++i) heic[8 + i] = uint8_t("heic"[i]);
-    const Bytes listedHeic =
-        imageWithRecordSound(heic, {soundRecord(kFirst, soundA()), metaRecord({kFirst})}, 0);
-    struct Case {
-        Bytes before;
-        const char* tag;
-        const char* text;
-        bool throughRecordSave;
-    };
-    const Case cases[] = {
-        {bareMp4, "TEVVoxaAPIs::saveVoxaToImageStream", "SIGNATURE_VOXA is not use MP4 Format", false},
-        {listedHeic, "TEVVoxaAPIs::saveVoxaToImageStream", "SIGNATURE_VOXA_TEV is not use MP4 Format", false},
-        {bareMp4, "TEVEncoderAPIs::saveTEVDataToStream", "SIGNATURE_VOXA is not use MP4 Format", true},
-        {listedHeic, "TEVEncoderAPIs::saveTEVDataToStream", "SIGNATURE_VOXA_TEV is not use MP4 Format", true},
-    };
-    for (const Case& c : cases) {
-        clearLog();
-        TempFile file(c.before);
-        const uint32_t result =
-            c.throughRecordSave ? saveRecord(file, record("x", 4, 1), 1) : saveSound(file, "memo", soundB());
-        EXPECT_EQ(result, 0u) << c.text;
-        EXPECT_TRUE(loggedError(c.tag, c.text)) << dumpLog();
-        EXPECT_EQ(file.read(), c.before) << c.text;
-    }
-}
 
 TEST_F(SoundRefusal, SizeBoundaries) {
     unsigned char byte = 0;
@@ -385,19 +302,6 @@ TEST(RecordSave, DirectSaveOnBareSound) {
     std::fclose(fp);
     EXPECT_EQ(file.read(),
               imageWithRecordSound(media(), {soundRecord(kFirst, soundA()), metaRecord({kFirst}), x}, 0));
-
-    // Replacing a listed sound keeps its name listed.
-    const auto records = [&](const Bytes& memo) {
-        return std::vector<RecordSpec>{x, soundRecord(kFirst, soundA()), soundRecord("memo", memo),
-                                       metaRecord({kFirst, "memo"})};
-    };
-    file.write(imageWithRecordSound(media(), records(soundB()), 1));
-    const Bytes memo = encodeRecord(soundRecord("memo", soundC()));
-    fp = std::fopen(file.c_str(), "r+b");
-    ASSERT_NE(fp, nullptr);
-    EXPECT_EQ(saveDirectTEVData(fp, memo.data(), uint32_t(memo.size()), "memo", 0, 256, 1), 1u);
-    std::fclose(fp);
-    EXPECT_EQ(file.read(), imageWithRecordSound(media(), records(soundC()), 1, 106));
 }
 
 TEST(RecordDelete, ClearingABareSoundCutsIt) {
@@ -423,16 +327,188 @@ TEST(RecordDelete, ListedSoundLeavesTheListWithItsRecord) {
                                media(), {soundRecord(kFirst, soundA()), x, metaRecord({kFirst})}, 0, 106));
 }
 
-TEST(RecordSave, ReplacingAListedSoundThroughTheRecordSave) {
+// ------------------------------------------------------------ the documented steps, byte for byte
+
+// One edit of a file built byte by byte: its result, the whole file after
+// it and every log line (tag and text, all at error priority) it wrote.
+struct EditCase {
+    const char* what;
+    Bytes before;
+    std::function<int64_t(const TempFile&)> edit;
+    int64_t result;
+    Bytes after;
+    std::vector<std::pair<std::string, std::string>> log;
+};
+
+class DocumentedSteps : public LogCaptureTest {
+protected:
+    void run(const std::vector<EditCase>& cases) {
+        for (const EditCase& c : cases) {
+            clearLog();
+            TempFile file(c.before);
+            EXPECT_EQ(c.edit(file), c.result) << c.what;
+            EXPECT_EQ(file.read(), c.after) << c.what;
+            std::vector<std::pair<std::string, std::string>> lines;
+            for (const LogLine& line : logLines()) {
+                EXPECT_EQ(line.priority, ANDROID_LOG_ERROR) << c.what;
+                lines.emplace_back(line.tag, line.text);
+            }
+            EXPECT_EQ(lines, c.log) << c.what << "\n" << dumpLog();
+        }
+    }
+};
+
+int64_t directSave(const TempFile& file, const RecordSpec& r, uint32_t update) {
+    const Bytes bytes = encodeRecord(r);
+    FILE* fp = std::fopen(file.c_str(), "r+b");
+    if (fp == nullptr) return -1;
+    const uint32_t result = saveDirectTEVData(fp, bytes.data(), uint32_t(bytes.size()), r.name.c_str(),
+                                              r.sub ? 1 : 0, r.type, update);
+    std::fclose(fp);
+    return result;
+}
+
+// A block of `version` whose count is 0: "VOXA", version, 0, an unused
+// start and end pair, 20, "VOXABS".
+Bytes emptyBlock(uint32_t version) {
+    ByteBuilder b;
+    b.text("VOXA").u32le(version).u32le(0).u32le(0).u32le(0).u32le(20).text("VOXABS");
+    return b.take();
+}
+
+// Saving records into images whose container is followed by a sound block.
+TEST_F(DocumentedSteps, RecordSavesOnSoundImages) {
     const RecordSpec x = record("x", 9, 0x11);
-    TempFile file(imageWithRecordSound(media(), {x, soundRecord(kFirst, soundA()), metaRecord({kFirst})}, 1));
-    EXPECT_EQ(saveRecord(file, soundRecord(kFirst, soundC()), 1), 1u);
-    EXPECT_EQ(file.read(),
-              imageWithRecordSound(media(), {x, soundRecord(kFirst, soundC()), metaRecord({kFirst})}, 1));
-    // Without the update bit nothing changes.
-    const Bytes before = file.read();
-    EXPECT_EQ(saveRecord(file, soundRecord(kFirst, soundA()), 0), 0u);
-    EXPECT_EQ(file.read(), before);
+    const RecordSpec withSub{256, kFirst, Bytes{1, 2, 3}, soundC()};
+    const RecordSpec plainFirst = record(kFirst, 11, 0xC3);
+    const Bytes onlySound = imageWithRecordSound(media(), {soundRecord(kFirst, soundA()), metaRecord({kFirst})}, 0);
+    const Bytes twoSounds = imageWithRecordSound(
+        media(), {soundRecord(kFirst, soundA()), soundRecord("memo", soundB()), metaRecord({kFirst, "memo"})}, 0);
+    const Bytes xFirst = imageWithRecordSound(media(), {x, soundRecord(kFirst, soundA()), metaRecord({kFirst})}, 1);
+    const Bytes xAndTwo = imageWithRecordSound(
+        media(), {x, soundRecord(kFirst, soundA()), soundRecord("memo", soundB()), metaRecord({kFirst, "memo"})},
+        1);
+    run({
+        // The only listed sound goes with its list and block; the caller's
+        // record, sub-information and all, becomes a first record.
+        {"replace the only sound", onlySound, [&](const TempFile& f) { return saveRecord(f, withSub, 1); }, 1,
+         buildContainer(media(), {withSub}), {}},
+        // The delete took the list with its last name; another record stays,
+        // so there is no list to put the name back into.
+        {"replace the only sound beside a record", xFirst,
+         [&](const TempFile& f) { return saveRecord(f, soundRecord(kFirst, soundC()), 1); }, 0,
+         buildContainer(media(), {x}), {}},
+        // The record the block points at is replaced: it comes back as a
+        // sound record (type 256 whatever the caller's type), listed last.
+        {"replace the pointed sound of two", twoSounds, [&](const TempFile& f) { return saveRecord(f, plainFirst, 1); },
+         1,
+         imageWithRecordSound(media(),
+                              {soundRecord("memo", soundB()), soundRecord(kFirst, plainFirst.data),
+                               metaRecord({"memo", kFirst})},
+                              1),
+         {}},
+        {"existing name without update", xFirst, [&](const TempFile& f) { return saveRecord(f, x, 0); }, 0, xFirst,
+         {{"TEVEncoderAPIs::saveTEVDataToStream", "SIGNATURE_VOXA_TEV NOT UPDATE!!"}}},
+        // The direct save deletes with the block and appends: the name
+        // leaves the list.
+        {"direct replace of a listed sound", xAndTwo,
+         [&](const TempFile& f) { return directSave(f, soundRecord("memo", soundC()), 1); }, 1,
+         imageWithRecordSound(media(), {x, soundRecord(kFirst, soundA()), metaRecord({kFirst}),
+                                        soundRecord("memo", soundC())},
+                              1),
+         {}},
+        {"direct save of an existing name without update", xAndTwo,
+         [&](const TempFile& f) { return directSave(f, x, 0); }, 0, xAndTwo, {}},
+    });
+}
+
+// Storing, adding and deleting sounds in files of every kind.
+TEST_F(DocumentedSteps, SoundEdits) {
+    const RecordSpec x = record("x", 9, 0x11);
+    const char* saveTag = "TEVVoxaAPIs::saveVoxaToImageStream";
+    const Bytes mp4 = fakeMp4(kMedia);
+    Bytes heic = fakeMp4(kMedia);
+    for (size_t i = 0; i < 4; ++i) heic[8 + i] = uint8_t("heic"[i]);
+    const Bytes boxedHeic = buildContainer(heic, {x}, ContainerOptions{107, true});
+    const Bytes bareMp4 = imageWithBareSound(mp4, soundA());
+    const Bytes listedHeic = imageWithRecordSound(heic, {soundRecord(kFirst, soundA()), metaRecord({kFirst})}, 0);
+    const Bytes listed = buildContainer(media(), {x, soundRecord("memo", soundB()), metaRecord({"memo"})});
+    const Bytes emptySound107 = concat(media(), emptyBlock(107));
+    const Bytes emptySound106 = concat(media(), emptyBlock(106));
+    Bytes damagedList = metaPayload({kFirst});
+    putU32le(damagedList, 8, 0x40000000);
+    const Bytes damaged = imageWithRecordSound(
+        media(), {soundRecord(kFirst, soundA()), RecordSpec{2048, "EchoFrame_Meta_Info", std::nullopt, damagedList}},
+        0);
+    const Bytes oneListed = imageWithRecordSound(media(), {x, soundRecord(kFirst, soundA()), metaRecord({kFirst})}, 1);
+    const Bytes twoListed = imageWithRecordSound(
+        media(), {x, soundRecord(kFirst, soundA()), soundRecord("memo", soundB()), metaRecord({kFirst, "memo"})},
+        1);
+    const Bytes tornContainer = concat(media(), textBytes("not a directoryTEVT"));
+    const uint32_t at = uint32_t(kMedia + 30);
+    const Bytes emptyFirst = concat(concat(media(), pattern(30)), voxaBlock(106, at, at));
+    const auto save = [](const std::string& name, const Bytes& sound) {
+        return [=](const TempFile& f) -> int64_t { return saveSound(f, name, sound); };
+    };
+    const auto remove = [](const char* name) {
+        return [=](const TempFile& f) -> int64_t { return deleteVoxaFromImageFile(f.c_str(), name); };
+    };
+    const auto add = [](const Bytes& sound) {
+        return [=](const TempFile& f) -> int64_t {
+            return AddSoundInVoxaFile(f.c_str(), sound.data(), uint32_t(sound.size()));
+        };
+    };
+    const std::pair<std::string, std::string> refused{saveTag, "sound is not saved in MP4 or HEIC"};
+    run({
+        {"plain MP4", mp4, save("memo", soundB()), 0, mp4, {refused}},
+        {"HEIC with a boxed container", boxedHeic, save("memo", soundB()), 0, boxedHeic, {refused}},
+        {"MP4 with a bare sound", bareMp4, save("memo", soundB()), 0, bareMp4,
+         {{saveTag, "SIGNATURE_VOXA is not use MP4 Format"}}},
+        {"HEIC with listed sounds", listedHeic, save("memo", soundB()), 0, listedHeic,
+         {{saveTag, "SIGNATURE_VOXA_TEV is not use MP4 Format"}}},
+        // A container without block gets the sound with a list of its name
+        // alone; the older list stays where it is.
+        {"container with a list", listed, save("note", soundC()), 1,
+         imageWithRecordSound(media(),
+                              {x, soundRecord("memo", soundB()), metaRecord({"memo"}), soundRecord("note", soundC()),
+                               metaRecord({"note"})},
+                              3),
+         {}},
+        // A current block that lists no sound stays between media and records.
+        {"block without sound", emptySound107, save("memo", soundB()), 1,
+         imageWithRecordSound(emptySound107, {soundRecord("memo", soundB()), metaRecord({kFirst})}, 0),
+         {}},
+        {"old block without sound", emptySound106, save("memo", soundB()), 0, emptySound106, {}},
+        // Saved under the first sound's own name, the list names it twice;
+        // replacing it then leaves nothing to add it behind.
+        {"bare sound saved as EchoFrame_000", imageWithBareSound(media(), soundA()), save(kFirst, soundB()), 0, media(),
+         {}},
+        {"damaged list", damaged, save("memo", soundB()), 0, damaged,
+         {{"TEVEncoderAPIs::saveTEVDataToStream", "data == LUMET_TEV_NULL || data_len <= 0"},
+          {saveTag, "SIGNATURE_VOXA_TEV NOT UPDATE!!"}}},
+        // One listed name: the record asked for and the list go, whatever
+        // the record is.
+        {"delete an unlisted record, one name", oneListed, remove("x"), 1,
+         imageWithRecordSound(media(), {soundRecord(kFirst, soundA())}, 0), {}},
+        {"delete an unlisted record, two names", twoListed, remove("x"), 1,
+         imageWithRecordSound(
+             media(), {soundRecord(kFirst, soundA()), soundRecord("memo", soundB()), metaRecord({kFirst, "memo"})}, 0),
+         {}},
+        {"delete an absent name, two names", twoListed, remove("none"), 1, twoListed, {}},
+        {"delete without a list", imageWithSoundBeforeContainer(media(), soundA(), {x}), remove("memo"), 0,
+         imageWithSoundBeforeContainer(media(), soundA(), {x}), {}},
+        {"delete from a plain image", media(), remove("memo"), 0, media(), {}},
+        // A file that ends in "TEVT" but holds no container takes the sound
+        // behind it.
+        {"add behind a torn container", tornContainer, add(soundB()),
+         int64_t(tornContainer.size() + soundB().size() + 30), imageWithBareSound(tornContainer, soundB()),
+         {{"TEV::ParseTEV", "file has no sound OFFS"}}},
+        // An empty first sound is cut where it starts.
+        {"delete an empty sound", emptyFirst, [](const TempFile& f) -> int64_t { return deleteAVoxa(f.c_str()); }, 1,
+         concat(media(), pattern(30)), {}},
+        {"add over an empty sound", emptyFirst, add(soundB()), int64_t(at + soundB().size() + 30),
+         imageWithBareSound(concat(media(), pattern(30)), soundB()), {}},
+    });
 }
 
 }  // namespace

@@ -285,6 +285,7 @@ TEST_F(SoundEdit, CopyAudioCarriesTheFirstSoundOver) {
     EXPECT_EQ(_copyAudioData(src.c_str(), plain.c_str()), 1u);
     EXPECT_EQ(plain.read(), imageWithBareSound(fakeJpeg(30), sound));
     EXPECT_EQ(_copyAudioData(noSound.c_str(), dst.c_str()), 1u);  // nothing to copy
+    // Nothing is logged: no descriptor is used after its file was closed.
     EXPECT_TRUE(logLines().empty()) << dumpLog();
     EXPECT_EQ(_copyAudioData(src.c_str(), "/nonexistent/x.jpg"), 0u);
     EXPECT_TRUE(loggedError("Voxa::_copyAudioData", "Dst File Open Error"));
@@ -292,14 +293,12 @@ TEST_F(SoundEdit, CopyAudioCarriesTheFirstSoundOver) {
 
 TEST_F(SoundEdit, DamagedTablesLeaveTheFileAsItWas) {
     const Bytes sound = pattern(50);
-    Bytes backwards = imageWithBareSound(media(), sound);
-    putU32le(backwards, backwards.size() - 18, kMedia + 60);  // start behind the end
     Bytes intoContainer = imageWithSoundBeforeContainer(media(), sound, {kNote, kPhoto});
     putU32le(intoContainer, intoContainer.size() - 18, kMedia + 55);  // inside "note"
     putU32le(intoContainer, intoContainer.size() - 14, kMedia + 70);
     Bytes pastEnd = imageWithSoundBeforeContainer(media(), sound, {kNote});
     putU32le(pastEnd, pastEnd.size() - 14, 0xFFFFFF00u);
-    for (const Bytes& content : {backwards, intoContainer, pastEnd}) {
+    for (const Bytes& content : {intoContainer, pastEnd}) {
         TempFile file(content);
         deleteAVoxa(file.c_str());
         EXPECT_EQ(file.read(), content);

@@ -190,6 +190,40 @@ int guardedSoundEdit(const std::string& path, const std::function<int()>& edit,
     return guardedCommandWith(path, edit, check);
 }
 
+bool hasSoundList(const std::string& path) {
+    PackPtr pack = openContainer(path);
+    return pack && _getIndexOfName(pack.get(), kMetaName) < GetTevCount(pack.get());
+}
+
+// A container without a Voxa block that already lists sounds: the library's
+// sound save would start a second list naming the new sound alone, so the
+// record is saved by name and the list saved again with the name added.
+bool addListedSound(const std::string& path, const std::vector<Sound>& sounds, const std::string& name,
+                    const FileBytes& data) {
+    if (saveTEVDataToFile(path.c_str(), name.data(), static_cast<uint32_t>(name.size()), nullptr, 0, data.data(),
+                          static_cast<uint32_t>(data.size()), TEV_ECHOFRAME_SOUND_DATA, 1) != 1) {
+        return false;
+    }
+    for (const Sound& s : sounds) {
+        if (s.name == name) return true;
+    }
+    std::vector<char> payload;
+    {
+        PackPtr pack = openContainer(path);
+        if (!pack) return false;
+        const uint32_t metaIndex = _getIndexOfName(pack.get(), kMetaName);
+        const OffsetPtr meta(getTEVInFileByName(pack.get(), kMetaName));
+        if (!meta || metaIndex >= GetTevCount(pack.get())) return false;
+        payload.resize(static_cast<size_t>(meta->length) + sizeof(uint32_t) + name.size());
+        payload.resize(makeAddVoxaHeader(payload.data(), pack->info, metaIndex, name.data(),
+                                         static_cast<uint32_t>(name.size())));
+    }
+    return !payload.empty() &&
+           saveTEVDataToFile(path.c_str(), kMetaName, sizeof kMetaName - 1, nullptr, 0,
+                             reinterpret_cast<const unsigned char*>(payload.data()),
+                             static_cast<uint32_t>(payload.size()), TEV_ECHOFRAME_META_DATA, 1) == 1;
+}
+
 int runAdd(const std::string& path, const std::string& name, const std::string& dataFile) {
     const std::optional<SoundFacts> facts = describeSounds(path, true);
     if (!facts) return kExitFailed;
@@ -206,9 +240,13 @@ int runAdd(const std::string& path, const std::string& name, const std::string& 
     }
     // The library takes the sound through a non-const pointer but only reads it.
     unsigned char* sound = const_cast<unsigned char*>(data->data());
+    const bool keepList = facts->signature == SIGNATURE_TEV && hasSoundList(path);
     const auto save = [&] {
-        if (saveVoxaToImageFile(path.c_str(), sound, static_cast<uint32_t>(data->size()), name.data(),
-                                static_cast<uint32_t>(name.size())) != 1) {
+        const bool saved =
+            keepList ? addListedSound(path, facts->sounds, name, *data)
+                     : saveVoxaToImageFile(path.c_str(), sound, static_cast<uint32_t>(data->size()), name.data(),
+                                           static_cast<uint32_t>(name.size())) == 1;
+        if (!saved) {
             return fail(path, "could not save sound \"" + printable(name) + "\"");
         }
         return static_cast<int>(kExitOk);

@@ -47,17 +47,17 @@ uint32_t deleteByName(TevStream* stream, const char* name) {
     return result;
 }
 
+// The name count K of the list decides: one name, the record `name` and
+// then the list go; more, the one record goes and the list is left as it
+// is. Either way the result is 1, whether or not `name` was a listed sound
+// or a record at all. No list (or K = 0): nothing happens, 0.
 uint32_t deleteFromVoxaContainer(TevStream& stream, const char* name) {
     tev::OwnedPackOnStream pack(checkTEVInStreamAndUpdate(&stream));
-    MetaList list;
-    // Without a readable sound list there is nothing that names a sound.
-    if (!pack || !metaListOf(pack.get(), &list) || list.names.empty()) return LUMET_TEV_FALSE;
-    // A name that is not listed is not a sound: deleting it would leave a
-    // list that names records that are gone or misses ones that are there.
-    if (!list.contains(name)) return LUMET_TEV_FALSE;
-    if (list.names.size() == 1) {
+    const uint32_t count = pack ? getVoxaCntInFile(pack.get()) : 0xFFFFFFFFu;
+    if (count == 0 || count == 0xFFFFFFFFu) return LUMET_TEV_FALSE;
+    if (count == 1) {
+        pack.reset();
         deleteByName(&stream, name);
-        // The list usually went with its last sound; if not, it goes now.
         deleteByName(&stream, kMetaRecordName);
         return LUMET_TEV_TRUE;
     }

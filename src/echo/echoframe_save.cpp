@@ -1,5 +1,6 @@
 // Storing a named sound in an image whatever it already holds, and copying
 // the sounds of one image into another.
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -7,6 +8,7 @@
 #include "container/format.h"
 #include "container/owned.h"
 #include "editor/add_internal.h"
+#include "editor/save_internal.h"
 #include "tev/container.h"
 #include "tev/detect.h"
 #include "tev/editor.h"
@@ -65,9 +67,9 @@ uint32_t addBehind(_TEV_info* info, const Sound& s, const MetaList& list) {
                           static_cast<uint32_t>(meta.size()));
 }
 
-// A container without a Voxa block. A record of the sound's name goes first.
-// A list left by earlier edits keeps its names and gains this one, and the
-// old list record goes, so that one list names every sound record.
+// A container without a Voxa block. A record of the sound's name goes
+// first; the sound and a list naming it alone follow, with a block behind
+// the new directory (a list left by earlier edits stays as it is).
 uint32_t saveIntoContainer(TevStream& stream, const Sound& s) {
     tev::OwnedPackOnStream pack(checkTEVInStreamAndUpdate(&stream));
     if (!pack || checkTEVInfoForSaving(pack->info, s.size, 0, s.nameLength) != LUMET_TEV_TRUE) {
@@ -80,12 +82,7 @@ uint32_t saveIntoContainer(TevStream& stream, const Sound& s) {
         pack.reset(checkTEVInStreamAndUpdate(&stream));
     }
     MetaList list;
-    if (pack && readList(pack.get(), &list)) {
-        const uint32_t metaIndex = _getIndexOfName(pack.get(), kMetaRecordName);
-        if (DeleteATEVDataStream(pack->info, metaIndex, nullptr) != LUMET_TEV_TRUE) return LUMET_TEV_FALSE;
-        pack.reset(checkTEVInStreamAndUpdate(&stream));
-    }
-    if (!list.contains(key)) list.names.push_back(key);
+    list.names.push_back(key);
     if (!pack) {
         if (getSignatureStream(&stream) != SIGNATURE_DETECTION_FAIL) return LUMET_TEV_FALSE;
         return addFirst(stream, s, list);
@@ -105,11 +102,10 @@ uint32_t saveIntoBareVoxa(TevStream& stream, const Sound& s) {
     if (checkVoxaInfoForSaving(voxa.get(), s.size, 0, s.nameLength) != LUMET_TEV_TRUE) return LUMET_TEV_FALSE;
     tev::voxa::SoundSpan old{};
     if (!tev::voxa::firstSound(voxa.get(), &old)) {
-        // A block without a sound is cut off first, so that the records
-        // follow the media directly. The list then names "EchoFrame_000"
-        // while the record bears the caller's name.
-        int64_t block = 0;
-        if (!tev::voxa::blockStart(*voxa, &block) || stream.truncate(block) != 0) return LUMET_TEV_FALSE;
+        // A block without a sound stays between the media and the records.
+        // The list names "EchoFrame_000" while the record bears the
+        // caller's name.
+        voxa.reset();
         MetaList list;
         list.names.emplace_back(kFirstSoundName);
         return addFirst(stream, s, list);
@@ -146,52 +142,43 @@ uint32_t convertOldSoundThenSave(TevStream& stream, _voxa_info_struct* voxa, con
     return added == LUMET_TEV_TRUE ? saveSoundRecord(stream, s) : LUMET_TEV_FALSE;
 }
 
-MetaList listFromSoundRecords(const _TEV_info& info) {
-    MetaList list;
-    for (uint32_t i = 0; i < info.meta_count; ++i) {
-        const _TEV_data_info* entry = info.meta_data[i];
-        if (entry != nullptr && entry->name != nullptr && _getDataType(entry->meta_type) == kSoundType) {
-            list.names.emplace_back(entry->name);
-        }
-    }
-    return list;
+// The meta record's list with the caller's name appended, as the list
+// builder writes it into room for 100 bytes per record (more when the list
+// would not fit there); empty when the list does not read.
+std::vector<unsigned char> listWithName(_TEV_info* info, uint32_t metaIndex, const Sound& s) {
+    const _TEV_data_info* entry = info->meta_data[metaIndex];
+    const uint64_t fits = uint64_t{entry != nullptr ? entry->length : 0} + sizeof(uint32_t) + s.nameLength;
+    std::vector<unsigned char> header(std::max<uint64_t>(uint64_t{100} * info->meta_count, fits));
+    const uint32_t size = makeAddVoxaHeader(reinterpret_cast<char*>(header.data()), info, metaIndex, s.name,
+                                            s.nameLength);
+    header.resize(size);
+    return header;
 }
 
+// A container followed by a Voxa block. Without a list the old sound is
+// turned into "EchoFrame_000" first; a listed name is replaced in place;
+// a new name is added to the list, then its sound is saved.
 uint32_t saveIntoVoxaContainer(TevStream& stream, const Sound& s) {
-    if (checkMP4Stream(&stream) == LUMET_TEV_TRUE) {
-        tev::logLine(tev::kLogError, kTag, "SIGNATURE_VOXA_TEV is not use MP4 Format");
+    tev::OwnedPackOnStream pack;
+    tev::OwnedVoxaOnStream voxa;
+    if (!tev::openVoxaContainerForSave(stream, s.size, 0, s.nameLength, kTag, &pack, &voxa)) {
         return LUMET_TEV_FALSE;
     }
-    tev::OwnedPackOnStream pack(checkTEVInStreamAndUpdate(&stream));
-    tev::OwnedVoxaOnStream voxa(_checkAudioInImageStream(&stream));
-    if (!pack || !voxa) {
-        tev::logLine(tev::kLogError, kTag, "SIGNATURE_VOXA_TEV TEVdata == NULL!!");
-        return LUMET_TEV_FALSE;
+    const uint32_t metaIndex = _getIndexOfName(pack.get(), kMetaRecordName);
+    if (metaIndex >= pack->info->meta_count) {
+        pack.reset();
+        return convertOldSoundThenSave(stream, voxa.get(), s);
     }
-    if (checkTEVInfoForSaving(pack->info, s.size, 0, s.nameLength) != LUMET_TEV_TRUE) {
-        tev::logLine(tev::kLogError, kTag, "SIGNATURE_VOXA_TEV checkTEVInfoForSaving ERROR!!");
-        return LUMET_TEV_FALSE;
-    }
-    MetaList list;
-    if (!readList(pack.get(), &list)) {
-        if (_getIndexOfName(pack.get(), kMetaRecordName) >= pack->info->meta_count) {
-            pack.reset();
-            return convertOldSoundThenSave(stream, voxa.get(), s);
-        }
-        // A list record that cannot be read is rebuilt from the sound
-        // records the container holds, in directory order.
-        list = listFromSoundRecords(*pack->info);
-    }
-    if (list.contains(s.key())) {
+    const OwnedUnit meta(extractTEVDataFromFilebyName(pack.get(), kMetaRecordName, kMetaRecordNameLength));
+    if (isIdenticalNameInMetaInfo(meta.get(), s.key().c_str()) != 0) {
         pack.reset();
         return saveSoundRecord(stream, s);
     }
-    list.names.push_back(s.key());
-    const std::vector<unsigned char> meta = list.bytes();
+    const std::vector<unsigned char> header = listWithName(pack->info, metaIndex, s);
     pack.reset();
     voxa.reset();
-    if (saveTEVDataToStream(&stream, kMetaRecordName, kMetaRecordNameLength, nullptr, 0, meta.data(),
-                            static_cast<uint32_t>(meta.size()), kMetaType, 1) != LUMET_TEV_TRUE) {
+    if (saveTEVDataToStream(&stream, kMetaRecordName, kMetaRecordNameLength, nullptr, 0, header.data(),
+                            static_cast<uint32_t>(header.size()), kMetaType, 1) != LUMET_TEV_TRUE) {
         tev::logLine(tev::kLogError, kTag, "SIGNATURE_VOXA_TEV NOT UPDATE!!");
         return LUMET_TEV_FALSE;
     }
@@ -246,7 +233,17 @@ uint32_t saveVoxaToImageStream(TevStream* stream, unsigned char* data, uint32_t 
         return LUMET_TEV_FALSE;
     }
     const Sound sound{data, size, name, name_len};
-    switch (getSignatureStream(stream)) {
+    const uint32_t signature = getSignatureStream(stream);
+    // Sounds live only in images: the records of an MP4 or HEIC file sit in
+    // one "tevd" box that must end with the file, which a sound block
+    // behind it would break. A bare sound or a container with sound gets
+    // its own refusal below.
+    if ((signature == SIGNATURE_DETECTION_FAIL || signature == SIGNATURE_TEV) &&
+        checkMP4Stream(stream) == LUMET_TEV_TRUE) {
+        tev::logLine(tev::kLogError, kTag, "sound is not saved in MP4 or HEIC");
+        return LUMET_TEV_FALSE;
+    }
+    switch (signature) {
         case SIGNATURE_DETECTION_FAIL: {
             MetaList list;
             list.names.push_back(sound.key());
@@ -269,13 +266,12 @@ uint32_t saveVoxaToImageFile(const char* path, unsigned char* data, uint32_t siz
         tev::logLine(tev::kLogError, "TEVVoxaAPIs::saveVoxaToImageFile", "Too big file to add");
         return LUMET_TEV_FALSE;
     }
-    FILE* fp = path != nullptr ? std::fopen(path, "r+b") : nullptr;
-    if (fp == nullptr) return LUMET_TEV_FALSE;
-    TevStream* stream = new TevStreamFile(fp);
-    const uint32_t result = saveVoxaToImageStream(stream, data, size, name, name_len);
-    std::fclose(fp);
-    delete stream;
-    return result;
+    const tev::OwnedFile file(path != nullptr ? std::fopen(path, "r+b") : nullptr);
+    if (!file) return LUMET_TEV_FALSE;
+    // Declared after the file, so the stream is gone before the file closes:
+    // releasing it still touches the descriptor.
+    TevStreamFile stream(file.get());
+    return saveVoxaToImageStream(&stream, data, size, name, name_len);
 }
 
 uint32_t copyEchoFrameData(TevStream* src, TevStream* dst) {

@@ -76,9 +76,11 @@ bool buildTail(TevStream& stream, const _TEV_info& info, const RecordSpan& span,
 // container is cut out. False when that fails.
 bool removeOldSound(TevStream& stream, _voxa_info_struct* voxa) {
     const bool hasSound = voxa != nullptr && voxa->sound_count > 0;
+    // Without a sound there is nothing to take away, whether or not the
+    // container parses: the new sound then goes behind what is there.
+    if (!hasSound) return true;
     tev::OwnedPackOnStream pack(checkTEVInStream(&stream));
     if (!pack) return false;
-    if (!hasSound) return true;
     const uint32_t index = FindOldVoxaIndex(pack->info, voxa);
     if (index < pack->info->meta_count) return DeleteATEVDataStream(pack->info, index, voxa) == LUMET_TEV_TRUE;
     return deleteVoxa_ExistTEV_Stream(&stream, voxa) == LUMET_TEV_TRUE;
@@ -180,14 +182,14 @@ uint32_t AddSoundInVoxaFile(const char* path, const void* data, uint32_t size) {
         tev::logLine(tev::kLogError, "VoxaAPIs::AddSoundInVoxaFile", "File Search error");
         return LUMET_TEV_FALSE;
     }
-    TevStream* stream = new TevStreamFile(fp);
-    _voxa_info_struct* voxa = ParseVoxaStream(stream);
+    const tev::OwnedFile file(fp);
+    // Declared after the file, so the stream is gone before the file closes:
+    // releasing it still touches the descriptor.
+    TevStreamFile stream(file.get());
+    _voxa_info_struct* voxa = ParseVoxaStream(&stream);
     const bool damagedTable = voxa != nullptr && ParseVoxaSound(voxa) != LUMET_TEV_TRUE;
     DestroyVoxaStream(voxa);
-    const uint32_t result = damagedTable ? 0 : static_cast<uint32_t>(addVoxaSoundStream(stream, nullptr, data, size));
-    stream->destroyPointer();
-    delete stream;
-    return result;
+    return damagedTable ? 0 : static_cast<uint32_t>(addVoxaSoundStream(&stream, nullptr, data, size));
 }
 
 namespace {

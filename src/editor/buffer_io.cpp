@@ -105,10 +105,8 @@ int64_t WriteHandle_Fp(TevBufferHandle* handle, FILE* fp) {
 }
 
 int64_t WriteHandle_FilePath(const char* path, TevBufferHandle* handle) {
-    // Checked before the file is opened, so that a bad handle does not
-    // empty an existing file.
-    const int64_t refused = checkHandleToWrite(handle);
-    if (refused != 0) return refused;
+    // The file is opened (and so emptied) first; a bad handle is then
+    // refused by the write.
     FILE* fp = path != nullptr ? _kfopen(path, "w+b") : nullptr;
     if (fp == nullptr) {
         puts("fp null!!");

@@ -2,14 +2,12 @@
 // (tag header, name, sub-information, data). The name is used only to find
 // an existing record and to size the capacity check; no MP4 box is written.
 #include <cstring>
-#include <vector>
 
 #include "editor/save_internal.h"
 #include "tev/detect.h"
 #include "tev/editor.h"
 #include "util/log.h"
 #include "echo/echoframe_internal.h"
-#include "echo/meta_list.h"
 #include "container/check_internal.h"
 #include "tev/query.h"
 #include "tev/sound.h"
@@ -30,25 +28,10 @@ struct DirectRecord {
     bool replaces() const { return (update & kUpdateReplaceBit) != 0; }
 };
 
-bool isListedSound(_TEV_info_pack* pack, const char* name) {
-    _TEV_data_unit* meta = extractTEVDataFromFilebyName(pack, voxa::kMetaRecordName, voxa::kMetaRecordNameLength);
-    const bool listed = meta != nullptr && isIdenticalNameInMetaInfo(meta, name) != 0;
-    destroyTEVDATA_UNIT(meta);
-    return listed;
-}
-
-void relistSound(TevStream& stream, const char* name) {
-    OwnedTevInfo info = parseStreamIndex(&stream, true);
-    voxa::MetaList list;
-    if (!info || !voxa::readMetaList(info.get(), &list) || list.contains(name)) return;
-    info.reset();
-    list.names.emplace_back(name);
-    const std::vector<unsigned char> payload = list.bytes();
-    saveTEVDataToStream(&stream, voxa::kMetaRecordName, voxa::kMetaRecordNameLength, nullptr, 0, payload.data(),
-                        static_cast<uint32_t>(payload.size()), voxa::kMetaType, 1);
-}
-
-uint32_t saveDirectIntoContainer(TevStream& stream, const DirectRecord& r) {
+// A container, with or without a Voxa block behind it. With the block, the
+// delete and the append carry its descriptor so that the block follows the
+// new directory; the refusals and their log lines are the same either way.
+uint32_t saveDirectIntoContainer(TevStream& stream, const DirectRecord& r, bool withVoxa) {
     StreamPackPtr pack(checkTEVInStreamAndUpdate(&stream));
     if (!pack) {
         logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData", "SIGNATURE_TEV TEVdata NULL!!");
@@ -58,16 +41,22 @@ uint32_t saveDirectIntoContainer(TevStream& stream, const DirectRecord& r) {
         logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData", "SIGNATURE_TEV checkTEVInfoForSaving fail!!");
         return LUMET_TEV_FALSE;
     }
+    OwnedVoxaOnStream voxa = withVoxa ? parseVoxaBlock(stream) : OwnedVoxaOnStream();
     const uint32_t index = findRecord(pack.get(), r.name);
     if (index != kNameNotFound) {
         if (!r.replaces()) return existingNameResult(stream);
-        if (DeleteATEVDataStream(pack->info, index, nullptr) != LUMET_TEV_TRUE) return LUMET_TEV_FALSE;
+        if (DeleteATEVDataStream(pack->info, index, voxa.get()) != LUMET_TEV_TRUE) return LUMET_TEV_FALSE;
         pack.reset(checkTEVInStreamAndUpdate(&stream));
         if (!pack) {
             if (getSignatureStream(&stream) != SIGNATURE_DETECTION_FAIL) return LUMET_TEV_FALSE;
-            return AddDirectTEVDataInFirstTimeStream(&stream, r.type, r.hasSub, r.bytes, r.length);
+            return withVoxa ? AddDirectTEVDataInFirstTimeFP(r.fp, r.type, r.hasSub, r.bytes, r.length)
+                            : AddDirectTEVDataInFirstTimeStream(&stream, r.type, r.hasSub, r.bytes, r.length);
         }
+        // The delete moved the records and rewrote the block: the append
+        // writes the block's current positions.
+        if (withVoxa) voxa = parseVoxaBlock(stream);
     }
+    if (withVoxa) return AddDirectTEVDataFP(r.fp, pack->info, r.type, r.hasSub, r.bytes, r.length, voxa.get());
     return AddDirectTEVDataStream(&stream, pack->info, r.type, r.hasSub, r.bytes, r.length, nullptr);
 }
 
@@ -75,57 +64,13 @@ uint32_t saveDirectIntoContainer(TevStream& stream, const DirectRecord& r) {
 // record with its list, then the record is appended with the Voxa block
 // behind the directory.
 uint32_t saveDirectIntoVoxaImage(TevStream& stream, const DirectRecord& r) {
-    if (checkMP4Stream(&stream) == LUMET_TEV_TRUE) {
-        logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData", "SIGNATURE_VOXA is not use MP4 Format");
+    StreamPackPtr pack;
+    OwnedVoxaOnStream voxa;
+    if (!convertVoxaImageForSave(stream, r.length, 0, r.nameLength(), "TEVEncoderAPIs::saveDirectTEVData", &pack,
+                                 &voxa)) {
         return LUMET_TEV_FALSE;
     }
-    if (!voxa::convertBareSoundForSave(stream, r.length, 0, r.nameLength(), "TEVEncoderAPIs::saveDirectTEVData")) {
-        return LUMET_TEV_FALSE;
-    }
-    StreamPackPtr pack(checkTEVInStreamAndUpdate(&stream));
-    OwnedVoxaOnStream voxa = parseVoxaBlock(stream);
-    if (!pack || !voxa) return LUMET_TEV_FALSE;
     return AddDirectTEVDataStream(&stream, pack->info, r.type, r.hasSub, r.bytes, r.length, voxa.get());
-}
-
-// Container followed by Voxa sound: deletes and appends with the Voxa
-// descriptor so that the Voxa trailer follows every new directory.
-uint32_t saveDirectIntoVoxaContainer(TevStream& stream, const DirectRecord& r) {
-    StreamPackPtr pack(checkTEVInStreamAndUpdate(&stream));
-    OwnedVoxaOnStream voxa = parseVoxaBlock(stream);
-    if (!pack || !voxa) {
-        logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData", "SIGNATURE_VOXA_TEV TEVdata == NULL!!");
-        return LUMET_TEV_FALSE;
-    }
-    if (checkTEVInfoForSaving(pack->info, r.length, 0, r.nameLength()) != LUMET_TEV_TRUE) {
-        logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData",
-                "SIGNATURE_VOXA_TEV checkTEVInfoForSaving ERROR!!");
-        return LUMET_TEV_FALSE;
-    }
-    const uint32_t index = findRecord(pack.get(), r.name);
-    if (index != kNameNotFound) {
-        if (!r.replaces()) {
-            logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData", "SIGNATURE_VOXA_TEV NOT UPDATE!!");
-            return existingNameResult(stream);
-        }
-        const bool listed = isListedSound(pack.get(), r.name);
-        if (DeleteATEVDataStream(pack->info, index, voxa.get()) != LUMET_TEV_TRUE) return LUMET_TEV_FALSE;
-        // The delete moved the records and rewrote the Voxa trailer: both
-        // are parsed again so that the append writes the current positions.
-        pack.reset(checkTEVInStreamAndUpdate(&stream));
-        voxa = parseVoxaBlock(stream);
-        if (!pack) {
-            if (getSignatureStream(&stream) != SIGNATURE_DETECTION_FAIL) return LUMET_TEV_FALSE;
-            return AddDirectTEVDataInFirstTimeFP(r.fp, r.type, r.hasSub, r.bytes, r.length);
-        }
-        const uint32_t added = AddDirectTEVDataFP(r.fp, pack->info, r.type, r.hasSub, r.bytes, r.length, voxa.get());
-        pack.reset();
-        // The delete took a listed sound's name out of the list; the record
-        // is back, so its name is too.
-        if (added == LUMET_TEV_TRUE && listed) relistSound(stream, r.name);
-        return added;
-    }
-    return AddDirectTEVDataFP(r.fp, pack->info, r.type, r.hasSub, r.bytes, r.length, voxa.get());
 }
 
 }  // namespace
@@ -161,11 +106,11 @@ uint32_t saveDirectTEVData(FILE* fp, const unsigned char* record, uint32_t lengt
         case SIGNATURE_DETECTION_FAIL:
             return AddDirectTEVDataInFirstTimeStream(&stream, type, has_sub, record, length);
         case SIGNATURE_TEV:
-            return saveDirectIntoContainer(stream, direct);
+            return saveDirectIntoContainer(stream, direct, false);
         case SIGNATURE_VOXA:
             return saveDirectIntoVoxaImage(stream, direct);
         case SIGNATURE_VOXA_TEV:
-            return saveDirectIntoVoxaContainer(stream, direct);
+            return saveDirectIntoContainer(stream, direct, true);
         default:
             return LUMET_TEV_FALSE;
     }

@@ -36,10 +36,7 @@ struct SaveRequest {
 };
 
 // Packs parsed from a stream the save works on; the stream stays.
-struct StreamPackDeleter {
-    void operator()(_TEV_info_pack* pack) const { destroyTEVDATA_Stream(pack); }
-};
-using StreamPackPtr = std::unique_ptr<_TEV_info_pack, StreamPackDeleter>;
+using StreamPackPtr = OwnedPackOnStream;
 
 // The Voxa block at the end of the stream with its sound table, or null when
 // there is none. A block older than the current writer's that lists no sound
@@ -62,6 +59,21 @@ uint32_t existingNameResult(TevStream& stream);
 uint32_t saveIntoPlainMedia(TevStream& stream, const SaveRequest& request, bool withBox);
 uint32_t saveIntoContainer(TevStream& stream, const SaveRequest& request, const char* key,
                            bool withBox);
+
+// The first steps of a record save into an image whose sound is a bare
+// Voxa block: MP4 media is refused, the sound becomes the record
+// "EchoFrame_000" with its list (refusals logged under `tag`), and the new
+// container and block are parsed. True, with both, when the save goes on.
+bool convertVoxaImageForSave(TevStream& stream, uint32_t dataLength, uint32_t subLength, uint32_t nameLength,
+                             const char* tag, OwnedPackOnStream* pack, OwnedVoxaOnStream* voxa);
+
+// The first steps of every save into a container followed by a Voxa block
+// (a record or a sound): MP4 media is refused, the container and the block
+// are parsed, and the room for `dataLength` + `subLength` + `nameLength`
+// more bytes is checked, each refusal logged under `tag`. True, with both
+// parsed, when the save goes on.
+bool openVoxaContainerForSave(TevStream& stream, uint32_t dataLength, uint32_t subLength, uint32_t nameLength,
+                              const char* tag, OwnedPackOnStream* pack, OwnedVoxaOnStream* voxa);
 
 // Opens `path` "r+b", saves through the central operation and closes the
 // file; 0 without a log line when the path cannot be opened.

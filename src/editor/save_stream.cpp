@@ -106,9 +106,8 @@ uint32_t readdAsFirstRecord(TevStream& stream, const SaveRequest& r, bool withBo
     int64_t boxPosition = 0;
     const bool boxed = withBox && openBoxOnMp4Media(stream, &boxPosition);
     const uint32_t added = addFirstRecord(stream, r);
-    if (!boxed) return added;
-    const uint32_t sized = updateMP4TagStream(&stream, boxPosition);
-    return added == LUMET_TEV_TRUE ? sized : LUMET_TEV_FALSE;
+    // In a box, the result is that of sizing the box, whatever the add gave.
+    return boxed ? updateMP4TagStream(&stream, boxPosition) : added;
 }
 
 constexpr char kSaveTag[] = "TEVEncoderAPIs::saveTEVDataToStream";
@@ -117,34 +116,17 @@ constexpr char kSaveTag[] = "TEVEncoderAPIs::saveTEVDataToStream";
 // container's "EchoFrame_000" record with its "EchoFrame_Meta_Info" list,
 // then the record is appended with the Voxa block behind the directory.
 uint32_t saveIntoVoxaImage(TevStream& stream, const SaveRequest& r) {
-    if (checkMP4Stream(&stream) == LUMET_TEV_TRUE) {
-        logLine(kLogError, kSaveTag, "SIGNATURE_VOXA is not use MP4 Format");
+    StreamPackPtr pack;
+    OwnedVoxaOnStream voxa;
+    if (!convertVoxaImageForSave(stream, r.dataLength, r.subLength, r.nameLength, kSaveTag, &pack, &voxa)) {
         return LUMET_TEV_FALSE;
     }
-    if (!voxa::convertBareSoundForSave(stream, r.dataLength, r.subLength, r.nameLength, kSaveTag)) {
-        return LUMET_TEV_FALSE;
-    }
-    StreamPackPtr pack(checkTEVInStreamAndUpdate(&stream));
-    OwnedVoxaOnStream voxa = parseVoxaBlock(stream);
-    if (!pack || !voxa) return LUMET_TEV_FALSE;
     return appendRecord(stream, pack->info, r, voxa.get());
 }
 
 struct UnitDestroyer {
     void operator()(_TEV_data_unit* unit) const { destroyTEVDATA_UNIT(unit); }
 };
-
-// The sound list with `name` moved to its end, as it is to be after the
-// sound of that name was replaced. False when the list cannot be read.
-bool listWithNameLast(_TEV_info_pack* pack, const char* name, voxa::MetaList* list) {
-    const std::unique_ptr<_TEV_data_unit, UnitDestroyer> unit(
-        extractTEVDataFromFilebyName(pack, voxa::kMetaRecordName, voxa::kMetaRecordNameLength));
-    if (!unit || !voxa::parseMetaList(unit->data, unit->data_length, list)) return false;
-    auto& names = list->names;
-    names.erase(std::remove(names.begin(), names.end(), std::string(name)), names.end());
-    names.emplace_back(name);
-    return true;
-}
 
 // Where the replaced record lies relative to the record holding the sound.
 uint32_t positionMark(_TEV_info* info, _voxa_info_struct* voxa, uint32_t index) {
@@ -154,65 +136,51 @@ uint32_t positionMark(_TEV_info* info, _voxa_info_struct* voxa, uint32_t index) 
     return index == soundIndex ? kVoxaMarkItself : kVoxaMarkAfter;
 }
 
-// A listed sound record is replaced: the record and the old list go, then
-// the record and the list come back, the list naming the sound last. When
-// the replaced record held the Voxa sound, the new one takes its place as
-// the sound the block points at.
-uint32_t replaceListedSound(TevStream& stream, const SaveRequest& r, const char* key, StreamPackPtr pack,
-                            OwnedVoxaOnStream voxa, uint32_t index) {
+// The list of the "EchoFrame_Meta_Info" record at `metaIndex` with `name`
+// appended; empty when that record does not read as a list.
+std::vector<unsigned char> listWithNameAdded(_TEV_info* info, uint32_t metaIndex, const char* name,
+                                             uint32_t nameLength) {
     voxa::MetaList list;
-    // The new list is built before anything is deleted: deleting a listed
-    // record shrinks the list (or removes it with its last name).
-    if (!listWithNameLast(pack.get(), key, &list)) return LUMET_TEV_FALSE;
-    const std::vector<unsigned char> header = list.bytes();
+    if (!voxa::readMetaListAt(info, metaIndex, &list)) return {};
+    list.names.emplace_back(name, nameLength);
+    return list.bytes();
+}
+
+// A listed sound record was deleted (which also took its name out of the
+// list, or the list away with its last name): the list comes back with the
+// name last, and the record with it. When the deleted record was the one
+// the Voxa block points at, the record and the list go in together behind
+// a new block, as a sound record; otherwise the record is appended, then
+// the list.
+uint32_t relistReplacedSound(TevStream& stream, const SaveRequest& r, StreamPackPtr pack, uint32_t mark) {
+    const uint32_t metaIndex = findRecord(pack.get(), voxa::kMetaRecordName);
+    if (metaIndex == kNameNotFound) return LUMET_TEV_FALSE;
+    const std::vector<unsigned char> header = listWithNameAdded(pack->info, metaIndex, r.name, r.nameLength);
     const uint32_t headerSize = static_cast<uint32_t>(header.size());
-    voxa->position_mark = positionMark(pack->info, voxa.get(), index);
-    const uint32_t mark = voxa->position_mark;
-    if (DeleteATEVDataStream(pack->info, index, voxa.get()) != LUMET_TEV_TRUE) return LUMET_TEV_FALSE;
+    OwnedVoxaOnStream voxa = parseVoxaBlock(stream);
+    if (DeleteATEVDataStream(pack->info, metaIndex, voxa.get()) != LUMET_TEV_TRUE) return LUMET_TEV_FALSE;
     pack.reset(checkTEVInStreamAndUpdate(&stream));
-    if (pack) {
-        const uint32_t metaIndex = findRecord(pack.get(), voxa::kMetaRecordName);
-        OwnedVoxaOnStream current = parseVoxaBlock(stream);
-        if (metaIndex != kNameNotFound &&
-            DeleteATEVDataStream(pack->info, metaIndex, current.get()) != LUMET_TEV_TRUE) {
-            return LUMET_TEV_FALSE;
-        }
-        pack.reset(checkTEVInStreamAndUpdate(&stream));
-    }
-    if (!pack) {
-        if (getSignatureStream(&stream) != SIGNATURE_DETECTION_FAIL) return LUMET_TEV_FALSE;
-        return NewAddVoxaDataInFirstTimeStream(&stream, voxa::kMetaType, r.type, r.name, r.nameLength, r.data,
-                                               r.dataLength, header.data(), headerSize);
-    }
+    if (!pack) return LUMET_TEV_FALSE;
     if (mark == kVoxaMarkItself) {
-        return NewAddVoxaData(pack->info, voxa::kMetaType, r.type, r.name, r.nameLength, r.data, r.dataLength,
-                              header.data(), headerSize);
+        return NewAddVoxaData(pack->info, voxa::kMetaType, voxa::kSoundType, r.name, r.nameLength, r.data,
+                              r.dataLength, header.data(), headerSize);
     }
     voxa = parseVoxaBlock(stream);
     if (appendRecord(stream, pack->info, r, voxa.get()) != LUMET_TEV_TRUE) return LUMET_TEV_FALSE;
     pack.reset(checkTEVInStreamAndUpdate(&stream));
     voxa = parseVoxaBlock(stream);
-    if (!pack || !voxa) return LUMET_TEV_FALSE;
+    if (!pack) return LUMET_TEV_FALSE;
     const SaveRequest meta{voxa::kMetaRecordName, voxa::kMetaRecordNameLength, nullptr, 0, header.data(),
                            headerSize, voxa::kMetaType, 1};
     return appendRecord(stream, pack->info, meta, voxa.get());
 }
 
-// Container followed by Voxa sound: the Voxa trailer is rewritten behind
-// every new directory.
+// Container followed by Voxa sound: every delete and append carries the
+// Voxa descriptor, so the block is rewritten behind each new directory.
 uint32_t saveIntoVoxaContainer(TevStream& stream, const SaveRequest& r, const char* key) {
-    if (checkMP4Stream(&stream) == LUMET_TEV_TRUE) {
-        logLine(kLogError, kSaveTag, "SIGNATURE_VOXA_TEV is not use MP4 Format");
-        return LUMET_TEV_FALSE;
-    }
-    StreamPackPtr pack(checkTEVInStreamAndUpdate(&stream));
-    OwnedVoxaOnStream voxa = parseVoxaBlock(stream);
-    if (!pack || !voxa) {
-        logLine(kLogError, kSaveTag, "SIGNATURE_VOXA_TEV TEVdata == NULL!!");
-        return LUMET_TEV_FALSE;
-    }
-    if (checkTEVInfoForSaving(pack->info, r.dataLength, r.subLength, r.nameLength) != LUMET_TEV_TRUE) {
-        logLine(kLogError, kSaveTag, "SIGNATURE_VOXA_TEV checkTEVInfoForSaving ERROR!!");
+    StreamPackPtr pack;
+    OwnedVoxaOnStream voxa;
+    if (!openVoxaContainerForSave(stream, r.dataLength, r.subLength, r.nameLength, kSaveTag, &pack, &voxa)) {
         return LUMET_TEV_FALSE;
     }
     const uint32_t index = findRecord(pack.get(), key);
@@ -223,17 +191,50 @@ uint32_t saveIntoVoxaContainer(TevStream& stream, const SaveRequest& r, const ch
     }
     const std::unique_ptr<_TEV_data_unit, UnitDestroyer> meta(
         extractTEVDataFromFilebyName(pack.get(), voxa::kMetaRecordName, voxa::kMetaRecordNameLength));
-    if (meta && isIdenticalNameInMetaInfo(meta.get(), key) != 0) {
-        return replaceListedSound(stream, r, key, std::move(pack), std::move(voxa), index);
-    }
+    const bool listed = meta && isIdenticalNameInMetaInfo(meta.get(), key) != 0;
+    uint32_t mark = kVoxaMarkAfter;
+    if (listed) mark = positionMark(pack->info, voxa.get(), index);
+    voxa->position_mark = mark;
     if (DeleteATEVDataStream(pack->info, index, voxa.get()) != LUMET_TEV_TRUE) return LUMET_TEV_FALSE;
     pack.reset(checkTEVInStreamAndUpdate(&stream));
     if (!pack) return readdAsFirstRecord(stream, r, false);
+    if (listed) return relistReplacedSound(stream, r, std::move(pack), mark);
     voxa = parseVoxaBlock(stream);
     return appendRecord(stream, pack->info, r, voxa.get());
 }
 
 }  // namespace
+
+bool convertVoxaImageForSave(TevStream& stream, uint32_t dataLength, uint32_t subLength, uint32_t nameLength,
+                             const char* tag, OwnedPackOnStream* pack, OwnedVoxaOnStream* voxa) {
+    if (checkMP4Stream(&stream) == LUMET_TEV_TRUE) {
+        logLine(kLogError, tag, "SIGNATURE_VOXA is not use MP4 Format");
+        return false;
+    }
+    if (!voxa::convertBareSoundForSave(stream, dataLength, subLength, nameLength, tag)) return false;
+    pack->reset(checkTEVInStreamAndUpdate(&stream));
+    *voxa = parseVoxaBlock(stream);
+    return *pack && *voxa;
+}
+
+bool openVoxaContainerForSave(TevStream& stream, uint32_t dataLength, uint32_t subLength, uint32_t nameLength,
+                              const char* tag, OwnedPackOnStream* pack, OwnedVoxaOnStream* voxa) {
+    if (checkMP4Stream(&stream) == LUMET_TEV_TRUE) {
+        logLine(kLogError, tag, "SIGNATURE_VOXA_TEV is not use MP4 Format");
+        return false;
+    }
+    pack->reset(checkTEVInStreamAndUpdate(&stream));
+    *voxa = parseVoxaBlock(stream);
+    if (!*pack || !*voxa) {
+        logLine(kLogError, tag, "SIGNATURE_VOXA_TEV TEVdata == NULL!!");
+        return false;
+    }
+    if (checkTEVInfoForSaving((*pack)->info, dataLength, subLength, nameLength) != LUMET_TEV_TRUE) {
+        logLine(kLogError, tag, "SIGNATURE_VOXA_TEV checkTEVInfoForSaving ERROR!!");
+        return false;
+    }
+    return true;
+}
 
 uint32_t saveIntoPlainMedia(TevStream& stream, const SaveRequest& r, bool withBox) {
     int64_t boxPosition = 0;

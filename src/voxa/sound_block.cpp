@@ -36,14 +36,14 @@ bool endsWithTevTag(TevStream& stream, int64_t distance) {
 namespace tev::voxa {
 
 bool cutAtFirstSound(TevStream& stream, const _voxa_info_struct& voxa, const char* tag) {
-    SoundSpan sound{};
-    // A start past the end would grow the file instead of cutting it.
-    const bool known = firstSound(&voxa, &sound);
-    if (!known || stream.seek(sound.start, kSeekSet) != sound.start) {
+    // Only the start counts: an empty sound (end = start) is cut there too.
+    const bool listed = voxa.sound_table != nullptr && voxa.sound_count > 0;
+    const int64_t start = listed ? int64_t{voxa.sound_table[0]} : -1;
+    if (!listed || stream.seek(start, kSeekSet) != start) {
         logLine(kLogError, tag, "File Search Error");
         return false;
     }
-    stream.truncate(sound.start);
+    stream.truncate(start);
     return true;
 }
 

@@ -11,8 +11,8 @@
 namespace tev::voxa {
 
 // Cuts the stream where the first sound starts, dropping the sound and
-// everything behind it. A sound that is not sane (see firstSound) or a
-// failed seek is logged under `tag` and changes nothing.
+// everything behind it; the sound's end is not looked at. A record without
+// a sound or a failed seek is logged under `tag` and changes nothing.
 bool cutAtFirstSound(TevStream& stream, const _voxa_info_struct& voxa, const char* tag);
 
 // First byte of the Voxa block: file size - header length - 10.
