@@ -4,9 +4,10 @@ ASAN_BUILD ?= build-asan
 FUZZ_BUILD ?= build-fuzz
 ARM64_BUILD ?= build-arm64
 TSAN_BUILD ?= build-tsan
+ANDROID_BUILD ?= build-android
 CMAKE_GEN  := -G Ninja
 
-.PHONY: all deps build demo test test-normal test-asan fuzz-smoke test-tsan test-arm64 bench clean
+.PHONY: all deps build demo test test-normal test-asan fuzz-smoke test-tsan test-arm64 aar bench clean
 
 all: build
 
@@ -53,9 +54,26 @@ test-arm64: deps
 	cmake --build $(ARM64_BUILD)
 	ctest --test-dir $(ARM64_BUILD) --output-on-failure -j2
 
+# TEV.aar (classes.jar, jni/arm64-v8a/libTEV.lumet.so, AndroidManifest.xml).
+# With ANDROID_NDK set: from the NDK build, an archive an app can use. Without
+# it: from the arm64 cross build, whose library links glibc and does not load
+# on Android; that archive only shows the layout.
+aar: deps
+ifdef ANDROID_NDK
+	cmake -S . -B $(ANDROID_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Release \
+	  -DCMAKE_TOOLCHAIN_FILE=$(ANDROID_NDK)/build/cmake/android.toolchain.cmake \
+	  -DANDROID_ABI=arm64-v8a -DANDROID_PLATFORM=android-24
+	cmake --build $(ANDROID_BUILD) --target tev_aar
+else
+	@echo "ANDROID_NDK is not set: packing the arm64 glibc build, which does not load on Android"
+	cmake -S . -B $(ARM64_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/aarch64-linux-gnu.cmake
+	cmake --build $(ARM64_BUILD) --target tev_aar
+endif
+
 # Benchmarks on media generated at bench time; writes docs/benchmarks.md.
 bench: deps
 	scripts/bench.sh
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) $(TSAN_BUILD) $(ARM64_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) $(TSAN_BUILD) $(ARM64_BUILD) $(ANDROID_BUILD)
