@@ -7,19 +7,19 @@
 #include <cstdio>
 #include <memory>
 
-#include "tev/container.h"
-#include "tev/stream.h"
-#include "tev/types.h"
-#include "tev/voxa.h"
+#include "tev/tev.hpp"
 
 namespace tev {
 
-// Releases memory that came from _kmalloc / _kcalloc.
-struct KFree {
-    void operator()(void* memory) const { _kfree(memory); }
-};
+// The public owners of tev/tev.hpp, under the names the library's code
+// uses; each resource has one owner type.
 template <typename T>
-using KUnique = std::unique_ptr<T, KFree>;
+using KUnique = std::unique_ptr<T, KFreeDeleter>;  // memory from _kmalloc / _kcalloc
+using OwnedTevInfo = Index;                         // DestroyTEV
+using OwnedPackOnStream = PackStream;               // a pack over a stream someone else releases
+using OwnedFilePack = Pack;                         // a pack that owns its stream and file
+using OwnedVoxaOnStream = VoxaStream;               // a Voxa descriptor over someone else's stream
+using OwnedUnit = Record;                           // an extracted record
 
 struct FileCloser {
     void operator()(FILE* fp) const { _kfclose(fp); }
@@ -29,29 +29,6 @@ using OwnedFile = std::unique_ptr<FILE, FileCloser>;
 
 // A stream object built around a medium; deleting it never closes the medium.
 using OwnedStream = std::unique_ptr<TevStream>;
-
-struct TevInfoDestroyer {
-    void operator()(_TEV_info* info) const { DestroyTEV(info); }
-};
-using OwnedTevInfo = std::unique_ptr<_TEV_info, TevInfoDestroyer>;
-
-// A pack parsed over a stream that someone else releases.
-struct PackOnStreamDestroyer {
-    void operator()(_TEV_info_pack* pack) const { destroyTEVDATA_Stream(pack); }
-};
-using OwnedPackOnStream = std::unique_ptr<_TEV_info_pack, PackOnStreamDestroyer>;
-
-// A pack that owns its stream and the file under it (checkTEVInFile).
-struct PackWithFileDestroyer {
-    void operator()(_TEV_info_pack* pack) const { destroyTEVDATA(pack); }
-};
-using OwnedFilePack = std::unique_ptr<_TEV_info_pack, PackWithFileDestroyer>;
-
-// A Voxa descriptor parsed over a stream that belongs to someone else.
-struct VoxaOnStreamDestroyer {
-    void operator()(_voxa_info_struct* voxa) const { DestroyVoxaStream(voxa); }
-};
-using OwnedVoxaOnStream = std::unique_ptr<_voxa_info_struct, VoxaOnStreamDestroyer>;
 
 }  // namespace tev
 

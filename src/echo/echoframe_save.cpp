@@ -32,11 +32,6 @@ using tev::voxa::MetaList;
 constexpr char kTag[] = "TEVVoxaAPIs::saveVoxaToImageStream";
 constexpr uint32_t kTooBigSound = tev::kTooBigDataLength;
 
-struct UnitDestroyer {
-    void operator()(_TEV_data_unit* unit) const { destroyTEVDATA_UNIT(unit); }
-};
-using OwnedUnit = std::unique_ptr<_TEV_data_unit, UnitDestroyer>;
-
 // One sound as the caller hands it over.
 struct Sound {
     const unsigned char* data;
@@ -47,7 +42,7 @@ struct Sound {
 };
 
 bool readList(_TEV_info_pack* pack, MetaList* list) {
-    const OwnedUnit unit(extractTEVDataFromFilebyName(pack, kMetaRecordName, kMetaRecordNameLength));
+    const tev::OwnedUnit unit(extractTEVDataFromFilebyName(pack, kMetaRecordName, kMetaRecordNameLength));
     return unit && tev::voxa::parseMetaList(unit->data, unit->data_length, list);
 }
 
@@ -169,7 +164,7 @@ uint32_t saveIntoVoxaContainer(TevStream& stream, const Sound& s) {
         pack.reset();
         return convertOldSoundThenSave(stream, voxa.get(), s);
     }
-    const OwnedUnit meta(extractTEVDataFromFilebyName(pack.get(), kMetaRecordName, kMetaRecordNameLength));
+    const tev::OwnedUnit meta(extractTEVDataFromFilebyName(pack.get(), kMetaRecordName, kMetaRecordNameLength));
     if (isIdenticalNameInMetaInfo(meta.get(), s.key().c_str()) != 0) {
         pack.reset();
         return saveSoundRecord(stream, s);
@@ -192,11 +187,11 @@ void copyListedSounds(TevStream& src, TevStream& dst) {
     tev::OwnedPackOnStream pack(checkTEVInStreamAndUpdate(&src));
     MetaList list;
     if (!pack || !readList(pack.get(), &list)) return;
-    std::vector<std::pair<std::string, OwnedUnit>> sounds;
+    std::vector<std::pair<std::string, tev::OwnedUnit>> sounds;
     for (uint32_t i = 0; i < pack->info->meta_count; ++i) {
         const char* name = pack->info->meta_data[i]->name;
         if (name == nullptr || !list.contains(name)) continue;
-        sounds.emplace_back(name, OwnedUnit(extractTEVDataFromFilebyIndex(pack.get(), i)));
+        sounds.emplace_back(name, tev::OwnedUnit(extractTEVDataFromFilebyIndex(pack.get(), i)));
     }
     pack.reset();
     for (auto& [name, unit] : sounds) {
@@ -279,9 +274,9 @@ uint32_t copyEchoFrameData(TevStream* src, TevStream* dst) {
     tev::OwnedPackOnStream pack(checkTEVInStream(src));
     MetaList list;
     if (!pack || !readList(pack.get(), &list) || list.names.empty()) return LUMET_TEV_FALSE;
-    const OwnedUnit meta(extractTEVDataFromFilebyName(pack.get(), kMetaRecordName, kMetaRecordNameLength));
+    const tev::OwnedUnit meta(extractTEVDataFromFilebyName(pack.get(), kMetaRecordName, kMetaRecordNameLength));
     if (!meta) return LUMET_TEV_FALSE;
-    std::vector<OwnedUnit> sounds;
+    std::vector<tev::OwnedUnit> sounds;
     for (const std::string& name : list.names) {
         sounds.emplace_back(extractTEVDataFromFilebyName(pack.get(), name.c_str(),
                                                          static_cast<unsigned int>(name.size())));

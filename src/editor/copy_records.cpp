@@ -26,11 +26,6 @@ constexpr char kFirstSoundName[] = "EchoFrame_000";
 constexpr uint32_t kReplace = 1;
 constexpr uint32_t kKeep = 0;
 
-struct UnitDestroyer {
-    void operator()(_TEV_data_unit* unit) const { destroyTEVDATA_UNIT(unit); }
-};
-using OwnedUnit = std::unique_ptr<_TEV_data_unit, UnitDestroyer>;
-
 // A sound list taken out of a pack: each name and the array freed with _kfree.
 class NameList {
 public:
@@ -66,7 +61,7 @@ const char* entryName(_TEV_info_pack* pack, uint32_t index) {
 // Saves record `index` of the source into `dst` without its sub-information.
 uint32_t saveRecord(_TEV_info_pack* pack, uint32_t index, TevStream& dst, uint32_t update) {
     const char* name = entryName(pack, index);
-    const OwnedUnit unit(extractTEVDataFromFilebyIndex(pack, index));
+    const tev::OwnedUnit unit(extractTEVDataFromFilebyIndex(pack, index));
     if (name == nullptr || !unit) return LUMET_TEV_FALSE;
     return saveTEVDataToStream(&dst, name, static_cast<uint32_t>(getStringLen(name)), nullptr, 0, unit->data,
                                unit->data_length, unit->data_type, update);
@@ -74,7 +69,7 @@ uint32_t saveRecord(_TEV_info_pack* pack, uint32_t index, TevStream& dst, uint32
 
 uint32_t saveSound(_TEV_info_pack* pack, uint32_t index, TevStream& dst) {
     const char* name = entryName(pack, index);
-    const OwnedUnit unit(extractTEVDataFromFilebyIndex(pack, index));
+    const tev::OwnedUnit unit(extractTEVDataFromFilebyIndex(pack, index));
     if (name == nullptr || !unit) return LUMET_TEV_FALSE;
     return saveVoxaToImageStream(&dst, unit->data, unit->data_length, name, static_cast<uint32_t>(std::strlen(name)));
 }

@@ -6,6 +6,7 @@
 #include "container/check_internal.h"
 #include "container/format.h"
 #include "editor/delete_rebuild.h"
+#include "editor/save_internal.h"
 #include "editor/sound_bridge.h"
 #include "tev/detect.h"
 #include "tev/editor.h"
@@ -53,13 +54,6 @@ bool deleteArgumentsUsable(const _TEV_info* info, uint32_t index) {
     return true;
 }
 
-// Where the deleted record lies relative to the record holding the sound.
-uint32_t voxaPositionMark(_TEV_info& fresh, _voxa_info_struct& voxa, uint32_t index) {
-    const uint32_t soundIndex = FindOldVoxaIndex(&fresh, &voxa);
-    if (soundIndex >= fresh.meta_count) return tev::kVoxaMarkAfter;
-    if (index < soundIndex) return tev::kVoxaMarkBefore;
-    return index == soundIndex ? tev::kVoxaMarkItself : tev::kVoxaMarkAfter;
-}
 
 // The sound keeps its place unless a record in front of it goes; then it
 // moves forward by that record's length.
@@ -160,7 +154,7 @@ uint32_t DeleteATEVDataStream(_TEV_info* info, uint32_t index, _voxa_info_struct
         fresh.reset();  // only needed for the check; the move buffer is the one to have room for
         return replaceContainer(*info, span, removal, nullptr);
     }
-    voxa->position_mark = voxaPositionMark(*fresh, *voxa, index);
+    voxa->position_mark = tev::voxaPositionMark(*fresh, *voxa, index);
     // The sound list as it was, and the name that goes.
     const tev::sound_bridge::ListHandle sounds = tev::sound_bridge::readSoundList(*fresh);
     if (!sounds) return LUMET_TEV_FALSE;

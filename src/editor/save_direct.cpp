@@ -7,7 +7,6 @@
 #include "tev/detect.h"
 #include "tev/editor.h"
 #include "util/log.h"
-#include "echo/echoframe_internal.h"
 #include "container/check_internal.h"
 #include "tev/query.h"
 #include "tev/sound.h"

@@ -50,6 +50,22 @@ KUnique<char[]> copyNameKey(const char* name, uint32_t length);
 // Index of `key` in the pack, or kNameNotFound.
 uint32_t findRecord(_TEV_info_pack* pack, const char* key);
 
+// Appends the request's record through AddTEVDataStream's body (see
+// appendRecord in add_internal.h).
+uint32_t appendRequest(TevStream& stream, _TEV_info* info, const SaveRequest& request, _voxa_info_struct* voxa,
+                       bool* complete = nullptr);
+
+// The replaced record was the only one: the container is gone and the
+// record becomes the first of a new one (in a "tevd" box on MP4 media when
+// `withBox`). A container that still ends the stream but no longer parses
+// is not written over: 0.
+uint32_t readdAsFirstRecord(TevStream& stream, const SaveRequest& request, bool withBox);
+
+// Where the record at `index` lies relative to the record holding the
+// Voxa sound: kVoxaMarkBefore, kVoxaMarkItself or kVoxaMarkAfter (also when
+// no record holds it).
+uint32_t voxaPositionMark(const _TEV_info& info, _voxa_info_struct& voxa, uint32_t index);
+
 // What a save reports when the name exists and no replacement was asked:
 // a memory buffer counts it as success, a file does not.
 uint32_t existingNameResult(TevStream& stream);

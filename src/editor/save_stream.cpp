@@ -11,14 +11,13 @@
 #include "container/format.h"
 #include "editor/add_internal.h"
 #include "editor/save_internal.h"
+#include "editor/sound_bridge.h"
 #include "tev/detect.h"
 #include "tev/editor.h"
 #include "tev/mp4.h"
 #include "tev/query.h"
 #include "tev/sound.h"
 #include "util/log.h"
-#include "echo/echoframe_internal.h"
-#include "echo/meta_list.h"
 
 namespace tev {
 
@@ -34,6 +33,13 @@ OwnedVoxaOnStream parseVoxaBlock(TevStream& stream) {
     return voxa;
 }
 
+uint32_t voxaPositionMark(const _TEV_info& info, _voxa_info_struct& voxa, uint32_t index) {
+    const uint32_t soundIndex = FindOldVoxaIndex(const_cast<_TEV_info*>(&info), &voxa);
+    if (soundIndex >= info.meta_count) return kVoxaMarkAfter;
+    if (index < soundIndex) return kVoxaMarkBefore;
+    return index == soundIndex ? kVoxaMarkItself : kVoxaMarkAfter;
+}
+
 uint32_t findRecord(_TEV_info_pack* pack, const char* key) {
     const uint32_t index = _getIndexOfName(pack, key);
     return index < pack->data_count ? index : kNameNotFound;
@@ -43,6 +49,12 @@ uint32_t existingNameResult(TevStream& stream) {
     return stream.GetStreamType() == TEV_STREAM_BUFFER ? LUMET_TEV_TRUE : LUMET_TEV_FALSE;
 }
 
+uint32_t appendRequest(TevStream& stream, _TEV_info* info, const SaveRequest& r, _voxa_info_struct* voxa,
+                       bool* complete) {
+    const RecordArgs record{r.name, r.nameLength, r.type, r.sub, r.subLength, r.data, r.dataLength};
+    return appendRecord(&stream, info, record, voxa, complete);
+}
+
 namespace {
 
 uint32_t addFirstRecord(TevStream& stream, const SaveRequest& r) {
@@ -50,11 +62,6 @@ uint32_t addFirstRecord(TevStream& stream, const SaveRequest& r) {
                                        r.data, r.dataLength);
 }
 
-uint32_t appendRecord(TevStream& stream, _TEV_info* info, const SaveRequest& r,
-                      _voxa_info_struct* voxa, bool* complete = nullptr) {
-    const RecordArgs record{r.name, r.nameLength, r.type, r.sub, r.subLength, r.data, r.dataLength};
-    return tev::appendRecord(&stream, info, record, voxa, complete);
-}
 
 // On MP4 media, opens a "tevd" box with a placeholder size at the end of the
 // stream. True when the box header was written.
@@ -98,8 +105,8 @@ void refreshBox(TevStream& stream, bool wrapFirst) {
     if (pack) updateMP4Tag(pack->info);
 }
 
-// The replaced record was the only one: the container is gone and the
-// record becomes the first of a new one.
+}  // namespace
+
 uint32_t readdAsFirstRecord(TevStream& stream, const SaveRequest& r, bool withBox) {
     // A container that is still there but no longer parses is not written over.
     if (getSignatureStream(&stream) != SIGNATURE_DETECTION_FAIL) return LUMET_TEV_FALSE;
@@ -109,6 +116,8 @@ uint32_t readdAsFirstRecord(TevStream& stream, const SaveRequest& r, bool withBo
     // In a box, the result is that of sizing the box, whatever the add gave.
     return boxed ? updateMP4TagStream(&stream, boxPosition) : added;
 }
+
+namespace {
 
 constexpr char kSaveTag[] = "TEVEncoderAPIs::saveTEVDataToStream";
 
@@ -121,58 +130,7 @@ uint32_t saveIntoVoxaImage(TevStream& stream, const SaveRequest& r) {
     if (!convertVoxaImageForSave(stream, r.dataLength, r.subLength, r.nameLength, kSaveTag, &pack, &voxa)) {
         return LUMET_TEV_FALSE;
     }
-    return appendRecord(stream, pack->info, r, voxa.get());
-}
-
-struct UnitDestroyer {
-    void operator()(_TEV_data_unit* unit) const { destroyTEVDATA_UNIT(unit); }
-};
-
-// Where the replaced record lies relative to the record holding the sound.
-uint32_t positionMark(_TEV_info* info, _voxa_info_struct* voxa, uint32_t index) {
-    const uint32_t soundIndex = FindOldVoxaIndex(info, voxa);
-    if (soundIndex >= info->meta_count) return kVoxaMarkAfter;
-    if (index < soundIndex) return kVoxaMarkBefore;
-    return index == soundIndex ? kVoxaMarkItself : kVoxaMarkAfter;
-}
-
-// The list of the "EchoFrame_Meta_Info" record at `metaIndex` with `name`
-// appended; empty when that record does not read as a list.
-std::vector<unsigned char> listWithNameAdded(_TEV_info* info, uint32_t metaIndex, const char* name,
-                                             uint32_t nameLength) {
-    voxa::MetaList list;
-    if (!voxa::readMetaListAt(info, metaIndex, &list)) return {};
-    list.names.emplace_back(name, nameLength);
-    return list.bytes();
-}
-
-// A listed sound record was deleted (which also took its name out of the
-// list, or the list away with its last name): the list comes back with the
-// name last, and the record with it. When the deleted record was the one
-// the Voxa block points at, the record and the list go in together behind
-// a new block, as a sound record; otherwise the record is appended, then
-// the list.
-uint32_t relistReplacedSound(TevStream& stream, const SaveRequest& r, StreamPackPtr pack, uint32_t mark) {
-    const uint32_t metaIndex = findRecord(pack.get(), voxa::kMetaRecordName);
-    if (metaIndex == kNameNotFound) return LUMET_TEV_FALSE;
-    const std::vector<unsigned char> header = listWithNameAdded(pack->info, metaIndex, r.name, r.nameLength);
-    const uint32_t headerSize = static_cast<uint32_t>(header.size());
-    OwnedVoxaOnStream voxa = parseVoxaBlock(stream);
-    if (DeleteATEVDataStream(pack->info, metaIndex, voxa.get()) != LUMET_TEV_TRUE) return LUMET_TEV_FALSE;
-    pack.reset(checkTEVInStreamAndUpdate(&stream));
-    if (!pack) return LUMET_TEV_FALSE;
-    if (mark == kVoxaMarkItself) {
-        return NewAddVoxaData(pack->info, voxa::kMetaType, voxa::kSoundType, r.name, r.nameLength, r.data,
-                              r.dataLength, header.data(), headerSize);
-    }
-    voxa = parseVoxaBlock(stream);
-    if (appendRecord(stream, pack->info, r, voxa.get()) != LUMET_TEV_TRUE) return LUMET_TEV_FALSE;
-    pack.reset(checkTEVInStreamAndUpdate(&stream));
-    voxa = parseVoxaBlock(stream);
-    if (!pack) return LUMET_TEV_FALSE;
-    const SaveRequest meta{voxa::kMetaRecordName, voxa::kMetaRecordNameLength, nullptr, 0, header.data(),
-                           headerSize, voxa::kMetaType, 1};
-    return appendRecord(stream, pack->info, meta, voxa.get());
+    return appendRequest(stream, pack->info, r, voxa.get());
 }
 
 // Container followed by Voxa sound: every delete and append carries the
@@ -184,23 +142,21 @@ uint32_t saveIntoVoxaContainer(TevStream& stream, const SaveRequest& r, const ch
         return LUMET_TEV_FALSE;
     }
     const uint32_t index = findRecord(pack.get(), key);
-    if (index == kNameNotFound) return appendRecord(stream, pack->info, r, voxa.get());
+    if (index == kNameNotFound) return appendRequest(stream, pack->info, r, voxa.get());
     if (!r.replaces()) {
         logLine(kLogError, kSaveTag, "SIGNATURE_VOXA_TEV NOT UPDATE!!");
         return existingNameResult(stream);
     }
-    const std::unique_ptr<_TEV_data_unit, UnitDestroyer> meta(
-        extractTEVDataFromFilebyName(pack.get(), voxa::kMetaRecordName, voxa::kMetaRecordNameLength));
-    const bool listed = meta && isIdenticalNameInMetaInfo(meta.get(), key) != 0;
+    const bool listed = sound_bridge::isListedSound(pack.get(), key);
     uint32_t mark = kVoxaMarkAfter;
-    if (listed) mark = positionMark(pack->info, voxa.get(), index);
+    if (listed) mark = voxaPositionMark(*pack->info, *voxa, index);
     voxa->position_mark = mark;
     if (DeleteATEVDataStream(pack->info, index, voxa.get()) != LUMET_TEV_TRUE) return LUMET_TEV_FALSE;
     pack.reset(checkTEVInStreamAndUpdate(&stream));
     if (!pack) return readdAsFirstRecord(stream, r, false);
-    if (listed) return relistReplacedSound(stream, r, std::move(pack), mark);
+    if (listed) return sound_bridge::relistReplacedSound(stream, r, std::move(pack), mark);
     voxa = parseVoxaBlock(stream);
-    return appendRecord(stream, pack->info, r, voxa.get());
+    return appendRequest(stream, pack->info, r, voxa.get());
 }
 
 }  // namespace
@@ -211,7 +167,7 @@ bool convertVoxaImageForSave(TevStream& stream, uint32_t dataLength, uint32_t su
         logLine(kLogError, tag, "SIGNATURE_VOXA is not use MP4 Format");
         return false;
     }
-    if (!voxa::convertBareSoundForSave(stream, dataLength, subLength, nameLength, tag)) return false;
+    if (!sound_bridge::convertBareSound(stream, dataLength, subLength, nameLength, tag)) return false;
     pack->reset(checkTEVInStreamAndUpdate(&stream));
     *voxa = parseVoxaBlock(stream);
     return *pack && *voxa;
@@ -269,7 +225,7 @@ uint32_t saveIntoContainer(TevStream& stream, const SaveRequest& r, const char* 
         if (!pack) return readdAsFirstRecord(stream, r, withBox);
     }
     bool complete = false;
-    const uint32_t added = appendRecord(stream, pack->info, r, nullptr, &complete);
+    const uint32_t added = appendRequest(stream, pack->info, r, nullptr, &complete);
     pack.reset();
     if (wasBoxed && complete) {
         resizeBox(stream);
