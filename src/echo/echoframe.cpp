@@ -23,10 +23,7 @@ using tev::voxa::kMetaRecordName;
 using tev::voxa::kMetaRecordNameLength;
 using tev::voxa::MetaList;
 
-struct UnitDestroyer {
-    void operator()(_TEV_data_unit* unit) const { destroyTEVDATA_UNIT(unit); }
-};
-using OwnedUnit = std::unique_ptr<_TEV_data_unit, UnitDestroyer>;
+using tev::OwnedUnit;
 
 OwnedUnit extractMeta(_TEV_info_pack* pack) {
     return OwnedUnit(extractTEVDataFromFilebyName(pack, kMetaRecordName, kMetaRecordNameLength));

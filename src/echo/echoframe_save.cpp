@@ -92,8 +92,8 @@ uint32_t saveIntoBareVoxa(TevStream& stream, const Sound& s) {
         tev::logLine(tev::kLogError, kTag, "SIGNATURE_VOXA is not use MP4 Format");
         return LUMET_TEV_FALSE;
     }
-    tev::OwnedVoxaOnStream voxa(_checkAudioInImageStream(&stream));
-    if (!voxa || (voxa->version < tev::kVoxaWriterVersion && voxa->sound_count == 0)) return LUMET_TEV_FALSE;
+    tev::OwnedVoxaOnStream voxa = tev::parseVoxaBlock(stream);
+    if (!voxa) return LUMET_TEV_FALSE;
     if (checkVoxaInfoForSaving(voxa.get(), s.size, 0, s.nameLength) != LUMET_TEV_TRUE) return LUMET_TEV_FALSE;
     tev::voxa::SoundSpan old{};
     if (!tev::voxa::firstSound(voxa.get(), &old)) {

@@ -86,10 +86,7 @@ public:
     int64_t written() const { return kbgetWriteSize(handle_.get()); }
 
 private:
-    struct BufferDestroyer {
-        void operator()(TevBufferHandle* handle) const { destroyTEVBuffer(handle); }
-    };
-    std::unique_ptr<TevBufferHandle, BufferDestroyer> handle_;
+    tev::Buffer handle_;
     std::optional<TevStreamBuffer> stream_;
 };
 

@@ -46,7 +46,7 @@ jobjectArray namesByType(JNIEnv* env, _TEV_info_pack* pack, jint dataType) {
     char** list = getNameListByDataType(pack, dataType, &count);
     const tev::jni::NameList names(list, count);
     if (names.size() == 0) return nullptr;
-    return tev::jni::newStringArray(env, names.names(), names.size());
+    return tev::jni::newStringArray(env, names.begin(), static_cast<unsigned int>(names.size()));
 }
 
 jobjectArray allNames(JNIEnv* env, const _TEV_info_pack* pack) {

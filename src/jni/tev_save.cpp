@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "container/owned.h"
 #include "jni/java_values.h"
 #include "jni/native_owners.h"
 #include "tev/tev.h"
@@ -50,16 +51,11 @@ auto addRecord(JNIEnv* env, const char* tag, jstring keyName, jint keyNameLength
     return save(Record{key.get(), u32(keyNameLength), sub.get(), u32(subInfoLength), bytes.get(), u32(dataLength)});
 }
 
-struct FileCloser {
-    void operator()(FILE* fp) const { _kfclose(fp); }
-};
-using OpenedFile = std::unique_ptr<FILE, FileCloser>;
-
 // The MP4 and tag forms open the file "r+b" themselves; a file that does not
 // open gives 0 without a message.
 template <typename SaveFP>
 uint32_t saveToOpenedFile(const char* path, SaveFP save) {
-    const OpenedFile file(_kfopen(path, "r+b"));
+    const tev::OwnedFile file(_kfopen(path, "r+b"));
     return file ? save(file.get()) : 0;
 }
 
@@ -87,7 +83,7 @@ jint addRecordToFd(JNIEnv* env, const char* tag, jint fd, jstring keyName, jint 
 // form has always read it. Null after logging when the file does not open,
 // is empty (its size taken as a 32-bit signed value) or cannot be read.
 tev::jni::KBytes readDataFile(const char* path, uint32_t* size) {
-    const OpenedFile file(_kfopen(path, "rb"));
+    const tev::OwnedFile file(_kfopen(path, "rb"));
     if (!file) {
         logLine(kLogError, "TEVJNI::addFastTEVDataFile", "data_fp NULL\n");
         return nullptr;
