@@ -1,5 +1,6 @@
 // Storing a named sound in an image whatever it already holds, and copying
 // the sounds of one image into another.
+#include <cstdio>
 #include <algorithm>
 #include <cstring>
 #include <string>
@@ -282,7 +283,7 @@ uint32_t copyEchoFrameData(TevStream* src, TevStream* dst) {
                                                          static_cast<unsigned int>(name.size())));
         if (!sounds.back()) return LUMET_TEV_FALSE;
     }
-    const int64_t at = dst->seek(0, tev::kSeekEnd);
+    const int64_t at = dst->seek(0, SEEK_END);
     // Records, directory and block must keep every position in 32 bits.
     uint64_t total = uint64_t(at < 0 ? 0 : at) + meta->data_length + kMetaRecordNameLength;
     std::vector<uint32_t> lengths;

@@ -1,6 +1,7 @@
 // Writing a sound as a container record: the sound record, the
 // "EchoFrame_Meta_Info" record with the name list, a directory over them
 // and a version 107 Voxa block pointing at the sound record's data.
+#include <cstdio>
 #include <vector>
 
 #include "container/format.h"
@@ -117,7 +118,7 @@ uint32_t NewAddVoxaDataInFirstTimeStream(TevStream* stream, uint32_t meta_type, 
         tev::logLine(tev::kLogError, kFirstTag, "File _writeDataTagInfo Error");
         return LUMET_TEV_FALSE;
     }
-    const int64_t at = stream->seek(0, tev::kSeekEnd);
+    const int64_t at = stream->seek(0, SEEK_END);
     if (!r.measure(at)) {
         tev::logLine(tev::kLogError, kFirstTag, "File _writeVoxaHeader Error");
         return LUMET_TEV_FALSE;
@@ -143,7 +144,7 @@ uint32_t NewAddVoxaData(_TEV_info* info, uint32_t meta_type, uint32_t sound_type
     // The records go where "TEVH" stands; every old record then lies both
     // new records' lengths further from the new directory.
     const int64_t at = tev::seekToDirectory(*stream, *info);
-    if (at < 0 || stream->seek(at, tev::kSeekSet) != at) {
+    if (at < 0 || stream->seek(at, SEEK_SET) != at) {
         tev::logLine(tev::kLogError, kAppendTag, "File Search Error");
         return LUMET_TEV_FALSE;
     }

@@ -38,7 +38,7 @@ bool writeDirectory(TevStream& out, const _TEV_info& info) {
 }
 
 bool copyRange(TevStream& from, int64_t start, int64_t length, TevStream& to) {
-    if (from.seek(start, tev::kSeekSet) != start) return false;
+    if (from.seek(start, SEEK_SET) != start) return false;
     std::vector<unsigned char> chunk(static_cast<size_t>(std::min(length, kMoveChunk)));
     for (int64_t left = length; left > 0;) {
         const int64_t step = std::min<int64_t>(left, static_cast<int64_t>(chunk.size()));
@@ -120,7 +120,7 @@ uint32_t deleteVoxa_ExistTEV_Stream(TevStream* stream, _voxa_info_struct* voxa) 
     if (stream == nullptr) return LUMET_TEV_FALSE;
     tev::OwnedPackOnStream pack(checkTEVInStreamAndUpdate(stream));
     if (voxa == nullptr || !pack) return LUMET_TEV_FALSE;
-    if (voxa->stream == nullptr || voxa->stream->seek(0, tev::kSeekSet) < 0) {
+    if (voxa->stream == nullptr || voxa->stream->seek(0, SEEK_SET) < 0) {
         tev::logLine(tev::kLogError, kExistTag, "File Search Error 3");
         return LUMET_TEV_FALSE;
     }

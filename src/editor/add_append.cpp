@@ -46,7 +46,7 @@ bool positionOnDirectory(TevStream& stream, const _TEV_info& info) {
         tev::logLine(tev::kLogError, kTag, "File Search Error ");
         return false;
     }
-    if (stream.seek(directory, tev::kSeekSet) < 0) {
+    if (stream.seek(directory, SEEK_SET) < 0) {
         tev::logLine(tev::kLogError, kTag, "File Search Error");
         return false;
     }
@@ -76,7 +76,7 @@ uint32_t appendRecord(TevStream* stream, _TEV_info* info, const RecordArgs& reco
     const int64_t newEnd = directory + length + newDirectorySize;
     const bool oldDirectoryBehind =
         voxa == nullptr && placeOldDirectoryBehind(*stream, *info, newEnd, newDirectorySize);
-    if (stream->seek(directory, kSeekSet) != directory) return LUMET_TEV_FALSE;
+    if (stream->seek(directory, SEEK_SET) != directory) return LUMET_TEV_FALSE;
     const bool tagWritten = stream->writeDataTagInfo(record.type, record.hasSubFlag(), record.name,
                                                      record.nameLength, record.sub,
                                                      record.storedSubLength()) != 0;

@@ -50,7 +50,7 @@ DirectoryWrite writeAppendedDirectory(TevStream& stream, const _TEV_info& info,
 
 int64_t seekToDirectory(TevStream& stream, const _TEV_info& info) {
     const int64_t headerOffset = info.header_offset;
-    const int64_t position = stream.seek(-headerOffset, kSeekEnd);
+    const int64_t position = stream.seek(-headerOffset, SEEK_END);
     if (position < 0) return -1;
     if (info.stream_size < headerOffset || position != info.stream_size - headerOffset) return -1;
     return position;
@@ -87,7 +87,7 @@ bool placeOldDirectoryBehind(TevStream& stream, const _TEV_info& info, int64_t n
         image.addEntry(moved);
     }
     image.end(info.meta_count);
-    return image.complete() && stream.seek(newEnd, kSeekSet) == newEnd && writeDirectoryImage(stream, image);
+    return image.complete() && stream.seek(newEnd, SEEK_SET) == newEnd && writeDirectoryImage(stream, image);
 }
 
 void firstSoundOf(const _voxa_info_struct& voxa, uint32_t* start, uint32_t* end) {

@@ -1,6 +1,7 @@
 // Adding a record whose bytes the caller has already formatted (tag header,
 // name, sub-information, data): the bytes go on the stream unchanged and
 // only the directory is written here.
+#include <cstdio>
 #include <cstdint>
 #include <limits>
 
@@ -49,7 +50,7 @@ bool acceptsDirectAppend(TevStream* stream, _TEV_info* info, uint32_t type, uint
 bool positionOnDirectory(TevStream& stream, const _TEV_info& info) {
     const int64_t directory = tev::seekToDirectory(stream, info);
     if (directory < 0 || directory > std::numeric_limits<uint32_t>::max() ||
-        stream.seek(static_cast<uint32_t>(directory), tev::kSeekSet) < 0) {
+        stream.seek(static_cast<uint32_t>(directory), SEEK_SET) < 0) {
         tev::logLine(tev::kLogError, kAppendTag, "File Search Error");
         return false;
     }
@@ -72,7 +73,7 @@ uint32_t AddDirectTEVDataInFirstTimeStream(TevStream* stream, uint32_t type, uin
         tev::logLine(tev::kLogError, kFirstTag, "data == LUMET_TEV_NULL || data_size <= 0");
         return LUMET_TEV_FALSE;
     }
-    if (stream->seek(0, tev::kSeekEnd) < 0) {
+    if (stream->seek(0, SEEK_END) < 0) {
         tev::logLine(tev::kLogError, kFirstTag, "File Search Error");
         return LUMET_TEV_FALSE;
     }

@@ -57,7 +57,7 @@ int64_t writeRecord(TevStream* stream, const tev::RecordArgs& record) {
 }
 
 bool seekOrLog(TevStream& stream, int64_t position) {
-    if (stream.seek(position, tev::kSeekSet) >= 0) return true;
+    if (stream.seek(position, SEEK_SET) >= 0) return true;
     tev::logLine(tev::kLogError, kTag, "File Search Error");
     return false;
 }

@@ -111,7 +111,7 @@ uint32_t AddTEVDataInFirstTimeStream(TevStream* stream, const char* name, uint32
         tev::logLine(tev::kLogError, tag, "Too big TEV data to add in the file");
         return LUMET_TEV_FALSE;
     }
-    if (stream->seek(0, tev::kSeekEnd) < 0) {
+    if (stream->seek(0, SEEK_END) < 0) {
         tev::logLine(tev::kLogError, tag, "Stream Search error\n");
         return LUMET_TEV_FALSE;
     }
@@ -146,7 +146,7 @@ uint32_t AddTEVDataInFirstTime(const char* path, const char* name, uint32_t name
         return LUMET_TEV_FALSE;
     }
     // The path form adds behind existing media only.
-    const int64_t end = file.stream().seek(0, tev::kSeekEnd);
+    const int64_t end = file.stream().seek(0, SEEK_END);
     if (end < 1) {
         tev::logLine(tev::kLogError, tag, "file search error = %lld\n",
                      static_cast<long long>(end));
@@ -193,7 +193,7 @@ uint32_t saveFirstTEVTailToStream(TevStream* stream, uint32_t length, uint32_t t
         tev::logLine(tev::kLogError, tag, "Stream CheckError is false");
         return LUMET_TEV_FALSE;
     }
-    if (stream->seek(0, tev::kSeekEnd) < 0) {
+    if (stream->seek(0, SEEK_END) < 0) {
         tev::logLine(tev::kLogError, tag, "File Search Error");
         return LUMET_TEV_FALSE;
     }

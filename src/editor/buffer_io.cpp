@@ -61,14 +61,14 @@ int64_t copyFpToBuffer(FILE* fp, TevBufferHandle* handle) {
     if (fp == nullptr) return 0;
     TevStreamFile file(fp);
     TevStreamBuffer buffer(handle);
-    const int64_t fileSize = file.seek(0, kSeekEnd);
-    if (fileSize < 0 || file.seek(0, kSeekSet) < 0) {
+    const int64_t fileSize = file.seek(0, SEEK_END);
+    if (fileSize < 0 || file.seek(0, SEEK_SET) < 0) {
         logLine(kLogError, "TEVEncoderAPIsBuffer::copyFpToBuffer", "ReadSize != fSize !!");
         return 0;
     }
     // The buffer never grows: a file larger than its capacity is refused
     // before anything is written.
-    if (fileSize > buffer.getAllocSize() || buffer.seek(0, kSeekSet) < 0) {
+    if (fileSize > buffer.getAllocSize() || buffer.seek(0, SEEK_SET) < 0) {
         logLine(kLogError, "TEVEncoderAPIsBuffer::copyFpToBuffer", "ret != ReadSize !!");
         return 0;
     }

@@ -3,6 +3,7 @@
 // rebuilt in its own framing (plain, or inside its MP4 "tevd" box).
 // Sub-information is not carried over: each record is saved with its name,
 // data and type only.
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -282,7 +283,7 @@ uint32_t copyMergeTEVData(_TEV_info* info, FILE* dst) {
         return LUMET_TEV_FALSE;
     }
     const int64_t from = info->stream_size - size;
-    const int64_t landed = info->Stream->seek(from, 0);
+    const int64_t landed = info->Stream->seek(from, SEEK_SET);
     if (landed < 0 || landed != from) {
         tev::logLine(tev::kLogError, "TEVAPIs", "copyMergeTEVData start\n");
         return LUMET_TEV_FALSE;
@@ -292,7 +293,7 @@ uint32_t copyMergeTEVData(_TEV_info* info, FILE* dst) {
         return LUMET_TEV_FALSE;
     }
     TevStreamFile out(dst);
-    const int64_t end = out.seek(0, 2);
+    const int64_t end = out.seek(0, SEEK_END);
     if (end < 1) {
         tev::logLine(tev::kLogError, "TEVAPIs::mergeTEVData", "File Search Error %lld\n", static_cast<long long>(end));
         return LUMET_TEV_FALSE;

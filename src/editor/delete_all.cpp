@@ -48,7 +48,7 @@ uint32_t DeleteAllTEVDataStream(_TEV_info* info) {
         tev::logLine(tev::kLogError, "TEV::DeleteAllTEVDataBuffer", "TEV directory is damaged");
         return LUMET_TEV_FALSE;
     }
-    stream->seek(0, tev::kSeekSet);
+    stream->seek(0, SEEK_SET);
     if (stream->truncate(info->data_start_position) != 0) {
         tev::logLine(tev::kLogError, "TEV::DeleteAllTEVDataBuffer", "File Truncate Error");
         return LUMET_TEV_FALSE;

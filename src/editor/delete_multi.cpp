@@ -31,7 +31,7 @@ bool multiDeleteUsable(const _TEV_info& info, RecordSpan* span) {
         tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "file size is <= 0");
         return false;
     }
-    if (stream->seek(0, tev::kSeekEnd) != info.stream_size) {
+    if (stream->seek(0, SEEK_END) != info.stream_size) {
         tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "TEV_info does not match the stream");
         return false;
     }

@@ -1,5 +1,6 @@
 #include "editor/delete_rebuild.h"
 
+#include <cstdio>
 #include <algorithm>
 #include <vector>
 
@@ -106,7 +107,7 @@ void retireOldDirectory(TevStream& stream, const RecordSpan& span, int64_t rewri
     if (stream.GetStreamType() == TEV_STREAM_BUFFER) return;
     if (!cutBehind && span.directory + kTagSize > rewrittenEnd) return;
     const unsigned char zeros[kTagSize] = {};
-    if (stream.seek(span.directory, kSeekSet) == span.directory) stream.write(zeros, kTagSize);
+    if (stream.seek(span.directory, SEEK_SET) == span.directory) stream.write(zeros, kTagSize);
 }
 
 }  // namespace
@@ -177,7 +178,7 @@ RebuildStatus rebuildInPlace(TevStream& stream, const _TEV_info& info, const Rec
     retireOldDirectory(stream, span, span.first + rebuiltLength(info, span, removal), cutBehind);
     const RebuildStatus status = moveKeptRecords(stream, info, span, removal, &end);
     if (status != RebuildStatus::kOk) return status;
-    if (stream.seek(end, tev::kSeekSet) != end) return RebuildStatus::kWriteFailed;
+    if (stream.seek(end, SEEK_SET) != end) return RebuildStatus::kWriteFailed;
     return writeDirectory(info, removal, stream);
 }
 
@@ -189,7 +190,7 @@ bool TempStream::open(int64_t capacity) {
 }
 
 bool copyBack(TevStream& stream, int64_t at, TevStream& temp, int64_t length) {
-    if (stream.seek(at, tev::kSeekSet) != at) return false;
+    if (stream.seek(at, SEEK_SET) != at) return false;
     return TevStream::Copy(&stream, &temp, length) == 1;
 }
 

@@ -1,4 +1,5 @@
 // Index objects made from scratch rather than parsed from a file.
+#include <cstdio>
 #include <cstring>
 #include <new>
 
@@ -14,7 +15,7 @@ _TEV_info* _generateTEVHeader(FILE* fp) {
     if (fp == nullptr) return nullptr;
     TevStreamFile* stream = new (std::nothrow) TevStreamFile(fp);
     if (stream == nullptr) return nullptr;
-    const int64_t end = stream->seek(0, tev::kSeekEnd);
+    const int64_t end = stream->seek(0, SEEK_END);
     auto* info = static_cast<_TEV_info*>(end < 0 ? nullptr : _kmalloc(sizeof(_TEV_info)));
     if (info == nullptr) {
         delete stream;

@@ -12,7 +12,7 @@ namespace {
 
 // Reads `size` bytes from the start of the stream into `out`.
 bool readWholeStream(TevStream& stream, unsigned char* out, int64_t size) {
-    if (stream.seek(0, kSeekSet) < 0) return false;
+    if (stream.seek(0, SEEK_SET) < 0) return false;
     int64_t done = 0;
     while (done < size) {
         const int64_t got = stream.read(out + done, size - done);
@@ -29,7 +29,7 @@ DataFileStatus readWholeDataFile(const char* path, DataFile* out) {
     if (!file) return DataFileStatus::kOpenFailed;
     TevStreamFile stream(file.get());  // goes before the file is closed
 
-    const int64_t size = stream.seek(0, kSeekEnd);
+    const int64_t size = stream.seek(0, SEEK_END);
     if (size < 0) return DataFileStatus::kSeekFailed;
     if (size == 0) return DataFileStatus::kEmpty;
     if (size >= int64_t{kTooBigDataLength}) return DataFileStatus::kTooBig;

@@ -2,6 +2,7 @@
 // at what the stream already holds and adds the record as a first record, as
 // an append, or as a replacement of a record of the same name, keeping the
 // "tevd" box of MP4 media up to date.
+#include <cstdio>
 #include <algorithm>
 #include <cstring>
 #include <string>
@@ -67,7 +68,7 @@ uint32_t addFirstRecord(TevStream& stream, const SaveRequest& r) {
 // stream. True when the box header was written.
 bool openBoxOnMp4Media(TevStream& stream, int64_t* boxPosition) {
     if (checkMP4Stream(&stream) != LUMET_TEV_TRUE) return false;
-    if (stream.seek(0, kSeekEnd) < 0) return false;
+    if (stream.seek(0, SEEK_END) < 0) return false;
     return writeMP4TagStream(&stream, boxPosition) == LUMET_TEV_TRUE;
 }
 

@@ -32,7 +32,7 @@ uint32_t saveTEVDataHeaderToStream(TevStream* stream, const char* name, uint32_t
         return LUMET_TEV_FALSE;
     }
     if (getSignatureStream(stream) != SIGNATURE_DETECTION_FAIL) return LUMET_TEV_TRUE;
-    if (stream->seek(0, kSeekEnd) <= 0) {
+    if (stream->seek(0, SEEK_END) <= 0) {
         logLine(kLogError, "TEVEncoderAPIs::saveTEVDataHeaderToStream", "File Search Error");
         return LUMET_TEV_FALSE;
     }

@@ -27,7 +27,7 @@ uint64_t lastSoundEnd(const _voxa_info_struct& voxa) {
 
 bool endsWithTevTag(TevStream& stream, int64_t distance) {
     char tag[tev::kTagSize] = {};
-    if (stream.seek(-distance, tev::kSeekEnd) < 0) return false;
+    if (stream.seek(-distance, SEEK_END) < 0) return false;
     return stream.read(tag, sizeof tag) == sizeof tag && std::memcmp(tag, tev::kTagTail, sizeof tag) == 0;
 }
 
@@ -39,7 +39,7 @@ bool cutAtFirstSound(TevStream& stream, const _voxa_info_struct& voxa, const cha
     // Only the start counts: an empty sound (end = start) is cut there too.
     const bool listed = voxa.sound_table != nullptr && voxa.sound_count > 0;
     const int64_t start = listed ? int64_t{voxa.sound_table[0]} : -1;
-    if (!listed || stream.seek(start, kSeekSet) != start) {
+    if (!listed || stream.seek(start, SEEK_SET) != start) {
         logLine(kLogError, tag, "File Search Error");
         return false;
     }
@@ -71,7 +71,7 @@ uint32_t hasTEVDataStream(TevStream* stream, _voxa_info_struct* voxa) {
     }
     if (voxa->stream == nullptr || voxa->file_size == 0) return 0;
     const int64_t distance = int64_t{voxa->header_length} + kTevTagBeforeMagic;
-    if (voxa->stream->seek(-distance, tev::kSeekEnd) < 0) {
+    if (voxa->stream->seek(-distance, SEEK_END) < 0) {
         tev::logLine(tev::kLogError, "VoxaAPIs::hasTEVData", "File Search Error");
         return 0;
     }
@@ -90,7 +90,7 @@ uint32_t deleteVoxa_NotExistTEV_Stream(TevStream* stream, _voxa_info_struct* vox
 
 int64_t AddVoxaSoundInFirstTime(TevStream* stream, const void* data, uint32_t size) {
     if (stream == nullptr || data == nullptr) return 0;
-    const int64_t start = stream->seek(0, tev::kSeekEnd);
+    const int64_t start = stream->seek(0, SEEK_END);
     // The table holds 32-bit positions.
     if (start < 0 || uint64_t(start) + size > UINT32_MAX) {
         tev::logLine(tev::kLogError, "Voxa::AddVoxaSoundInFirstTime", "File Search error %lld",
@@ -106,7 +106,7 @@ int64_t AddVoxaSoundInFirstTime(TevStream* stream, const void* data, uint32_t si
     stream->WriteSoundCount(1);
     stream->WriteSoundData(soundStart, soundStart + size);
     stream->WriteSoundTailer(1);
-    const int64_t end = stream->seek(0, tev::kSeekEnd);
+    const int64_t end = stream->seek(0, SEEK_END);
     if (end <= 0) {
         tev::logLine(tev::kLogError, "Voxa::AddVoxaSoundInFirstTime", "File Search error %lld",
                      static_cast<long long>(end));
