@@ -7,6 +7,7 @@
 #include "container/check_internal.h"
 #include "container/format.h"
 #include "container/index.h"
+#include "container/name_table.h"
 #include "container/owned.h"
 #include "tev/container.h"
 #include "tev/detect.h"
@@ -90,6 +91,7 @@ _TEV_info_pack* packContainer(tev::OwnedTevInfo info) {
     pack->data_count = count;
     pack->name_list = names;
     pack->info = info.release();
+    tev::registerPackNames(pack.get());
     return pack.release();
 }
 
