@@ -2,6 +2,7 @@
 // and looked up by name in a pack's name list (through the pack's side table
 // where it has one, see container/name_table.h).
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -35,7 +36,7 @@ int64_t seekToNameLength(TevStream& stream, const _TEV_info& info, const _TEV_da
     }
     const int64_t start = tev::recordStart(info, entry);
     const int64_t target = start < 0 ? -1 : start + tev::kFieldSize;
-    const int64_t at = target < 0 ? -1 : stream.seek(target, tev::kSeekSet);
+    const int64_t at = target < 0 ? -1 : stream.seek(target, SEEK_SET);
     if (at < 0 || at != target) {
         tev::logLine(tev::kLogError, "TEVInternal::_getNameOfData", "File System Error %lld\n ",
                      static_cast<long long>(at));
@@ -105,7 +106,7 @@ bool readTagHeader(TevStream& stream, const _TEV_info& info, _TEV_data_info& ent
     unsigned char fields[tev::kFieldSize + tev::kSubInfoLengthSize] = {};
     const int64_t got = stream.read(fields, size);
     if (got != size) {
-        if (got > 0) stream.seek(fieldsAt, tev::kSeekSet);
+        if (got > 0) stream.seek(fieldsAt, SEEK_SET);
         return readTagHeaderByFields(stream, info, entry);
     }
     const uint32_t nameLength = tev::loadLittleEndian32(fields);
@@ -195,7 +196,7 @@ public:
         end = std::min({end, info.stream_size, from + capacity_});
         if (end <= from) return;
         TevStream& stream = *info.Stream;
-        if (stream.seek(from, tev::kSeekSet) != from) return;
+        if (stream.seek(from, SEEK_SET) != from) return;
         const int64_t got = stream.read(bytes_.get(), end - from);
         start_ = from;
         size_ = std::max<int64_t>(got, 0);
@@ -271,7 +272,7 @@ uint32_t readNamesInWindows(_TEV_info* info, HeaderWindow& window) {
             if (readNameOfEntry(info, i) == 0) return i;
         }
     }
-    if (nameEnd >= 0) info->Stream->seek(nameEnd, tev::kSeekSet);
+    if (nameEnd >= 0) info->Stream->seek(nameEnd, SEEK_SET);
     return info->meta_count;
 }
 
