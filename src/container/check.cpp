@@ -117,7 +117,7 @@ _TEV_info_pack* checkOpenedFile(tev::OwnedFile fp) {
 
 }  // namespace
 
-_TEV_info_pack* checkTEVInStreamVersionNotchecked(TevStream* stream, bool /*flag*/) {
+_TEV_info_pack* checkTEVInStreamVersionNotchecked(TevStream* stream, bool /*ignored*/) {
     tev::OwnedTevInfo info = tev::parseStreamIndex(stream, true);
     if (!info) return nullptr;
     return packContainer(std::move(info));
