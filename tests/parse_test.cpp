@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <tuple>
 
 #include "support/bytes.h"
 #include "support/log_capture.h"
@@ -253,7 +254,8 @@ TEST_F(ParseTest, VersionIsReadFromEitherEnding) {
 }
 
 // Small packs are scanned, large ones looked up through a table made on the
-// first look-up; both answer the earliest entry of a name.
+// first look-up; both answer the earliest entry of a name, and neither
+// changes a field of the caller's pack.
 TEST_F(ParseTest, DuplicateNamesFindTheEarliestEntry) {
     for (size_t extra : {0, 60}) {
         std::vector<RecordSpec> records = {
@@ -261,6 +263,7 @@ TEST_F(ParseTest, DuplicateNamesFindTheEarliestEntry) {
         for (size_t i = 0; i < extra; ++i) records.push_back({1, "x" + std::to_string(i % 25), std::nullopt, {'d'}});
         _TEV_info_pack* pack = checkTEVInStream(open(buildContainer(fakeJpeg(2000), records)));
         ASSERT_NE(pack, nullptr) << dumpLog();
+        const _TEV_info_pack before = *pack;
         for (size_t i = 0; i < records.size(); ++i) {
             size_t first = 0;
             while (records[first].name != records[i].name) ++first;
@@ -268,6 +271,9 @@ TEST_F(ParseTest, DuplicateNamesFindTheEarliestEntry) {
         }
         EXPECT_EQ(_getIndexOfName(pack, "on"), 0xFFFFFFFFu);
         EXPECT_EQ(_getIndexOfName(pack, "x25"), 0xFFFFFFFFu);
+        EXPECT_EQ(std::tie(pack->valid, pack->info, pack->data_count, pack->name_list, pack->unit_count, pack->units),
+                  std::tie(before.valid, before.info, before.data_count, before.name_list, before.unit_count,
+                           before.units));
         EXPECT_TRUE(logLines().empty()) << dumpLog();
         destroyTEVDATA_Stream(pack);
     }

@@ -7,6 +7,7 @@
 #include "container/check_internal.h"
 #include "container/format.h"
 #include "container/index.h"
+#include "container/name_table.h"
 #include "container/owned.h"
 #include "tev/container.h"
 #include "tev/detect.h"
@@ -90,6 +91,7 @@ _TEV_info_pack* packContainer(tev::OwnedTevInfo info) {
     pack->data_count = count;
     pack->name_list = names;
     pack->info = info.release();
+    tev::registerPackNames(pack.get());
     return pack.release();
 }
 
@@ -115,7 +117,7 @@ _TEV_info_pack* checkOpenedFile(tev::OwnedFile fp) {
 
 }  // namespace
 
-_TEV_info_pack* checkTEVInStreamVersionNotchecked(TevStream* stream, bool /*flag*/) {
+_TEV_info_pack* checkTEVInStreamVersionNotchecked(TevStream* stream, bool /*ignored*/) {
     tev::OwnedTevInfo info = tev::parseStreamIndex(stream, true);
     if (!info) return nullptr;
     return packContainer(std::move(info));

@@ -1,5 +1,6 @@
 // Telling plain media, containers and Voxa blocks apart by the last bytes of
 // a file, and recognising ISO base media (MP4) files by their "ftyp" box.
+#include <cstdio>
 #include <cstring>
 
 #include "container/format.h"
@@ -34,7 +35,7 @@ bool sameTag(const unsigned char* bytes, const char* tag, size_t size) {
 // directory ("TEVT") right in front of a one-sound Voxa block?
 uint32_t voxaSignature(TevStream& stream, int64_t size) {
     if (size < kContainerBeforeVoxaDistance) return SIGNATURE_DETECTION_FAIL;
-    if (stream.seek(-kContainerBeforeVoxaDistance, 2) < 1) {
+    if (stream.seek(-kContainerBeforeVoxaDistance, SEEK_END) < 1) {
         logLine(kLogError, "TEV::getSignatureFP", "File Search Error");
         return SIGNATURE_ERROR;
     }
@@ -44,13 +45,13 @@ uint32_t voxaSignature(TevStream& stream, int64_t size) {
 }
 
 uint32_t signatureOf(TevStream& stream) {
-    if (stream.seek(0, 2) < 0) {
+    if (stream.seek(0, SEEK_END) < 0) {
         logLine(kLogError, "TEVAPIs::getSignatureStream", "File Search Error");
         return SIGNATURE_ERROR;
     }
     const int64_t size = stream.tell();
     if (size < tev::kVoxaTailMarkSize) return SIGNATURE_DETECTION_FAIL;
-    if (stream.seek(-int64_t{tev::kVoxaTailMarkSize}, 2) < 0) {
+    if (stream.seek(-int64_t{tev::kVoxaTailMarkSize}, SEEK_END) < 0) {
         logLine(kLogError, "TEVAPIs::getSignatureStream", "Header Search Error");
         return SIGNATURE_ERROR;
     }
@@ -122,10 +123,10 @@ uint32_t checkMP4Stream(TevStream* stream) {
     if (!stream->CheckError()) return LUMET_TEV_FALSE;
     const int64_t remembered = stream->tell();
     unsigned char boxType[kTagSize] = {};
-    stream->seek(0, 0);
-    const bool atBoxType = stream->seek(kFtypOffset, 0) == kFtypOffset;
+    stream->seek(0, SEEK_SET);
+    const bool atBoxType = stream->seek(kFtypOffset, SEEK_SET) == kFtypOffset;
     const int64_t got = atBoxType ? stream->read(boxType, kTagSize) : 0;
-    stream->seek(remembered, 0);
+    stream->seek(remembered, SEEK_SET);
     if (got < kTagSize) {
         logLine(kLogError, "TEV::checkMP4Stream", "File Read Error");
         return LUMET_TEV_FALSE;

@@ -1,5 +1,6 @@
 #include "container/directory_image.h"
 
+#include <cstdio>
 #include <cstring>
 #include <new>
 
@@ -55,7 +56,7 @@ bool writeDirectoryImage(TevStream& stream, const DirectoryImage& image) {
     const int64_t start = stream.tell();
     if (start < 0) return false;
     if (stream.write(image.data(), image.size()) == image.size()) return true;
-    stream.seek(start, kSeekSet);
+    stream.seek(start, SEEK_SET);
     return false;
 }
 

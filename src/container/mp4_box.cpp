@@ -4,6 +4,7 @@
 //
 // The argument checks of the box writers log under the tags of their update
 // siblings; those tags are what log readers know them by.
+#include <cstdio>
 #include <limits>
 
 #include "container/format.h"
@@ -52,7 +53,7 @@ int64_t appendedRegionLength(const _TEV_info& info, TevStream& stream) {
     const int64_t start = info.data_start_position;
     if (start < 0 || start >= info.stream_size) return 0;
     const int64_t length = info.stream_size - start;
-    const int64_t end = stream.seek(0, 2);
+    const int64_t end = stream.seek(0, SEEK_END);
     if (length > kMaxBoxContentSize || !tev::rangeFits(start, length, end)) return 0;
     return length;
 }
@@ -65,7 +66,7 @@ unsigned char* copyRegion(TevStream& stream, int64_t start, int64_t length) {
         logLine(kLogError, "TEV::writeMP4Tag", "tev_data_buf alloc fail");
         return nullptr;
     }
-    if (stream.seek(start, 0) != start) {
+    if (stream.seek(start, SEEK_SET) != start) {
         logLine(kLogError, "TEV::writeMP4Tag", "File Search Error");
         return nullptr;
     }
@@ -81,7 +82,7 @@ unsigned char* copyRegion(TevStream& stream, int64_t start, int64_t length) {
 // memory buffer) then refuses before anything of the container is touched.
 uint32_t moveBehindHeader(TevStream& stream, int64_t start, const unsigned char* region, int64_t length) {
     const int64_t moved = start + tev::kBoxHeaderSize;
-    if (stream.seek(moved, 0) != moved) {
+    if (stream.seek(moved, SEEK_SET) != moved) {
         logLine(kLogError, "TEV::writeMP4Tag", "File Search Error");
         return LUMET_TEV_FALSE;
     }
@@ -89,7 +90,7 @@ uint32_t moveBehindHeader(TevStream& stream, int64_t start, const unsigned char*
         logLine(kLogError, "TEV::writeMP4Tag", "File Write Error");
         return LUMET_TEV_FALSE;
     }
-    if (stream.seek(start, 0) != start) {
+    if (stream.seek(start, SEEK_SET) != start) {
         logLine(kLogError, "TEV::writeMP4Tag", "File Search Error");
         return LUMET_TEV_FALSE;
     }
@@ -113,12 +114,14 @@ uint32_t writeMP4TagStream(TevStream* stream, int64_t* position) {
     }
     const int64_t boxPosition = stream->tell();
     if (position != nullptr) *position = boxPosition;
-    const bool written = boxPosition >= 0 && stream->seek(boxPosition, 0) == boxPosition &&
+    const bool written = boxPosition >= 0 && stream->seek(boxPosition, SEEK_SET) == boxPosition &&
                          writeBoxHeader(*stream, 0);
     if (!written) {
         logLine(kLogError, "TEVAPIs::writeMP4TagStream", "file write error\n");
         // Leave no half-written header behind.
-        if (boxPosition >= 0 && stream->seek(boxPosition, 0) == boxPosition) stream->truncate(boxPosition);
+        if (boxPosition >= 0 && stream->seek(boxPosition, SEEK_SET) == boxPosition) {
+            stream->truncate(boxPosition);
+        }
         return LUMET_TEV_FALSE;
     }
     return LUMET_TEV_TRUE;
@@ -148,14 +151,15 @@ uint32_t updateMP4TagStream(TevStream* stream, int64_t position) {
         return LUMET_TEV_FALSE;
     }
     const int64_t current = stream->tell();
-    stream->seek(0, 2);
+    stream->seek(0, SEEK_END);
     const int64_t end = stream->tell();
-    stream->seek(0, 0);
+    stream->seek(0, SEEK_SET);
     // The size field must lie wholly inside the stream; the box reaches its end.
-    const bool placed = tev::rangeFits(position, kBoxSizeFieldSize, end) && stream->seek(position, 0) == position;
+    const bool placed =
+        tev::rangeFits(position, kBoxSizeFieldSize, end) && stream->seek(position, SEEK_SET) == position;
     const bool written =
         placed && stream->writeInt32_endian(static_cast<uint32_t>(end - position)) == kBoxSizeFieldSize;
-    stream->seek(current, 0);
+    stream->seek(current, SEEK_SET);
     if (!written) {
         logLine(kLogError, "TEVAPIs::updateMP4TagStream", "file write error\n");
         return LUMET_TEV_FALSE;
@@ -186,7 +190,7 @@ uint32_t writeFirstMP4TagStream(TevStream* stream, uint32_t size) {
         logLine(kLogError, "TEV::writeMP4Tag", "src_tev_info->Stream CheckError is false");
         return LUMET_TEV_FALSE;
     }
-    stream->seek(0, 2);
+    stream->seek(0, SEEK_END);
     if (!writeBoxHeader(*stream, size)) {
         logLine(kLogError, "TEV::writeFirstMP4Tag", "File Write Error");
         return LUMET_TEV_FALSE;
@@ -215,7 +219,7 @@ uint32_t updateMP4Tag(_TEV_info* info) {
     if (stream == nullptr) return LUMET_TEV_FALSE;
     const int64_t start = info->data_start_position;
     const int64_t boxLength = appendedRegionLength(*info, *stream);
-    if (boxLength < kBoxSizeFieldSize || stream->seek(start, 0) != start) {
+    if (boxLength < kBoxSizeFieldSize || stream->seek(start, SEEK_SET) != start) {
         logLine(kLogError, "TEV::updateMP4Tag", "File Search Error");
         return LUMET_TEV_FALSE;
     }

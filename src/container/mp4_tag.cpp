@@ -1,6 +1,8 @@
 // Whether a parsed container sits inside a "tevd" box: the box type lies in
 // the 4 bytes in front of the first record (8 bytes in front from version
 // 110 on, which keep a field between the box header and the record).
+#include <cstdio>
+
 #include "container/format.h"
 #include "container/index.h"
 #include "tev/detect.h"
@@ -24,7 +26,7 @@ uint32_t checkSignatureMP4Tag(_TEV_info* info) {
     if (tev::isWideVersion(info->version)) at -= tev::kWideDataStartShift;
     if (at < 0) return 0;
     char tag[tev::kTagSize] = {};
-    if (info->Stream->seek(at, tev::kSeekSet) != at || !tev::readFully(*info->Stream, tag, tev::kTagSize)) {
+    if (info->Stream->seek(at, SEEK_SET) != at || !tev::readFully(*info->Stream, tag, tev::kTagSize)) {
         tev::logLine(tev::kLogError, "TEV::checkSignatureMP4Tag", "File Read Error");
         return 0;
     }

@@ -1,6 +1,8 @@
 // Record names: read on demand from each record's tag header into the index,
-// and looked up by name in a pack's name list.
+// and looked up by name in a pack's name list (through the pack's side table
+// where it has one, see container/name_table.h).
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -8,6 +10,7 @@
 
 #include "container/format.h"
 #include "container/index.h"
+#include "container/name_table.h"
 #include "tev/container.h"
 #include "tev/stream.h"
 #include "util/checked.h"
@@ -33,7 +36,7 @@ int64_t seekToNameLength(TevStream& stream, const _TEV_info& info, const _TEV_da
     }
     const int64_t start = tev::recordStart(info, entry);
     const int64_t target = start < 0 ? -1 : start + tev::kFieldSize;
-    const int64_t at = target < 0 ? -1 : stream.seek(target, tev::kSeekSet);
+    const int64_t at = target < 0 ? -1 : stream.seek(target, SEEK_SET);
     if (at < 0 || at != target) {
         tev::logLine(tev::kLogError, "TEVInternal::_getNameOfData", "File System Error %lld\n ",
                      static_cast<long long>(at));
@@ -103,7 +106,7 @@ bool readTagHeader(TevStream& stream, const _TEV_info& info, _TEV_data_info& ent
     unsigned char fields[tev::kFieldSize + tev::kSubInfoLengthSize] = {};
     const int64_t got = stream.read(fields, size);
     if (got != size) {
-        if (got > 0) stream.seek(fieldsAt, tev::kSeekSet);
+        if (got > 0) stream.seek(fieldsAt, SEEK_SET);
         return readTagHeaderByFields(stream, info, entry);
     }
     const uint32_t nameLength = tev::loadLittleEndian32(fields);
@@ -193,7 +196,7 @@ public:
         end = std::min({end, info.stream_size, from + capacity_});
         if (end <= from) return;
         TevStream& stream = *info.Stream;
-        if (stream.seek(from, tev::kSeekSet) != from) return;
+        if (stream.seek(from, SEEK_SET) != from) return;
         const int64_t got = stream.read(bytes_.get(), end - from);
         start_ = from;
         size_ = std::max<int64_t>(got, 0);
@@ -269,7 +272,7 @@ uint32_t readNamesInWindows(_TEV_info* info, HeaderWindow& window) {
             if (readNameOfEntry(info, i) == 0) return i;
         }
     }
-    if (nameEnd >= 0) info->Stream->seek(nameEnd, tev::kSeekSet);
+    if (nameEnd >= 0) info->Stream->seek(nameEnd, SEEK_SET);
     return info->meta_count;
 }
 
@@ -325,78 +328,7 @@ uint32_t getAllNameOfDataListBuffer(_TEV_info* info) { return readAllNames(info)
 
 namespace {
 
-// A name → index table kept with a pack, so that by-name look-ups in a pack
-// of many records do not compare the name with every entry in turn. It is
-// made on the first look-up and lives in the pack's owned buffers (`units`),
-// which the pack's destroyers free. It answers exactly what the scan in
-// directory order answers: the first entry of that name. A pack whose list
-// holds a null name, whose units are someone else's, or which is small, is
-// scanned instead.
-struct NameTable {
-    uint64_t mark;
-    char** names;        // the name list the table was made from
-    uint32_t count;      // its length
-    uint32_t slotMask;   // slot count - 1; the slot count is a power of two
-    // Followed by the slots: entry index + 1, or 0 for an empty slot.
-    uint32_t* slots() { return reinterpret_cast<uint32_t*>(this + 1); }
-};
-
-constexpr uint64_t kNameTableMark = 0x544556'4e414d45ull;  // "TEVNAME"
-constexpr uint32_t kNameTableMinimum = 16;
 constexpr uint32_t kNotFound = 0xFFFFFFFFu;
-
-uint32_t hashName(const char* name) {
-    uint32_t hash = 2166136261u;
-    for (const unsigned char* c = reinterpret_cast<const unsigned char*>(name); *c != 0; ++c) {
-        hash = (hash ^ *c) * 16777619u;
-    }
-    return hash;
-}
-
-NameTable* tableOf(const _TEV_info_pack& pack) {
-    if (pack.unit_count != 1 || pack.units == nullptr || pack.units[0] == nullptr) return nullptr;
-    auto* table = static_cast<NameTable*>(pack.units[0]);
-    if (table->mark != kNameTableMark || table->names != pack.name_list || table->count != pack.data_count) {
-        return nullptr;
-    }
-    return table;
-}
-
-NameTable* makeTable(_TEV_info_pack& pack) {
-    if (pack.unit_count != 0 || pack.units != nullptr || pack.data_count < kNameTableMinimum) return nullptr;
-    for (uint32_t i = 0; i < pack.data_count; ++i) {
-        if (pack.name_list[i] == nullptr) return nullptr;
-    }
-    uint32_t slotCount = kNameTableMinimum;
-    while (slotCount < pack.data_count * uint64_t{2}) slotCount *= 2;
-    tev::KUnique<NameTable> table(
-        static_cast<NameTable*>(_kmalloc(sizeof(NameTable) + size_t{slotCount} * sizeof(uint32_t))));
-    tev::KUnique<void*> units(static_cast<void**>(_kmalloc(sizeof(void*))));
-    if (!table || !units) return nullptr;
-    *table = NameTable{kNameTableMark, pack.name_list, pack.data_count, slotCount - 1};
-    uint32_t* slots = table->slots();
-    for (uint32_t i = 0; i < pack.data_count; ++i) {
-        uint32_t slot = hashName(pack.name_list[i]) & table->slotMask;
-        bool seen = false;
-        for (; slots[slot] != 0 && !seen; slot = (slot + 1) & table->slotMask) {
-            seen = std::strcmp(pack.name_list[slots[slot] - 1], pack.name_list[i]) == 0;
-        }
-        if (!seen) slots[slot] = i + 1;  // a repeated name keeps its first entry
-    }
-    units.get()[0] = table.release();
-    pack.units = units.release();
-    pack.unit_count = 1;
-    return static_cast<NameTable*>(pack.units[0]);
-}
-
-uint32_t lookUp(NameTable& table, const char* name) {
-    const uint32_t* slots = table.slots();
-    for (uint32_t slot = hashName(name) & table.slotMask; slots[slot] != 0; slot = (slot + 1) & table.slotMask) {
-        const uint32_t index = slots[slot] - 1;
-        if (std::strcmp(table.names[index], name) == 0) return index;
-    }
-    return kNotFound;
-}
 
 }  // namespace
 
@@ -413,9 +345,8 @@ uint32_t _getIndexOfName(_TEV_info_pack* pack, const char* name) {
         tev::logLine(tev::kLogError, "TEVCommonAPIs::_getIndexOfName", "TEV_name_list null");
         return kNotFound;
     }
-    NameTable* table = tableOf(*pack);
-    if (table == nullptr) table = makeTable(*pack);
-    if (table != nullptr) return lookUp(*table, name);
+    uint32_t index = kNotFound;
+    if (tev::lookUpPackName(*pack, name, &index)) return index;
     for (uint32_t i = 0; i < pack->data_count; ++i) {
         if (pack->name_list[i] == nullptr) {
             tev::logLine(tev::kLogError, "TEVCommonAPIs::_getIndexOfName", "%d TEV_name null",

@@ -1,6 +1,7 @@
 // Releasing the index, its entries, packs, extracted records and position
 // pairs. The index only borrows its stream; the pack destroyers differ in
 // what they do to it.
+#include "container/name_table.h"
 #include "tev/container.h"
 #include "tev/stream.h"
 #include "tev/types.h"
@@ -31,6 +32,7 @@ uint32_t DestroyTEV(_TEV_info* info) {
 
 uint32_t destroyTEVDATA_Stream(_TEV_info_pack* pack) {
     if (pack == nullptr) return 0;
+    tev::forgetPackNames(pack);
     // The names belong to the index entries; only the array is the pack's.
     _kfree(pack->name_list);
     pack->name_list = nullptr;

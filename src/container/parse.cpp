@@ -3,6 +3,7 @@
 // against the stream's size before it is used.
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <limits>
 #include <memory>
 #include <new>
@@ -23,7 +24,7 @@ namespace {
 bool findTailDistance(TevStream& stream, uint32_t signature, int64_t* distance) {
     *distance = tev::kTailFieldsSize;
     if (signature != SIGNATURE_VOXA && signature != SIGNATURE_VOXA_TEV) return true;
-    const int64_t at = stream.seek(-int64_t{tev::kVoxaLengthFieldDistance}, tev::kSeekEnd);
+    const int64_t at = stream.seek(-int64_t{tev::kVoxaLengthFieldDistance}, SEEK_END);
     if (at < 0) {
         tev::logLine(tev::kLogError, "TEV::ParseTEV_FP", "File Search Error %lld",
                      static_cast<long long>(at));
@@ -37,7 +38,7 @@ bool findTailDistance(TevStream& stream, uint32_t signature, int64_t* distance) 
 
 // Reads KTHO and checks the closing tag behind it.
 bool readKtho(TevStream& stream, int64_t size, int64_t distance, uint32_t* ktho) {
-    if (distance > size || stream.seek(-distance, tev::kSeekEnd) < 0) {
+    if (distance > size || stream.seek(-distance, SEEK_END) < 0) {
         tev::logLine(tev::kLogError, "TEV::ParseTEV", "Header Search Error");
         return false;
     }
@@ -47,7 +48,7 @@ bool readKtho(TevStream& stream, int64_t size, int64_t distance, uint32_t* ktho)
 // Positions the stream on "TEVH", checks it and reads the version behind it.
 // A directory that starts at the stream's first byte is refused.
 bool readHead(TevStream& stream, int64_t size, int64_t headDistance, uint32_t* version) {
-    const int64_t at = headDistance > size ? -1 : stream.seek(-headDistance, tev::kSeekEnd);
+    const int64_t at = headDistance > size ? -1 : stream.seek(-headDistance, SEEK_END);
     if (at < 1) {
         tev::logLine(tev::kLogError, "TEV::ParseTEV", "File Search Error");
         return false;
@@ -61,7 +62,7 @@ _TEV_info* ParseTEV(TevStream* stream, uint32_t signature) {
     if (stream == nullptr || !stream->CheckError()) return nullptr;
     int64_t distance = 0;
     if (!findTailDistance(*stream, signature, &distance)) return nullptr;
-    const int64_t size = stream->seek(0, tev::kSeekEnd);
+    const int64_t size = stream->seek(0, SEEK_END);
     if (size < 0) {
         tev::logLine(tev::kLogError, "TEV::ParseTEV", "File Search Error");
         return nullptr;
@@ -153,7 +154,7 @@ bool readEntryBatch(TevStream& stream, _TEV_info* info, uint32_t count, unsigned
     const int64_t size = int64_t{count} * tev::kDirectoryEntrySize;
     const int64_t got = stream.read(bytes, size);
     if (got != size) {
-        if (got > 0) stream.seek(-got, tev::kSeekCurrent);
+        if (got > 0) stream.seek(-got, SEEK_CUR);
         return readEntriesByFields(stream, info, count);
     }
     for (uint32_t i = 0; i < count; ++i, ++info->fill_cursor) {

@@ -2,6 +2,7 @@
 // from the end of the stream, and copies of those bytes. A region is only
 // handed out when it lies inside the stream as it was parsed.
 #include <cstdint>
+#include <cstdio>
 #include <utility>
 
 #include "container/format.h"
@@ -47,7 +48,7 @@ bool publish(int64_t at, int64_t size, int64_t streamSize, int64_t* position, in
 bool copyRegion(TevStream& stream, int64_t at, int64_t size, tev::KUnique<unsigned char>* copy) {
     tev::KUnique<unsigned char> bytes(static_cast<unsigned char*>(_kmalloc(static_cast<size_t>(size))));
     if (!bytes) return false;
-    if (stream.seek(at, tev::kSeekSet) != at) {
+    if (stream.seek(at, SEEK_SET) != at) {
         tev::logLine(tev::kLogError, "TEVDecoder::readDataOfIndex", "File Search Error");
         return false;
     }
@@ -119,7 +120,7 @@ uint32_t readDataOfIndex(_TEV_info* info, uint32_t index, unsigned char** data, 
     if (data != nullptr) *data = dataCopy.release();
     // The copies are the caller's from here on, even when the stream cannot
     // go back; a stream that stood at 0 cannot be told apart from a failed seek.
-    if (stream.seek(resume, tev::kSeekSet) <= 0) {
+    if (stream.seek(resume, SEEK_SET) <= 0) {
         tev::logLine(tev::kLogError, "TEVDecoder::readDataOfIndex", "File seek Error");
         return 0;
     }

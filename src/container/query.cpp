@@ -3,6 +3,7 @@
 // records. Positions come only from the index's position routines and are
 // checked against the stream size once more before anything is allocated or
 // read, so a damaged directory can never make a query read outside the stream.
+#include <cstdio>
 #include <cstring>
 #include <limits>
 
@@ -60,7 +61,7 @@ TevOffsetInfo* offsetByName(_TEV_info_pack* pack, const char* name, PartLocator 
 unsigned char* readPart(TevStream& stream, const TevOffsetInfo& part) {
     if (part.length > kMaxPartLength) return nullptr;
     tev::KUnique<unsigned char> bytes(static_cast<unsigned char*>(_kmalloc(static_cast<size_t>(part.length))));
-    if (!bytes || stream.seek(part.position, 0) != part.position) return nullptr;
+    if (!bytes || stream.seek(part.position, SEEK_SET) != part.position) return nullptr;
     stream.read(bytes.get(), part.length);
     return bytes.release();
 }

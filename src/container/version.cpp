@@ -21,7 +21,7 @@ constexpr int kVersionTextSize = 4;
 // the "TEVH" it points at. 0 when either cannot be read.
 uint32_t readVersionBehind(TevStream& stream, int64_t size, int64_t distance) {
     uint32_t ktho = 0;
-    if (distance > size || stream.seek(-distance, tev::kSeekEnd) < 0) {
+    if (distance > size || stream.seek(-distance, SEEK_END) < 0) {
         tev::logLine(tev::kLogError, "TEV::GetTEVVersion", "Sig Search Error");
         return 0;
     }
@@ -31,7 +31,7 @@ uint32_t readVersionBehind(TevStream& stream, int64_t size, int64_t distance) {
         return 0;
     }
     const int64_t headDistance = distance + ktho;
-    if (headDistance > size || stream.seek(-(headDistance - tev::kTagSize), tev::kSeekEnd) < 0) {
+    if (headDistance > size || stream.seek(-(headDistance - tev::kTagSize), SEEK_END) < 0) {
         tev::logLine(tev::kLogError, "TEV::GetTEVVersion", "Sig Search Error");
         return 0;
     }
@@ -50,18 +50,18 @@ uint32_t GetTEVVersion(TevStream* stream) {
         tev::logLine(tev::kLogError, "TEVAPIs::getSignatureStream", "CheckError is false\n");
         return 0;
     }
-    const int64_t size = stream->seek(0, tev::kSeekEnd);
+    const int64_t size = stream->seek(0, SEEK_END);
     if (size < 0) {
         tev::logLine(tev::kLogError, "TEVAPIs::getSignatureStream", "File Search Error");
         return 0;
     }
     if (size < kEndingSize) return 1;
     char ending[kEndingSize] = {};
-    if (stream->seek(-kEndingSize, tev::kSeekEnd) < 0 || !tev::readFully(*stream, ending, kEndingSize))
+    if (stream->seek(-kEndingSize, SEEK_END) < 0 || !tev::readFully(*stream, ending, kEndingSize))
         return 0;
     if (std::memcmp(ending, tev::kVoxaTailMark, tev::kVoxaTailMarkSize) == 0) {
         if (size < tev::kVoxaTevTagDistance) return 1;
-        if (stream->seek(-int64_t{tev::kVoxaTevTagDistance}, tev::kSeekEnd) < 0 ||
+        if (stream->seek(-int64_t{tev::kVoxaTevTagDistance}, SEEK_END) < 0 ||
             !tev::readTag(*stream, tev::kTagTail)) {
             return 0;
         }

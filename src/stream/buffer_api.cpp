@@ -41,11 +41,12 @@ int64_t getTEVBufferSize(TevBufferHandle* handle) { return kbgetBufferSize(handl
 
 // The per-record part is computed in 32 bits and sign-extended, as callers
 // have always received it; a sum that overflows 64 bits gives -1.
-int64_t getTEVBufferAllocSize(int64_t a, int32_t b, int64_t c, int64_t d, int64_t e) {
+int64_t getTEVBufferAllocSize(int64_t used, int32_t record_count, int64_t name_len, int64_t sub_len,
+                              int64_t data_len) {
     const auto perRecord =
-        static_cast<int32_t>(static_cast<uint32_t>(b) * kReservePerRecord);
+        static_cast<int32_t>(static_cast<uint32_t>(record_count) * kReservePerRecord);
     int64_t total = kReserveFixed;
-    for (const int64_t part : {a, static_cast<int64_t>(perRecord), c, d, e}) {
+    for (const int64_t part : {used, static_cast<int64_t>(perRecord), name_len, sub_len, data_len}) {
         if (!tev::checkedAdd(total, part, &total)) return -1;
     }
     return total;

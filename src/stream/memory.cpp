@@ -53,7 +53,7 @@ char* _kstrcat(char* dst, const char* src) {
 }
 
 // A null string sorts before every other string instead of crashing.
-int _kstrcmp(const char* a, const char* b) {
-    if (a == nullptr || b == nullptr) return (a != nullptr) - (b != nullptr);
-    return std::strcmp(a, b);
+int _kstrcmp(const char* left, const char* right) {
+    if (left == nullptr || right == nullptr) return (left != nullptr) - (right != nullptr);
+    return std::strcmp(left, right);
 }
