@@ -24,11 +24,6 @@ inline constexpr uint32_t kKthoBase = 12;            // KTHO = 12 + 12 * count
 inline constexpr uint32_t kMinKtho = 13;             // a directory with at least one entry
 inline constexpr uint32_t kTailFieldsSize = 8;       // KTHO + "TEVT"
 inline constexpr uint32_t kBoxHeaderSize = 8;        // size + "tevd"
-// Stream seek origins.
-inline constexpr uint32_t kSeekSet = 0;
-inline constexpr uint32_t kSeekCurrent = 1;
-inline constexpr uint32_t kSeekEnd = 2;
-
 // Record tag header: meta type, name length, [sub-info length].
 inline constexpr uint32_t kTagHeaderSize = 8;
 inline constexpr uint32_t kSubInfoLengthSize = 4;

@@ -166,16 +166,17 @@ int64_t writeDummyTEVHeader(_TEV_info* info, uint32_t type, uint32_t has_sub) {
     return tev::writeDirectory(*info->Stream, info->meta_count, entries).lastResult;
 }
 
-int64_t writeTEVHeader(_TEV_info* info, uint32_t count, uint32_t split, uint32_t p, uint32_t q,
-                       uint32_t r, uint32_t s, uint32_t type, uint32_t has_sub) {
+int64_t writeTEVHeader(_TEV_info* info, uint32_t count, uint32_t split, uint32_t filler_offset,
+                       uint32_t filler_length, uint32_t record_offset, uint32_t record_length, uint32_t type,
+                       uint32_t has_sub) {
     if (info == nullptr || info->Stream == nullptr || !info->Stream->CheckError()) return 0;
     std::vector<_TEV_data_info*> present;
     if (!tev::collectEntries(*info, &present)) return 0;
     if (split != 0 && present.empty()) return 0;
     // The filler entry carries the new record's sub-information bit, although
     // the filler record's own tag header has none.
-    _TEV_data_info filler = tev::makeEntry(_setMetaType(TEV_INVALID_DATA, has_sub), p, q);
-    _TEV_data_info added = tev::makeEntry(_setMetaType(static_cast<uint16_t>(type), has_sub), r, s);
+    _TEV_data_info filler = tev::makeEntry(_setMetaType(TEV_INVALID_DATA, has_sub), filler_offset, filler_length);
+    _TEV_data_info added = tev::makeEntry(_setMetaType(static_cast<uint16_t>(type), has_sub), record_offset, record_length);
     std::vector<_TEV_data_info*> entries;
     if (split != 0) {
         entries.push_back(&filler);

@@ -49,12 +49,12 @@ bool cutAtFirstSound(TevStream& stream, const _voxa_info_struct& voxa, const cha
 
 }  // namespace tev::voxa
 
-uint32_t checkVoxaInfoForSaving(_voxa_info_struct* voxa, uint32_t a, uint32_t b, uint32_t c) {
+uint32_t checkVoxaInfoForSaving(_voxa_info_struct* voxa, uint32_t data_len, uint32_t sub_len, uint32_t name_len) {
     if (voxa == nullptr) {
         tev::logLine(tev::kLogError, "checkVoxaInfoForSaving", "tev info null");
         return LUMET_TEV_FALSE;
     }
-    const uint64_t total = uint64_t{a} + b + c + lastSoundEnd(*voxa);
+    const uint64_t total = uint64_t{data_len} + sub_len + name_len + lastSoundEnd(*voxa);
     if (total >= kVoxaSaveBound) {
         tev::logLine(tev::kLogError, "checkVoxaInfoForSaving",
                      "There is no space for saving TEV data in the source file, a voax data");
