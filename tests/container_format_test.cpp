@@ -2,7 +2,10 @@
 // out independently by the test support code.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+
 #include "support/bytes.h"
+#include "support/files.h"
 #include "support/log_capture.h"
 #include "support/stream_over.h"
 #include "tev/container.h"
@@ -98,11 +101,21 @@ TEST_F(FormatWriterTest, HeaderMethodStoresCountPlusTwoAndRefusesMissingEntries)
     EXPECT_EQ(out_.contents(), expected);
 }
 
-TEST_F(FormatWriterTest, RecordWriterLogsAFullBufferAndAMissingStream) {
-    StreamOver s(StreamMedium::Buffer, {}, 9);  // room for both length fields, not the name
-    EXPECT_EQ(writeTEVData(s.get(), 1, 0, "longer name", 11, nullptr, 0, "x", 1), 0);
+TEST_F(FormatWriterTest, RecordWriterStopsOnlyAtAnErrorAndLogsAMissingStream) {
+    // A full buffer refuses the name without an error (0): the header goes
+    // on, and the data byte lands where the name would have begun.
+    StreamOver s(StreamMedium::Buffer, {}, 9);
+    EXPECT_EQ(writeTEVData(s.get(), 1, 0, "longer name", 11, nullptr, 0, "x", 1), 1);
+    EXPECT_TRUE(logLines().empty()) << dumpLog();
+    EXPECT_EQ(s.contents(), ByteBuilder().u32le(0x00010000u).u32le(11).text("x").take());
+    // A file open only for reading reports an error on the first field.
+    TempFile file(Bytes{});
+    FILE* readOnly = std::fopen(file.c_str(), "rb");
+    ASSERT_NE(readOnly, nullptr);
+    TevStreamFile onFile(readOnly);
+    EXPECT_EQ(onFile.writeDataTagInfo(1, 0, "n", 1, nullptr, 0), 0u);
     EXPECT_TRUE(loggedError("TevStream::_writeDataTagInfo", "File Write Error")) << dumpLog();
-    EXPECT_EQ(s.contents().size(), 8u);
+    std::fclose(readOnly);
     EXPECT_EQ(writeTEVData(nullptr, 1, 0, "n", 1, nullptr, 0, "x", 1), 0);
     EXPECT_TRUE(loggedError("TEV::FastDeleteAllTEVData", "Stream is null")) << dumpLog();
 }
