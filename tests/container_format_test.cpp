@@ -15,17 +15,17 @@ namespace {
 
 using namespace tevtest;
 
-TEST(ContainerLayout, MetaTypeAndLengthsFollowTheLayoutAndRefuseWhatPasses32Bits) {
+TEST(ContainerLayout, MetaTypeAndLengthsFollowTheLayoutAndWrapAt32Bits) {
     EXPECT_EQ(_setMetaType(7, 42), 0x00078000u);  // any non-zero flag
     EXPECT_EQ(_setMetaType(0xFFFF, 1), 0xFFFF8000u);
     EXPECT_EQ(_getDataType(0x7FFE8000u), 32766u);
     EXPECT_EQ(_getDataLength(0, 4, 99, 10), 22u);
     EXPECT_EQ(_getDataLength(1, 4, 6, 10), 32u);
     EXPECT_EQ(_getDataLength(0, 0xFFFFFFF0u, 0, 7), 0xFFFFFFFFu);
-    EXPECT_EQ(_getDataLength(0, 0xFFFFFFF0u, 0, 8), 0u);
+    EXPECT_EQ(_getDataLength(0, 0xFFFFFFF0u, 0, 9), 1u);
     EXPECT_EQ(_getDataLength(1, 0xFFFFFFF0u, 0, 4), 0u);
     EXPECT_EQ(_calculateTEV_KTHO(3), 48u);
-    EXPECT_EQ(_calculateTEV_KTHO(0x20000000u), 0u);
+    EXPECT_EQ(_calculateTEV_KTHO(0x20000000u), 0x8000000Cu);
 }
 
 // The writers are one body over TevStream; the medium is not their concern.
