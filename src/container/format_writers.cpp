@@ -85,9 +85,8 @@ uint32_t TevStream::writeDataTagInfo(uint32_t type, uint32_t has_sub, const void
 
 void TevStream::writeDummyTEVData(uint32_t size) {
     if (size < tev::kFillerHeaderSize) return;
-    if (writeDataTagInfo(TEV_INVALID_DATA, 0, tev::kFillerName, tev::kFillerNameLength, nullptr, 0) == 0) {
-        return;
-    }
+    // The zero bytes follow whatever became of the tag header.
+    writeDataTagInfo(TEV_INVALID_DATA, 0, tev::kFillerName, tev::kFillerNameLength, nullptr, 0);
     writeZeros(*this, size - tev::kFillerHeaderSize);
 }
 
