@@ -2,7 +2,10 @@
 // out independently by the test support code.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+
 #include "support/bytes.h"
+#include "support/files.h"
 #include "support/log_capture.h"
 #include "support/stream_over.h"
 #include "tev/container.h"
@@ -12,17 +15,17 @@ namespace {
 
 using namespace tevtest;
 
-TEST(ContainerLayout, MetaTypeAndLengthsFollowTheLayoutAndRefuseWhatPasses32Bits) {
+TEST(ContainerLayout, MetaTypeAndLengthsFollowTheLayoutAndWrapAt32Bits) {
     EXPECT_EQ(_setMetaType(7, 42), 0x00078000u);  // any non-zero flag
     EXPECT_EQ(_setMetaType(0xFFFF, 1), 0xFFFF8000u);
     EXPECT_EQ(_getDataType(0x7FFE8000u), 32766u);
     EXPECT_EQ(_getDataLength(0, 4, 99, 10), 22u);
     EXPECT_EQ(_getDataLength(1, 4, 6, 10), 32u);
     EXPECT_EQ(_getDataLength(0, 0xFFFFFFF0u, 0, 7), 0xFFFFFFFFu);
-    EXPECT_EQ(_getDataLength(0, 0xFFFFFFF0u, 0, 8), 0u);
+    EXPECT_EQ(_getDataLength(0, 0xFFFFFFF0u, 0, 9), 1u);
     EXPECT_EQ(_getDataLength(1, 0xFFFFFFF0u, 0, 4), 0u);
     EXPECT_EQ(_calculateTEV_KTHO(3), 48u);
-    EXPECT_EQ(_calculateTEV_KTHO(0x20000000u), 0u);
+    EXPECT_EQ(_calculateTEV_KTHO(0x20000000u), 0x8000000Cu);
 }
 
 // The writers are one body over TevStream; the medium is not their concern.
@@ -98,11 +101,21 @@ TEST_F(FormatWriterTest, HeaderMethodStoresCountPlusTwoAndRefusesMissingEntries)
     EXPECT_EQ(out_.contents(), expected);
 }
 
-TEST_F(FormatWriterTest, RecordWriterLogsAFullBufferAndAMissingStream) {
-    StreamOver s(StreamMedium::Buffer, {}, 9);  // room for both length fields, not the name
-    EXPECT_EQ(writeTEVData(s.get(), 1, 0, "longer name", 11, nullptr, 0, "x", 1), 0);
+TEST_F(FormatWriterTest, RecordWriterStopsOnlyAtAnErrorAndLogsAMissingStream) {
+    // A full buffer refuses the name without an error (0): the header goes
+    // on, and the data byte lands where the name would have begun.
+    StreamOver s(StreamMedium::Buffer, {}, 9);
+    EXPECT_EQ(writeTEVData(s.get(), 1, 0, "longer name", 11, nullptr, 0, "x", 1), 1);
+    EXPECT_TRUE(logLines().empty()) << dumpLog();
+    EXPECT_EQ(s.contents(), ByteBuilder().u32le(0x00010000u).u32le(11).text("x").take());
+    // A file open only for reading reports an error on the first field.
+    TempFile file(Bytes{});
+    FILE* readOnly = std::fopen(file.c_str(), "rb");
+    ASSERT_NE(readOnly, nullptr);
+    TevStreamFile onFile(readOnly);
+    EXPECT_EQ(onFile.writeDataTagInfo(1, 0, "n", 1, nullptr, 0), 0u);
     EXPECT_TRUE(loggedError("TevStream::_writeDataTagInfo", "File Write Error")) << dumpLog();
-    EXPECT_EQ(s.contents().size(), 8u);
+    std::fclose(readOnly);
     EXPECT_EQ(writeTEVData(nullptr, 1, 0, "n", 1, nullptr, 0, "x", 1), 0);
     EXPECT_TRUE(loggedError("TEV::FastDeleteAllTEVData", "Stream is null")) << dumpLog();
 }

@@ -27,6 +27,14 @@ struct AddOptions {
 
 constexpr uint32_t kDefaultType = 1;
 
+// Cuts every record off. The library's answer does not say whether the cut
+// itself went through, so the file is asked afterwards: no container may be
+// left at its end.
+bool cutAllRecords(const std::string& file) {
+    if (deleteAllDataFromFile(file.c_str()) != 1) return false;
+    return !signatureHasContainer(getSignature(file.c_str()));
+}
+
 // What a replaced record keeps unless the command gives it anew.
 struct Kept {
     uint32_t type = kDefaultType;
@@ -204,7 +212,7 @@ int runDelete(const std::string& file, const std::vector<std::string>& names) {
     // Every record of a plain container goes: that is one cut, which either
     // happens or not (as in `clear`), and nothing needs saving.
     if (facts->signature == SIGNATURE_TEV && names.size() == before.size()) {
-        if (deleteAllDataFromFile(file.c_str()) != 1) return fail(file, "could not delete the records");
+        if (!cutAllRecords(file)) return fail(file, "could not delete the records");
         return kExitOk;
     }
     const auto remove = [&] {
@@ -241,7 +249,7 @@ int runClear(const std::string& file, bool force) {
     }
     if (facts->signature == SIGNATURE_DETECTION_FAIL) return nothingToClear("nothing to clear");
     const auto clear = [&] {
-        if (deleteAllDataFromFile(file.c_str()) != 1) return fail(file, "could not remove the records");
+        if (!cutAllRecords(file)) return fail(file, "could not remove the records");
         return static_cast<int>(kExitOk);
     };
     // A plain container goes with one cut, which either happens or not.

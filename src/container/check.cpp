@@ -28,15 +28,14 @@ bool hasContainerSignature(uint32_t signature) {
     return signature - SIGNATURE_TEV < kContainerSignatureCount;
 }
 
-// A Voxa sound that lies in front of the container and that no record refers
-// to belongs to the appended region as well: the region then starts where
-// that sound starts. A sound table pointing anywhere else is left alone.
+// A Voxa sound that no record refers to belongs to the appended region as
+// well: the region then starts where the block's first sound starts. A
+// block that lists no sound has no first sound and changes nothing.
 void coverUnreferencedVoxaSound(TevStream* stream, _TEV_info* info) {
     tev::OwnedVoxaOnStream voxa(_checkAudioInImageStream(stream));
     if (!voxa || voxa->sound_count == 0 || voxa->sound_table == nullptr) return;
     if (FindOldVoxaIndex(info, voxa.get()) != kNoVoxaRecord) return;
-    const int64_t soundStart = voxa->sound_table[0];
-    if (soundStart <= info->data_start_position) info->data_start_position = soundStart;
+    info->data_start_position = voxa->sound_table[0];
 }
 
 }  // namespace

@@ -91,32 +91,44 @@ bool writeDirectoryAtOnce(TevStream& stream, uint32_t countField,
 }
 
 DirectoryWrite writeDirectoryByFields(TevStream& stream, uint32_t countField,
-                                      const std::vector<_TEV_data_info*>& entries) {
+                                      const std::vector<_TEV_data_info*>& entries, DirectoryStop stop) {
+    const bool errorsOnly = stop == DirectoryStop::kAtError;
+    auto stops = [errorsOnly](int64_t result) { return errorsOnly ? result < 0 : !wrote(result); };
+    // writeTEV_KDR reports 1 whatever its three writes did; when only errors
+    // stop the directory, each of them is looked at.
+    auto writeEntry = [&](_TEV_data_info* entry) -> int64_t {
+        if (!errorsOnly) return stream.writeTEV_KDR(entry);
+        for (uint32_t value : {entry->meta_type, entry->start_offset, entry->length}) {
+            const int64_t result = stream.writeInt32(value);
+            if (result < 0) return result;
+        }
+        return 1;
+    };
     const uint32_t entryCount = static_cast<uint32_t>(entries.size());
     int64_t result = stream.writeTEV_KTSS();
-    if (!wrote(result)) return {DirectoryStep::kHead, result};
+    if (stops(result)) return {DirectoryStep::kHead, result};
     result = stream.writeTEV_KVER();
-    if (!wrote(result)) return {DirectoryStep::kVersion, result};
+    if (stops(result)) return {DirectoryStep::kVersion, result};
     result = stream.writeTEV_KCnt(countField);
-    if (!wrote(result)) return {DirectoryStep::kCount, result};
+    if (stops(result)) return {DirectoryStep::kCount, result};
     for (_TEV_data_info* entry : entries) {
-        result = stream.writeTEV_KDR(entry);
-        if (!wrote(result)) return {DirectoryStep::kEntry, result};
+        result = writeEntry(entry);
+        if (stops(result)) return {DirectoryStep::kEntry, result};
     }
     result = stream.writeTEV_KTHO(entryCount);
-    if (!wrote(result)) return {DirectoryStep::kKtho, result};
+    if (stops(result)) return {DirectoryStep::kKtho, result};
     result = stream.writeTEV_KTS();
-    if (!wrote(result)) return {DirectoryStep::kTail, result};
+    if (stops(result)) return {DirectoryStep::kTail, result};
     return {DirectoryStep::kDone, result};
 }
 
 }  // namespace
 
-DirectoryWrite writeDirectory(TevStream& stream, uint32_t countField,
-                              const std::vector<_TEV_data_info*>& entries) {
+DirectoryWrite writeDirectory(TevStream& stream, uint32_t countField, const std::vector<_TEV_data_info*>& entries,
+                              DirectoryStop stop) {
     // A complete write ends with "TEVT", whose write gives its size.
     if (writeDirectoryAtOnce(stream, countField, entries)) return {DirectoryStep::kDone, kTagSize};
-    return writeDirectoryByFields(stream, countField, entries);
+    return writeDirectoryByFields(stream, countField, entries, stop);
 }
 
 }  // namespace tev

@@ -57,12 +57,16 @@ struct DirectoryWrite {
     int64_t lastResult;        // result of the last write made
     bool ok() const { return failedStep == DirectoryStep::kDone; }
 };
+// Which field writes stop a directory written field by field: any that
+// writes nothing, or only those that report an error (a memory buffer
+// without room refuses a write with 0 and the next field is tried).
+enum class DirectoryStop { kAtRefusal, kAtError };
 // "TEVH", version, `countField`, the entries, KTHO for the number of
 // entries, "TEVT" at the stream's position: in one write when the memory
-// for it can be had, else field by field, stopping at the first write that
-// fails.
-DirectoryWrite writeDirectory(TevStream& stream, uint32_t countField,
-                              const std::vector<_TEV_data_info*>& entries);
+// for it can be had, else field by field, stopping as `stop` says. A
+// complete write reports "TEVT"'s result as the last one.
+DirectoryWrite writeDirectory(TevStream& stream, uint32_t countField, const std::vector<_TEV_data_info*>& entries,
+                              DirectoryStop stop = DirectoryStop::kAtRefusal);
 // The index's entries in directory order; false when one is missing.
 bool collectEntries(const _TEV_info& info, std::vector<_TEV_data_info*>* entries);
 

@@ -19,10 +19,10 @@ constexpr uint32_t kZeroChunkSize = 64 * 1024;
 
 bool wroteAll(int64_t result, int64_t expected) { return result == expected; }
 
+// False only when the write reports an error; missing bytes write nothing.
 bool writeBytes(TevStream& stream, const void* bytes, uint32_t size) {
-    if (size == 0) return true;
-    if (bytes == nullptr) return false;
-    return wroteAll(stream.write(bytes, size), size);
+    if (size == 0 || bytes == nullptr) return true;
+    return stream.write(bytes, size) >= 0;
 }
 
 bool writeZeros(TevStream& stream, uint32_t size) {
@@ -70,12 +70,13 @@ int64_t TevStream::writeTEV_TOTALSIZE(uint32_t size) { return writeInt32_endian(
 uint32_t TevStream::writeDataTagInfo(uint32_t type, uint32_t has_sub, const void* name, uint32_t name_len,
                                      const void* sub, uint32_t sub_len) {
     // Sub-information bytes exist on disk only when the meta type flags them.
+    // Only a write that reports an error (a negative result) stops the
+    // header; a medium that refuses a write without error, such as a full
+    // memory buffer, reports 0 and the caller finds out from its own writes.
     const uint32_t subBytes = has_sub != 0 ? sub_len : 0;
-    const bool written =
-        wroteAll(writeInt32(_setMetaType(static_cast<uint16_t>(type), has_sub)), tev::kFieldSize) &&
-        wroteAll(writeInt32(name_len), tev::kFieldSize) &&
-        (has_sub == 0 || wroteAll(writeInt32(sub_len), tev::kFieldSize)) &&
-        writeBytes(*this, name, name_len) && writeBytes(*this, sub, subBytes);
+    const bool written = writeInt32(_setMetaType(static_cast<uint16_t>(type), has_sub)) >= 0 &&
+                         writeInt32(name_len) >= 0 && (has_sub == 0 || writeInt32(sub_len) >= 0) &&
+                         writeBytes(*this, name, name_len) && writeBytes(*this, sub, subBytes);
     if (!written) {
         tev::logLine(tev::kLogError, "TevStream::_writeDataTagInfo", "File Write Error");
         return 0;
@@ -85,9 +86,8 @@ uint32_t TevStream::writeDataTagInfo(uint32_t type, uint32_t has_sub, const void
 
 void TevStream::writeDummyTEVData(uint32_t size) {
     if (size < tev::kFillerHeaderSize) return;
-    if (writeDataTagInfo(TEV_INVALID_DATA, 0, tev::kFillerName, tev::kFillerNameLength, nullptr, 0) == 0) {
-        return;
-    }
+    // The zero bytes follow whatever became of the tag header.
+    writeDataTagInfo(TEV_INVALID_DATA, 0, tev::kFillerName, tev::kFillerNameLength, nullptr, 0);
     writeZeros(*this, size - tev::kFillerHeaderSize);
 }
 
@@ -114,5 +114,9 @@ int64_t TevStream::writeTEVHeader(_TEV_data_info** entries, uint32_t count) {
         if (entries[i] == nullptr) return 0;
     }
     const std::vector<_TEV_data_info*> list(entries, entries + count);
-    return tev::writeDirectory(*this, count + tev::kHeaderCountSurplus, list).ok() ? tev::kTagSize : 0;
+    // Field by field, a write the medium merely refuses (0) goes on to the
+    // next field; one that reports an error stops the directory.
+    const tev::DirectoryWrite written =
+        tev::writeDirectory(*this, count + tev::kHeaderCountSurplus, list, tev::DirectoryStop::kAtError);
+    return written.ok() && written.lastResult > 0 ? written.lastResult : 0;
 }

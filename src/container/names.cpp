@@ -58,14 +58,14 @@ bool subLengthAccepted(bool read, uint32_t subLength) {
 }
 
 // Stores a copy of the name with its lengths in the entry. The name's bytes
-// come from `copy`, which fills the buffer it is given and says whether it
-// could; `nameAt` is where the name lies in the stream.
+// come from `copy`, which fills the zeroed buffer it is given and is false
+// only when the read reports an error: a name cut short by the end of the
+// stream keeps zero bytes where the stream ended.
 template <typename Copy>
-bool storeName(const _TEV_info& info, _TEV_data_info& entry, uint32_t nameLength, uint32_t subLength,
-               int64_t nameAt, Copy copy) {
+bool storeName(_TEV_data_info& entry, uint32_t nameLength, uint32_t subLength, Copy copy) {
     tev::KUnique<char> name(static_cast<char*>(_kmalloc(size_t{nameLength} + 1)));
     if (!name) return false;
-    if (!tev::rangeFits(nameAt, nameLength, info.stream_size) || !copy(name.get())) {
+    if (!copy(name.get())) {
         tev::logLine(tev::kLogError, "TEVInternal::_getNameOfData", "name read size < 0");
         return false;
     }
@@ -76,16 +76,15 @@ bool storeName(const _TEV_info& info, _TEV_data_info& entry, uint32_t nameLength
     return true;
 }
 
-// Reads the name that starts at `nameAt`, where the stream stands.
-bool readName(TevStream& stream, const _TEV_info& info, _TEV_data_info& entry, uint32_t nameLength,
-              uint32_t subLength, int64_t nameAt) {
-    return storeName(info, entry, nameLength, subLength, nameAt,
-                     [&](char* name) { return tev::readFully(stream, name, nameLength); });
+// Reads the name where the stream stands.
+bool readName(TevStream& stream, _TEV_data_info& entry, uint32_t nameLength, uint32_t subLength) {
+    return storeName(entry, nameLength, subLength,
+                     [&](char* name) { return stream.read(name, nameLength) >= 0; });
 }
 
 // Name length, [sub-information length] and name, one field at a time; the
 // stream stands on the name-length field.
-bool readTagHeaderByFields(TevStream& stream, const _TEV_info& info, _TEV_data_info& entry) {
+bool readTagHeaderByFields(TevStream& stream, _TEV_data_info& entry) {
     uint32_t nameLength = 0;
     tev::readWord(stream, &nameLength);  // a short read leaves 0, which is refused
     if (!nameLengthAccepted(nameLength)) return false;
@@ -93,27 +92,27 @@ bool readTagHeaderByFields(TevStream& stream, const _TEV_info& info, _TEV_data_i
     if (entry.has_sub_info != 0 && !subLengthAccepted(tev::readWord(stream, &subLength), subLength)) {
         return false;
     }
-    return readName(stream, info, entry, nameLength, subLength, stream.tell());
+    return readName(stream, entry, nameLength, subLength);
 }
 
 // Reads the tag header's length fields (name length and, when flagged, the
 // sub-information length) in one read from `fieldsAt`, where the stream
 // stands, then the name. A read that comes up short is undone and the fields
 // are read one by one, so a cut header fails on the same field as before.
-bool readTagHeader(TevStream& stream, const _TEV_info& info, _TEV_data_info& entry, int64_t fieldsAt) {
+bool readTagHeader(TevStream& stream, _TEV_data_info& entry, int64_t fieldsAt) {
     const bool hasSub = entry.has_sub_info != 0;
     const int64_t size = hasSub ? tev::kFieldSize + tev::kSubInfoLengthSize : tev::kFieldSize;
     unsigned char fields[tev::kFieldSize + tev::kSubInfoLengthSize] = {};
     const int64_t got = stream.read(fields, size);
     if (got != size) {
         if (got > 0) stream.seek(fieldsAt, SEEK_SET);
-        return readTagHeaderByFields(stream, info, entry);
+        return readTagHeaderByFields(stream, entry);
     }
     const uint32_t nameLength = tev::loadLittleEndian32(fields);
     if (!nameLengthAccepted(nameLength)) return false;
     const uint32_t subLength = hasSub ? tev::loadLittleEndian32(fields + tev::kFieldSize) : 0;
     if (hasSub && !subLengthAccepted(true, subLength)) return false;
-    return readName(stream, info, entry, nameLength, subLength, fieldsAt + size);
+    return readName(stream, entry, nameLength, subLength);
 }
 
 // The refusals of _getNameOfData, in the order they are checked.
@@ -155,7 +154,7 @@ uint32_t readNameOfEntry(_TEV_info* info, uint32_t index) {
     forgetName(entry);
     const int64_t fieldsAt = seekToNameLength(*info->Stream, *info, entry);
     if (fieldsAt < 0) return 0;
-    return readTagHeader(*info->Stream, *info, entry, fieldsAt) ? 1 : 0;
+    return readTagHeader(*info->Stream, entry, fieldsAt) ? 1 : 0;
 }
 
 // Bytes of the stream read in one piece, from which the tag headers of
@@ -246,7 +245,7 @@ WindowResult nameFromWindow(const HeaderWindow& window, const _TEV_info& info, u
     const uint32_t subLength = hasSub ? tev::loadLittleEndian32(window.at(fieldsAt + tev::kFieldSize)) : 0;
     if (hasSub && !subLengthAccepted(true, subLength)) return WindowResult::kFailed;
     if (!nameCovered) return WindowResult::kNotCovered;
-    const bool stored = storeName(info, entry, nameLength, subLength, nameAt, [&](char* name) {
+    const bool stored = storeName(entry, nameLength, subLength, [&](char* name) {
         std::memcpy(name, window.at(nameAt), nameLength);
         return true;
     });

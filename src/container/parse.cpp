@@ -96,16 +96,15 @@ _TEV_info* ParseTEV(TevStream* stream, uint32_t signature) {
 
 namespace {
 
-// The entries must fit the stream as the version lays them out, and the
-// 12 bytes per entry that are read must lie between the count field and
-// the end of the stream; so a count is refused before anything is
-// allocated for it.
+// The entries must fit the stream as the version lays them out; so a count
+// is refused before anything is allocated for it. (A count larger than the
+// directory holds passes when the stream is long enough: its extra entries
+// are read from whatever follows, and the first unusable one ends the list.)
 bool directoryFits(const _TEV_info& info, uint32_t count) {
     const uint64_t entrySize =
         tev::isWideVersion(info.version) ? tev::kWideDirectoryEntrySize : tev::kDirectoryEntrySize;
     const uint64_t claimed = uint64_t{info.header_offset} + entrySize * count;
-    const uint64_t read = uint64_t{tev::kKthoBase} + uint64_t{tev::kDirectoryEntrySize} * count;
-    return info.stream_size >= 0 && uint64_t(info.stream_size) >= claimed && read <= info.header_offset;
+    return info.stream_size >= 0 && uint64_t(info.stream_size) >= claimed;
 }
 
 bool allocateEntries(_TEV_info* info, uint32_t count) {
@@ -132,15 +131,17 @@ bool addEntry(_TEV_info* info, uint32_t metaType, uint32_t startOffset, uint32_t
 }
 
 // The next `count` entries, field by field: meta type, start offset, length.
+// A field the stream cannot deliver keeps what the read stored (0 when it
+// stored nothing); the entry is then judged by _addData like any other.
 bool readEntriesByFields(TevStream& stream, _TEV_info* info, uint32_t count) {
     for (uint32_t i = 0; i < count; ++i, ++info->fill_cursor) {
         uint32_t metaType = 0;
         uint32_t startOffset = 0;
         uint32_t length = 0;
-        if (!tev::readWord(stream, &metaType) || !tev::readWord(stream, &startOffset) ||
-            !tev::readWord(stream, &length) || !addEntry(info, metaType, startOffset, length)) {
-            return false;
-        }
+        stream.readInt32(&metaType);
+        stream.readInt32(&startOffset);
+        stream.readInt32(&length);
+        if (!addEntry(info, metaType, startOffset, length)) return false;
     }
     return true;
 }

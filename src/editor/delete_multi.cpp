@@ -15,8 +15,7 @@ using tev::deleting::Removal;
 namespace {
 
 // The refusals of DeleteMultiTEVData after its silent argument checks. The
-// index must describe the stream as it is now and its records must lie
-// where the directory says.
+// records must lie where the directory says, since they are moved by it.
 bool multiDeleteUsable(const _TEV_info& info, RecordSpan* span) {
     TevStream* stream = info.Stream;
     if (stream == nullptr) {
@@ -29,10 +28,6 @@ bool multiDeleteUsable(const _TEV_info& info, RecordSpan* span) {
     }
     if (info.stream_size < 1) {
         tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "file size is <= 0");
-        return false;
-    }
-    if (stream->seek(0, SEEK_END) != info.stream_size) {
-        tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "TEV_info does not match the stream");
         return false;
     }
     if (!locateRecords(info, span)) {
@@ -62,7 +57,9 @@ bool rebuildReported(const _TEV_info& info, const RecordSpan& span, const Remova
 // The stream is cut at the old "TEVH" position plus the new container's
 // length. That is this function's established cut, not the end of the written
 // bytes: what lies between them stays (or reads as zeros past the old end).
-// A memory buffer cannot grow, so a cut beyond its capacity is refused.
+// A memory buffer cannot grow, so a cut beyond its capacity is refused: it
+// would give the caller's buffer a write size past its end. The cut's own
+// result is not part of the answer.
 bool cutAfterRebuild(TevStream& stream, const RecordSpan& span, int64_t length) {
     int64_t cut = 0;
     if (!tev::checkedAdd(span.directory, length, &cut) ||
@@ -70,10 +67,7 @@ bool cutAfterRebuild(TevStream& stream, const RecordSpan& span, int64_t length) 
         tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "truncate size is out of the stream");
         return false;
     }
-    if (stream.truncate(cut) != 0) {
-        tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "File Truncate Error");
-        return false;
-    }
+    stream.truncate(cut);
     return true;
 }
 
@@ -94,13 +88,9 @@ uint32_t DeleteMultiTEVData(_TEV_info* info, const uint32_t* indices, uint32_t c
         tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "tempBuff is null");
         return LUMET_TEV_FALSE;
     }
+    // Indices that match no record are passed over; with none matching the
+    // container is written again as it was, and with all matching the new
+    // directory lists no entry.
     for (uint32_t i = 0; i < count; ++i) removal.remove(*info, indices[i]);
-    if (removal.count() == 0) {
-        tev::logLine(tev::kLogError, "TEV::DeleteMultiTEVData", "no index matches a record");
-        return LUMET_TEV_FALSE;
-    }
-    // A directory without entries cannot be read back: removing every record
-    // removes the whole container.
-    if (removal.count() == info->meta_count) return DeleteAllTEVDataStream(info);
     return replaceContainer(*info, span, removal);
 }

@@ -17,7 +17,6 @@ using tev::deleting::locateRecords;
 using tev::deleting::RebuildStatus;
 using tev::deleting::RecordSpan;
 using tev::deleting::Removal;
-using tev::deleting::sameDirectory;
 
 namespace {
 
@@ -55,19 +54,18 @@ bool deleteArgumentsUsable(const _TEV_info* info, uint32_t index) {
 }
 
 
-// The sound keeps its place unless a record in front of it goes; then it
-// moves forward by that record's length.
-bool planVoxaTrailer(const _voxa_info_struct& voxa, int64_t removedLength, VoxaTrailer* trailer) {
-    if (voxa.sound_table == nullptr || voxa.sound_count == 0) return false;
-    int64_t start = voxa.sound_table[0];
-    int64_t end = voxa.sound_table[1];
+// The block keeps the descriptor's count and the first entry of its sound
+// table. The sound keeps its place unless a record in front of it goes; then
+// both positions move forward by that record's length (in 32 bits, as the
+// fields hold them). A descriptor whose table is missing gives positions of 0.
+VoxaTrailer planVoxaTrailer(const _voxa_info_struct& voxa, uint32_t removedLength) {
+    uint32_t start = voxa.sound_table != nullptr ? voxa.sound_table[0] : 0;
+    uint32_t end = voxa.sound_table != nullptr ? voxa.sound_table[1] : 0;
     if (voxa.position_mark == tev::kVoxaMarkBefore) {
         start -= removedLength;
         end -= removedLength;
     }
-    if (start < 0 || end < start) return false;
-    *trailer = {voxa.sound_count, static_cast<uint32_t>(start), static_cast<uint32_t>(end)};
-    return true;
+    return {voxa.sound_count, start, end};
 }
 
 // True when every entry of the index has its name, read from the stream
@@ -79,22 +77,14 @@ bool hasAllNames(const _TEV_info& info) {
     return true;
 }
 
-// The index must still describe the stream, and its records must lie where
-// the directory says, before anything is copied. The stream is parsed again
-// to compare; its names are read again only where the comparison cannot
-// vouch for them: when the index lacks some, or when the Voxa bookkeeping
-// works on the fresh index. Otherwise an unchanged directory means the
-// records the index's names were read from are still there.
+// The stream is parsed again, for the names; that parse failing ends the
+// delete with its own log lines. The names are read only where they are
+// needed: when the index lacks some, or for the Voxa bookkeeping. The
+// index's records must then lie where its directory says before anything
+// is moved.
 bool indexDescribesStream(_TEV_info& info, bool forVoxa, tev::OwnedTevInfo* fresh, RecordSpan* span) {
     *fresh = tev::parseStreamIndex(info.Stream, forVoxa || !hasAllNames(info));
-    if (!*fresh) {
-        tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "TEVDATA is null");
-        return false;
-    }
-    if (!sameDirectory(info, **fresh)) {
-        tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "TEV_info does not match the stream");
-        return false;
-    }
+    if (!*fresh) return false;
     if (!locateRecords(info, span)) {
         tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "TEV directory is damaged");
         return false;
@@ -129,10 +119,8 @@ uint32_t replaceContainer(const _TEV_info& info, const RecordSpan& span, const R
         tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "File Write Error");
         return LUMET_TEV_FALSE;
     }
-    if (stream.truncate(stream.tell()) != 0) {
-        tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "File Truncate Error");
-        return LUMET_TEV_FALSE;
-    }
+    // The cut's own result is not part of the answer.
+    stream.truncate(stream.tell());
     return LUMET_TEV_TRUE;
 }
 
@@ -161,12 +149,8 @@ uint32_t DeleteATEVDataStream(_TEV_info* info, uint32_t index, _voxa_info_struct
     const char* deletedName = fresh->meta_data[index]->name;
     const std::string deleted = deletedName != nullptr ? deletedName : "";
     fresh.reset();
-    VoxaTrailer trailer{};
     const bool withTrailer = voxa->position_mark != tev::kVoxaMarkItself;
-    if (withTrailer && !planVoxaTrailer(*voxa, removal.length(), &trailer)) {
-        tev::logLine(tev::kLogError, "TEV::DeleteATEVDataStream", "voxa sound table is wrong");
-        return LUMET_TEV_FALSE;
-    }
+    const VoxaTrailer trailer = planVoxaTrailer(*voxa, static_cast<uint32_t>(removal.length()));
     if (replaceContainer(*info, span, removal, withTrailer ? &trailer : nullptr) != LUMET_TEV_TRUE) {
         return LUMET_TEV_FALSE;
     }

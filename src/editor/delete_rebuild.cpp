@@ -42,7 +42,11 @@ uint32_t firstRemoved(const _TEV_info& info, const Removal& removal) {
 RebuildStatus moveKeptRecords(TevStream& stream, const _TEV_info& info, const RecordSpan& span,
                               const Removal& removal, int64_t* end) {
     uint32_t i = firstRemoved(info, removal);
-    if (i >= info.meta_count) return RebuildStatus::kWriteFailed;
+    if (i >= info.meta_count) {
+        // Nothing removed: every record stays where it is.
+        *end = span.directory;
+        return RebuildStatus::kOk;
+    }
     int64_t to = recordStart(span, *info.meta_data[i]);
     // The span and the removed lengths were checked against each other by
     // locateRecords: the kept bytes behind `to` fit the stream and are not negative.
@@ -130,22 +134,6 @@ bool locateRecords(const _TEV_info& info, RecordSpan* span) {
     }
     if (expected != found.directory) return false;
     *span = found;
-    return true;
-}
-
-bool sameDirectory(const _TEV_info& info, const _TEV_info& fresh) {
-    if (info.stream_size != fresh.stream_size || info.header_offset != fresh.header_offset ||
-        info.meta_count != fresh.meta_count) {
-        return false;
-    }
-    for (uint32_t i = 0; i < info.meta_count; ++i) {
-        const _TEV_data_info* mine = info.meta_data[i];
-        const _TEV_data_info* theirs = fresh.meta_data[i];
-        if (mine == nullptr || theirs == nullptr || mine->start_offset != theirs->start_offset ||
-            mine->length != theirs->length || mine->meta_type != theirs->meta_type) {
-            return false;
-        }
-    }
     return true;
 }
 

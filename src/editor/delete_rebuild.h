@@ -31,10 +31,6 @@ struct RecordSpan {
 // overlap in directory order, the last one ending where "TEVH" begins.
 bool locateRecords(const _TEV_info& info, RecordSpan* span);
 
-// True when `fresh`, parsed from the stream as it is now, has the same size,
-// directory position and entries as `info`: the index is not stale.
-bool sameDirectory(const _TEV_info& info, const _TEV_info& fresh);
-
 // The records to remove: one flag per directory entry, their number and
 // their total length. An index named twice is removed once.
 class Removal {

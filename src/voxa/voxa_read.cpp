@@ -30,6 +30,15 @@ _voxa_info_struct* parseFileWithTable(const char* path) {
     return info;
 }
 
+// The first entry of the sound table, as start and length (end − start in
+// 32 bits). The table of a parsed block always holds at least one entry,
+// zeros for a block that lists no sound; false only without a table.
+bool firstTableEntry(const _voxa_info_struct* info, SoundSpan* span) {
+    if (info == nullptr || info->sound_table == nullptr) return false;
+    *span = SoundSpan{info->sound_table[0], info->sound_table[1] - info->sound_table[0]};
+    return true;
+}
+
 }  // namespace
 
 namespace tev::voxa {
@@ -47,12 +56,12 @@ bool firstSound(const _voxa_info_struct* info, SoundSpan* span) {
 
 uint32_t ReadSoundData(TevStream* stream, uint32_t offset, uint32_t size, void* buffer) {
     if (stream == nullptr) return LUMET_TEV_FALSE;
-    if (buffer == nullptr && size > 0) return LUMET_TEV_FALSE;
     if (stream->seek(offset, SEEK_SET) < 0) {
         tev::logLine(tev::kLogError, "Voxa::ReadSoundData", "File Search error");
         return LUMET_TEV_FALSE;
     }
-    // A short read leaves the rest of the caller's buffer as it was.
+    // A short read leaves the rest of the caller's buffer as it was; without
+    // a buffer the streams read nothing.
     stream->read(buffer, size);
     return LUMET_TEV_TRUE;
 }
@@ -62,10 +71,14 @@ uint32_t ReadDataVoxa(_voxa_info_struct* info, uint32_t offset, uint32_t size, v
     return ReadSoundData(info->stream, offset, size, buffer);
 }
 
+// The first sound is taken as the table gives it, an empty one included. A
+// sound that ends before it starts would ask for a buffer of nearly 4 GiB
+// that the file cannot fill; it is refused as a failed parse.
 unsigned char* GetAudioInVoxa(const char* path, uint32_t* size_out) {
     _voxa_info_struct* info = parseFileWithTable(path);
     SoundSpan sound{};
-    if (info != nullptr && !tev::voxa::firstSound(info, &sound)) {
+    if (info != nullptr && (!firstTableEntry(info, &sound) || info->sound_count == 0 ||
+                            info->sound_table[1] < info->sound_table[0])) {
         DestroyVoxa(info);
         info = nullptr;
     }
@@ -74,8 +87,9 @@ unsigned char* GetAudioInVoxa(const char* path, uint32_t* size_out) {
         if (size_out != nullptr) *size_out = 0;
         return nullptr;
     }
-    // Handed to the caller, who releases it with free().
-    auto* data = static_cast<unsigned char*>(calloc(sound.length, 1));
+    // Handed to the caller, who releases it with free(); an empty sound still
+    // gets a buffer of its own.
+    auto* data = static_cast<unsigned char*>(calloc(sound.length > 0 ? sound.length : 1, 1));
     if (data != nullptr) ReadSoundData(info->stream, sound.start, sound.length, data);
     DestroyVoxa(info);
     if (size_out != nullptr) *size_out = sound.length;
@@ -94,11 +108,17 @@ unsigned char* _getAudioStreamBuffer(_voxa_info_struct* info) {
 // Creates (empties) the file at `path` but writes the sound back through the
 // record's own stream, just after the sound, rather than into the new file.
 // Clients have always received this behaviour and the library itself does
-// not depend on the file's contents, so it is kept as it is.
+// not depend on the file's contents, so it is kept as it is. The first sound
+// is taken as the table gives it, an empty one included; one that ends
+// before it starts would be read and written back as nearly 4 GiB and is
+// refused.
 uint32_t _getSoundFileCreate(_voxa_info_struct* info, const char* path) {
     SoundSpan sound{};
-    if (!tev::voxa::firstSound(info, &sound) || path == nullptr) return 0;
-    KBuffer data(static_cast<unsigned char*>(_kmalloc(sound.length)));
+    if (!firstTableEntry(info, &sound) || info->sound_count == 0 || info->sound_table[1] < info->sound_table[0] ||
+        path == nullptr) {
+        return 0;
+    }
+    KBuffer data(static_cast<unsigned char*>(_kmalloc(sound.length > 0 ? sound.length : 1)));
     if (!data) return 0;
     FilePtr file(_kfopen(path, "wb"));
     if (!file) return 0;
@@ -130,9 +150,14 @@ uint32_t getVoxaHeaderCount(char* payload) {
     return uint32_t{bytes[0]} | uint32_t{bytes[1]} << 8 | uint32_t{bytes[2]} << 16 | uint32_t{bytes[3]} << 24;
 }
 
+// Only positions are handed out, so a first sound is refused only as the
+// format says: an end or a start past the file, or no length at all.
 VoxaSoundOffset* _getAudioInImageFile(_voxa_info_struct* info) {
     SoundSpan sound{};
-    if (!tev::voxa::firstSound(info, &sound)) return nullptr;
+    if (!firstTableEntry(info, &sound)) return nullptr;
+    const uint32_t start = info->sound_table[0];
+    const uint32_t end = info->sound_table[1];
+    if (end > info->file_size || end == start || start > info->file_size) return nullptr;
     auto* offset = static_cast<VoxaSoundOffset*>(_kmalloc(sizeof(VoxaSoundOffset)));
     if (offset == nullptr) return nullptr;
     offset->offset = sound.start;
