@@ -201,9 +201,10 @@ bool readLayout(TevStream& stream, uint32_t signature, Layout* layout) {
         if (info->meta_data[i]->name == nullptr) return false;
     }
     layout->hasContainer = true;
-    layout->mediaEnd = info->data_start_position;
     layout->boxed = checkSignatureMP4Tag(info.get()) == LUMET_TEV_TRUE;
-    if (layout->mediaEnd != span.first - (layout->boxed ? tev::kBoxHeaderSize : 0)) return false;
+    // The parse counts a sound in front of the container as appended data.
+    layout->mediaEnd = span.first - (layout->boxed ? tev::kBoxHeaderSize : 0);
+    if (info->data_start_position > layout->mediaEnd) return false;
     const uint32_t leading = isFiller(*info->meta_data[0]) ? 1 : 0;
     layout->keptStart = span.first + (leading != 0 ? info->meta_data[0]->length : 0);
     layout->keptEnd = span.directory;
