@@ -190,15 +190,11 @@ TEV_API uint32_t deleteFastATEVData(const char* path, const char* name);
 TEV_API uint32_t deleteFastATEVDataStream(TevStream* stream, const char* name);
 
 // ------------------------------------------------ replacing the media in place
-// The media in front of the container (and sound) becomes `media`; records,
-// sound and "tevd" box stay readable with the same bytes. 1 / 0; the file is
-// unchanged when the new media is empty, of another kind or ends like a
-// container or sound block, or when the container does not parse.
+// Replaces the media in front of the records in place; records, sound and box stay. 1 / 0.
 TEV_API uint32_t FastChangeCoverData(const char* path, const unsigned char* media, uint32_t length);
 TEV_API uint32_t FastChangeCoverDataFd(int fd, const unsigned char* media, uint32_t length);
 TEV_API uint32_t FastChangeCoverDataStream(TevStream* stream, const unsigned char* media, uint32_t length);
-// The same with the media part of another file (the bytes in front of its
-// own container or sound, the whole file without them) as the new media.
+// The same with the media part of orgPath (the bytes in front of its records or sound). 1 / 0.
 TEV_API uint32_t FastChangeOrgData(const char* path, const char* orgPath);
 TEV_API uint32_t FastChangeOrgDataFd(int fd, int orgFd);
 TEV_API uint32_t FastChangeOrgDataStream(TevStream* stream, TevStream* org);
