@@ -4,7 +4,10 @@
 // copy of the input goes through the sound edits: a bare sound converted
 // into records, a named sound saved, a record deleted by name beside the
 // sound list, the sound removed. Last, the input split in two is copied
-// from its first half into its second, record by record and raw.
+// from its first half into its second, record by record and raw. Then the
+// media in front of the records is replaced in place, by a prefix of the
+// input (shorter), by the whole input, and by the media part of the first
+// half.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -88,6 +91,20 @@ void copyBetweenHalves(const uint8_t* data, size_t size) {
     reparse(destination.handle());
 }
 
+void replaceMedia(const uint8_t* data, size_t size) {
+    const tevfuzz::InputBuffer target(data, size, kSpare);
+    saveRecord(target.handle(), kUserType, nullptr, 0, 40, 0);
+    TevStreamBuffer stream(target.handle());
+    FastChangeCoverDataStream(&stream, data, static_cast<uint32_t>(size / 3));
+    reparse(target.handle());
+    FastChangeCoverDataStream(&stream, data, static_cast<uint32_t>(size));
+    reparse(target.handle());
+    const tevfuzz::InputBuffer source(data, size / 2, kSpare);
+    TevStreamBuffer org(source.handle());
+    FastChangeOrgDataStream(&stream, &org);
+    reparse(target.handle());
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -108,5 +125,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const tevfuzz::InputBuffer second(data, size, kSpare);
     soundEdits(second.handle());
     copyBetweenHalves(data, size);
+    replaceMedia(data, size);
     return 0;
 }

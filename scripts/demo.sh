@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # A guided tour of the `tev` tool on copies of the bundled sample media:
 # add records (one with sub-information), list them, extract and compare,
-# replace, delete, and show `info` before and after. The originals in
+# replace, delete, and show `info` before and after; a photo with a voice
+# memo replaced in place by its rotated version. The originals in
 # media/ are never touched.
 set -euo pipefail
 
@@ -79,6 +80,25 @@ cmp "sound.bin" "memo.out" && echo "memo: identical"
 run sound delete "$file" memo
 run sound list "$file"
 run list "$file"
+
+photo=photo.jpg
+cp "$root/media/sample.jpg" "$photo"
+run sound add "$photo" memo --data-file "sound.bin"
+run add "$photo" caption --data-file "caption.txt"
+step "$photo: the photo is rotated; its media is replaced in place, the memo and caption stay"
+jpegtran -rotate 90 "$root/media/sample.jpg" > rotated.jpg
+run list "$photo"
+run cover "$photo" rotated.jpg
+run list "$photo"
+cmp -n "$(stat -c %s rotated.jpg)" rotated.jpg "$photo" && echo "the rotated photo is in front of the records"
+djpeg "$photo" > /dev/null && echo "djpeg reads the result"
+run sound extract "$photo" memo -o "memo2.out"
+cmp "sound.bin" "memo2.out" && echo "memo: identical"
+step "$photo: the original photo back, taken from the media part of another file"
+run cover "$photo" "$root/media/sample.jpg" --from-file
+cmp -n "$(stat -c %s "$root/media/sample.jpg")" "$root/media/sample.jpg" "$photo" && echo "first bytes identical to the original"
+echo "(the shorter photo leaves an Invalid_Data filler record in front of the records, which do not move)"
+run list "$photo"
 
 step "copy the records of the edited JPEG into a fresh copy of the MP4"
 cp "$root/media/sample.mp4" copy.mp4

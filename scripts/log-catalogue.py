@@ -26,6 +26,7 @@ FAMILIES = [
     (r"editor/(save_|buffer_io|capacity)", "Saving (the save family and its buffers)"),
     (r"editor/delete_", "Deleting records"),
     (r"editor/copy", "Copying records"),
+    (r"editor/cover", "Replacing the media in place"),
     (r"editor/", "Editing, other"),
     (r"voxa/", "Voxa and sounds"),
     (r"jni/", "Java binding"),

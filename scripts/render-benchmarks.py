@@ -56,6 +56,13 @@ OPS = OrderedDict([
         "raw": "as for the listing above",
         "target": "< 5 ms",
     }),
+    ("cover", {
+        "title": "Replace the media in front of the records",
+        "call": "`FastChangeCoverData(path, media, length)` with the fixture's media cut 4 KiB shorter "
+                "(the records stay; a filler record covers the gap)",
+        "raw": "one `pwrite` of the new media at offset 0, the least any replacement writes",
+        "target": "≤ 1.1× raw (writing the new media once, plus 10%)",
+    }),
 ])
 
 # What a delete or replace may hold besides its 1 MiB move buffer: the parsed
@@ -113,6 +120,10 @@ WHY = {
     ),
     "list": (
         "the listing's time is the parse."
+    ),
+    "cover": (
+        "the replacement reads the file's classification, its directory and names before it writes "
+        "(a few dozen microseconds) and writes the filler record and the directory besides the media."
     ),
     "list_by_name": (
         "each by-name query goes through the pack's name table; what remains is the parse and "
@@ -192,6 +203,7 @@ def parse_rows(results):
             row.update({k: b[k] for k in ("real_time", "iterations", "base_ms", "ratio", "read_B",
                                           "written_B", "peak_heap_B", "peak_rss_B", "container_B", "record_B",
                                           "records", "media_B")})
+            row["alt_ms"] = b.get("alt_ms")
             row["met"] = target_met(row)
         rows.append(row)
     return rows
@@ -213,6 +225,8 @@ def target_met(row):
         return row["ratio"] <= 1.3
     if op == "list_by_name":
         return row["real_time"] < 5
+    if op == "cover":
+        return row["ratio"] <= 1.1
     return row["real_time"] < 50
 
 
@@ -274,6 +288,12 @@ def render(results, build, data, cli=None):
         lines += [f"## {about['title']}", "", f"Library: {about['call']}. Raw: {about['raw']}. "
                   f"Target: {about['target']}.", ""]
         lines += table(mine) + [""]
+        for r in mine:
+            if not r["error"] and r.get("alt_ms"):
+                lines += [f"The same result without it, writing the new media into a new file and copying "
+                          f"the records across (`copyTEVData`), timed in the same iterations: "
+                          f"{ms(r['alt_ms'])} ms ({r['alt_ms'] / r['real_time']:.1f}× the replacement in "
+                          f"place).", ""]
         if any(not r["error"] and not r["met"] for r in mine):
             lines += ["Why rows miss the target: " + WHY[op], ""]
     return "\n".join(lines)

@@ -63,6 +63,7 @@ Command addClearCommand(CLI::App& parent);
 Command addSoundCommand(CLI::App& parent);
 Command addCopyCommand(CLI::App& parent);
 Command addRepairCommand(CLI::App& parent);
+Command addCoverCommand(CLI::App& parent);
 
 // --- output channels -------------------------------------------------------
 // The library prints a few diagnostics to standard output and logs failures

@@ -33,6 +33,7 @@ constexpr std::pair<const char*, Maker> kCommands[] = {
     {"info", addInfoCommand},     {"list", addListCommand},     {"extract", addExtractCommand},
     {"add", addAddCommand},       {"delete", addDeleteCommand}, {"clear", addClearCommand},
     {"sound", addSoundCommand},   {"copy", addCopyCommand},     {"repair", addRepairCommand},
+    {"cover", addCoverCommand},
 };
 
 std::string commandList() {

@@ -259,4 +259,14 @@ TEV_API uint32_t deleteFastATEVData(const char* path, const char* name);
 // The named record; the MP4 box is brought up to date. The stream stays the caller's.
 TEV_API uint32_t deleteFastATEVDataStream(TevStream* stream, const char* name);
 
+// ------------------------------------------------ replacing the media in place
+// Replaces the media in front of the records in place; records, sound and box stay. 1 / 0.
+TEV_API uint32_t FastChangeCoverData(const char* path, const unsigned char* media, uint32_t length);
+TEV_API uint32_t FastChangeCoverDataFd(int fd, const unsigned char* media, uint32_t length);
+TEV_API uint32_t FastChangeCoverDataStream(TevStream* stream, const unsigned char* media, uint32_t length);
+// The same with the media part of orgPath (the bytes in front of its records or sound). 1 / 0.
+TEV_API uint32_t FastChangeOrgData(const char* path, const char* orgPath);
+TEV_API uint32_t FastChangeOrgDataFd(int fd, int orgFd);
+TEV_API uint32_t FastChangeOrgDataStream(TevStream* stream, TevStream* org);
+
 #endif  // TEV_EDITOR_H

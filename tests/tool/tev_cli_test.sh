@@ -106,7 +106,7 @@ conventions() {
   expect_status 0 "--version" "$tev" --version
   grep -qE '^tev [0-9.]+ .*container version 107' "$scratch/stdout" || note_failure "--version: $(cat "$scratch/stdout")"
   expect_status 2 "unknown subcommand" "$tev" bogus
-  expect_stderr_line "unknown subcommand" 'unknown subcommand "bogus" (one of: info, list, extract, add, delete, clear, sound, copy, repair)'
+  expect_stderr_line "unknown subcommand" 'unknown subcommand "bogus" (one of: info, list, extract, add, delete, clear, sound, copy, repair, cover)'
   expect_status 0 "help" "$tev" help add
   grep -q 'Usage: tev add' "$scratch/stdout" || note_failure "help add printed no usage"
 
