@@ -23,7 +23,6 @@ namespace {
 using tev::deleting::RecordSpan;
 using tev::voxa::SoundSpan;
 
-constexpr int64_t kMoveChunk = 1 << 20;
 // "VOXA", version, count, start, end, header length, "VOXABS".
 constexpr int64_t kOneSoundBlock = tev::kVoxaOneSoundBlockSize;
 constexpr char kExistTag[] = "VoxaAPIs::deleteVoxa_ExistTEV";
@@ -37,15 +36,10 @@ bool writeDirectory(TevStream& out, const _TEV_info& info) {
     return tev::collectEntries(info, &entries) && tev::writeDirectory(out, info.meta_count, entries).ok();
 }
 
+// Copies `length` bytes from `start` in `from` to where `to` stands.
 bool copyRange(TevStream& from, int64_t start, int64_t length, TevStream& to) {
-    if (from.seek(start, SEEK_SET) != start) return false;
-    std::vector<unsigned char> chunk(static_cast<size_t>(std::min(length, kMoveChunk)));
-    for (int64_t left = length; left > 0;) {
-        const int64_t step = std::min<int64_t>(left, static_cast<int64_t>(chunk.size()));
-        if (from.read(chunk.data(), step) != step || to.write(chunk.data(), step) != step) return false;
-        left -= step;
-    }
-    return true;
+    const int64_t at = to.tell();
+    return at >= 0 && tev::ByteMover().copy(from, start, to, at, length) == tev::MoveResult::kDone;
 }
 
 // The sound, the container's records as they are, a fresh directory over

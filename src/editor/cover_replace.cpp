@@ -19,6 +19,7 @@
 #include "container/owned.h"
 #include "editor/add_internal.h"
 #include "editor/delete_rebuild.h"
+#include "stream/byte_move.h"
 #include "tev/container.h"
 #include "tev/detect.h"
 #include "tev/editor.h"
@@ -36,7 +37,6 @@ constexpr char kCoverTag[] = "TEVEncoderAPIs::FastChangeCoverData";
 constexpr char kOrgTag[] = "TEVEncoderAPIs::FastChangeOrgData";
 
 // Records move through one buffer of at most this size.
-constexpr int64_t kMoveChunk = int64_t{1} << 20;
 // Enough leading bytes to tell the media kinds apart: size, "ftyp", brand.
 constexpr int64_t kKindBytes = 12;
 constexpr int64_t kMaxPosition = 0xFFFFFFFFu;
@@ -63,29 +63,11 @@ MediaKind kindOf(const unsigned char* head, int64_t length) {
 
 // Reads `length` bytes at `at`; false when the stream gives fewer.
 bool readAt(TevStream& stream, int64_t at, void* out, int64_t length) {
-    return stream.seek(at, tev::kSeekSet) == at && stream.read(out, length) == length;
+    return stream.seek(at, SEEK_SET) == at && stream.read(out, length) == length;
 }
 
-// Copies `length` bytes from `from` in `src` to `to` in `dst` through one
-// bounded buffer. Within one stream the pieces go in the order that reads
-// every byte before it is written over: front to back when moving towards
-// the start, back to front when moving towards the end.
 bool copyRange(TevStream& src, int64_t from, TevStream& dst, int64_t to, int64_t length) {
-    if (length <= 0) return true;
-    const int64_t chunkSize = std::min(kMoveChunk, length);
-    tev::KUnique<unsigned char> chunk(static_cast<unsigned char*>(_kmalloc(chunkSize)));
-    if (!chunk) return false;
-    const bool backwards = &src == &dst && to > from;
-    for (int64_t done = 0; done < length;) {
-        const int64_t step = std::min(length - done, chunkSize);
-        const int64_t offset = backwards ? length - done - step : done;
-        if (!readAt(src, from + offset, chunk.get(), step)) return false;
-        if (dst.seek(to + offset, tev::kSeekSet) != to + offset || dst.write(chunk.get(), step) != step) {
-            return false;
-        }
-        done += step;
-    }
-    return true;
+    return tev::ByteMover().copy(src, from, dst, to, length) == tev::MoveResult::kDone;
 }
 
 // True when the last bytes of the first `length` bytes of `stream` read as
@@ -129,7 +111,7 @@ public:
         return endsWith(tev::kVoxaTailMark, tev::kVoxaTailMarkSize) || endsWith(tev::kTagTail, tev::kTagSize);
     }
     bool writeTo(TevStream& dst) override {
-        return dst.seek(0, tev::kSeekSet) == 0 && dst.write(bytes_, length_) == length_;
+        return dst.seek(0, SEEK_SET) == 0 && dst.write(bytes_, length_) == length_;
     }
 
 private:
@@ -230,7 +212,7 @@ bool readLayout(TevStream& stream, uint32_t signature, Layout* layout) {
 // at its end when it has neither. -1 when that cannot be told.
 int64_t mediaEndOf(TevStream& stream) {
     const uint32_t signature = getSignatureStream(&stream);
-    if (signature == SIGNATURE_DETECTION_FAIL) return stream.seek(0, tev::kSeekEnd);
+    if (signature == SIGNATURE_DETECTION_FAIL) return stream.seek(0, SEEK_END);
     if (signature == SIGNATURE_VOXA) {
         Sound sound{};
         return readSound(stream, &sound) ? sound.start : -1;
@@ -282,14 +264,14 @@ bool writeTail(TevStream& stream, const Layout& layout, const Plan& plan) {
     if (plan.filler > 0 && layout.fillerAllowed) entries.push_back(&filler);
     for (_TEV_data_info& entry : kept) entries.push_back(&entry);
     const int64_t directory = plan.keptTo + keptLength;
-    if (stream.seek(directory, tev::kSeekSet) != directory ||
+    if (stream.seek(directory, SEEK_SET) != directory ||
         !tev::writeDirectory(stream, static_cast<uint32_t>(entries.size()), entries).ok()) {
         return false;
     }
     if (layout.hasSound) {
         const int64_t shift = plan.keptTo - layout.keptStart;
         const Sound& s = layout.sound;
-        if (!tev::writeVoxaTrailer(stream, s.version, s.count, static_cast<uint32_t>(s.start + shift),
+        if (!tev::writeSoundTrailer(stream, s.version, s.count, static_cast<uint32_t>(s.start + shift),
                                    static_cast<uint32_t>(s.end + shift))) {
             return false;
         }
@@ -301,8 +283,8 @@ bool writeTail(TevStream& stream, const Layout& layout, const Plan& plan) {
 // front of the kept records.
 bool writeFront(TevStream& stream, const Layout& layout, const Plan& plan, int64_t mediaLength) {
     if (layout.boxed) {
-        const int64_t end = stream.seek(0, tev::kSeekEnd);
-        if (end < mediaLength || stream.seek(mediaLength, tev::kSeekSet) != mediaLength ||
+        const int64_t end = stream.seek(0, SEEK_END);
+        if (end < mediaLength || stream.seek(mediaLength, SEEK_SET) != mediaLength ||
             stream.writeTEV_TOTALSIZE(static_cast<uint32_t>(end - mediaLength)) != tev::kFieldSize ||
             stream.writeTEV_MP4S() != tev::kTagSize) {
             return false;
@@ -310,7 +292,7 @@ bool writeFront(TevStream& stream, const Layout& layout, const Plan& plan, int64
     }
     if (plan.filler == 0) return true;
     const int64_t at = plan.keptTo - plan.filler;
-    if (stream.seek(at, tev::kSeekSet) != at) return false;
+    if (stream.seek(at, SEEK_SET) != at) return false;
     stream.writeDummyTEVData(static_cast<uint32_t>(plan.filler));
     return stream.tell() == plan.keptTo;
 }
@@ -323,7 +305,7 @@ bool mediaAcceptable(TevStream& stream, NewMedia& media, const char* tag) {
     }
     unsigned char oldHead[kKindBytes] = {};
     unsigned char newHead[kKindBytes] = {};
-    const int64_t size = stream.seek(0, tev::kSeekEnd);
+    const int64_t size = stream.seek(0, SEEK_END);
     const int64_t oldRead = std::min<int64_t>(std::max<int64_t>(size, 0), kKindBytes);
     if (size < 0 || !readAt(stream, 0, oldHead, oldRead) || !media.head(newHead)) {
         logLine(kLogError, tag, "File Read Error");

@@ -15,13 +15,19 @@ bool ByteMover::reserve(int64_t total) {
 }
 
 MoveResult ByteMover::forward(TevStream& stream, int64_t from, int64_t to, int64_t length) {
+    return copy(stream, from, stream, to, length);
+}
+
+MoveResult ByteMover::copy(TevStream& src, int64_t from, TevStream& dst, int64_t to, int64_t length) {
     if (!reserve(length)) return MoveResult::kNoMemory;
+    const bool backwards = &src == &dst && to > from;
     for (int64_t done = 0; done < length;) {
         const int64_t step = std::min(length - done, chunkSize_);
-        if (stream.seek(from + done, SEEK_SET) != from + done || stream.read(chunk_.get(), step) != step) {
+        const int64_t offset = backwards ? length - done - step : done;
+        if (src.seek(from + offset, SEEK_SET) != from + offset || src.read(chunk_.get(), step) != step) {
             return MoveResult::kReadFailed;
         }
-        if (stream.seek(to + done, SEEK_SET) != to + done || stream.write(chunk_.get(), step) != step) {
+        if (dst.seek(to + offset, SEEK_SET) != to + offset || dst.write(chunk_.get(), step) != step) {
             return MoveResult::kWriteFailed;
         }
         done += step;
