@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "container/index.h"
 #include "container/mp4_box.h"
 
 namespace tevcli {
@@ -72,11 +73,10 @@ std::vector<Region> appendedRegions(const std::string& path, const FileFacts& fa
 
 std::vector<Region> recordRegions(_TEV_info_pack* pack, const std::vector<std::string>& names) {
     const _TEV_info* info = pack->info;
-    const int64_t directory = info->stream_size - static_cast<int64_t>(info->header_offset);
-    int64_t from = directory;
+    int64_t from = info->stream_size - static_cast<int64_t>(info->header_offset);  // "TEVH"
     for (uint32_t i = 0; i < info->meta_count; ++i) {
         if (std::find(names.begin(), names.end(), recordName(pack, i)) != names.end()) {
-            from = std::min(from, directory - static_cast<int64_t>(info->meta_data[i]->start_offset));
+            from = std::min(from, tev::recordStart(*info, *info->meta_data[i]));
         }
     }
     std::vector<Region> regions{{from, info->stream_size - from}};
