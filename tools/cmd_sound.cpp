@@ -101,11 +101,14 @@ const Sound* findSound(const SoundFacts& facts, const std::string& name) {
     return nullptr;
 }
 
-// Refusals shared by every sound edit.
-std::optional<std::string> refuseSoundEdit(const std::string& path, uint64_t fileSize, uint64_t adding) {
-    if (fileSize == 0) return "the file is empty; sounds are kept behind image data";
+// Refusals shared by every sound edit. A sound saved into a container grows
+// it under the library's container bound, one saved behind plain media or a
+// bare sound under its sound-block bound.
+std::optional<std::string> refuseSoundEdit(const std::string& path, const SoundFacts& facts, uint64_t adding) {
+    if (facts.size == 0) return "the file is empty; sounds are kept behind image data";
     if (isBoxedMedia(path)) return "MP4 and HEIC files cannot carry sound";
-    if (fileSize + adding + kSoundEditOverhead >= tev::kVoxaSaveBound) {
+    const uint64_t bound = signatureHasContainer(facts.signature) ? tev::kContainerSizeBound : tev::kVoxaSaveBound;
+    if (static_cast<uint64_t>(facts.size) + adding + kSoundEditOverhead >= bound) {
         return "no room: sound positions must stay below 4 GiB";
     }
     return std::nullopt;
@@ -188,7 +191,7 @@ int runAdd(const std::string& path, const std::string& name, const std::string& 
     // it is turned into a record first.
     uint64_t adding = data->size() + name.size();
     if (facts->bare) adding += static_cast<uint64_t>(facts->sounds.front().length);
-    if (std::optional<std::string> why = refuseSoundEdit(path, facts->size, adding)) return fail(path, *why);
+    if (std::optional<std::string> why = refuseSoundEdit(path, *facts, adding)) return fail(path, *why);
     if (facts->signature == SIGNATURE_TEV && !requireContainer(path, {facts->size, facts->signature})) {
         return kExitFailed;
     }
@@ -319,7 +322,7 @@ int runConvert(const std::string& path) {
     const std::optional<SoundFacts> facts = describeSounds(path, true);
     if (!facts) return kExitFailed;
     if (!facts->bare) return fail(path, "no bare sound to convert (the file holds no Voxa-only sound)");
-    if (std::optional<std::string> why = refuseSoundEdit(path, facts->size, 0)) return fail(path, *why);
+    if (std::optional<std::string> why = refuseSoundEdit(path, *facts, 0)) return fail(path, *why);
     const auto convert = [&] {
         tev::OwnedFile fp(std::fopen(path.c_str(), "r+b"));
         if (!fp) return fail(path, std::string("cannot open for writing: ") + std::strerror(errno));
