@@ -108,7 +108,8 @@ int runAll(const Options& o, const FileFacts& source) {
         if (!pack) return kExitFailed;
         expected = recordNames(pack.get());
         for (uint32_t i = 0; i < GetTevCount(pack.get()); ++i) {
-            if (recordType(pack.get(), i) != TEV_USER_DEFINED_DATA && recordName(pack.get(), i) != tev::voxa::kMetaRecordName) {
+            if (recordType(pack.get(), i) != TEV_USER_DEFINED_DATA &&
+                recordName(pack.get(), i) != tev::voxa::kMetaRecordName) {
                 whole.push_back(recordName(pack.get(), i));
             }
         }
