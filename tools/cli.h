@@ -124,7 +124,8 @@ struct FileFacts {
 };
 std::optional<FileFacts> inspectFile(const std::string& path, bool forWriting);
 
-bool signatureHasContainer(uint32_t signature);  // 2 or 4
+// 2 or 4: a container ends the file, or comes right before a Voxa block.
+inline bool signatureHasContainer(uint32_t signature) { return tev::hasContainer(tev::toSignature(signature)); }
 const char* signatureName(uint32_t signature);
 
 // Parses the container read-only. Null when there is none or it is damaged.

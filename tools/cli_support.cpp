@@ -116,10 +116,6 @@ std::optional<FileFacts> inspectFile(const std::string& path, bool forWriting) {
     return facts;
 }
 
-bool signatureHasContainer(uint32_t signature) {
-    return signature == SIGNATURE_TEV || signature == SIGNATURE_VOXA_TEV;
-}
-
 const char* signatureName(uint32_t signature) {
     switch (signature) {
         case SIGNATURE_DETECTION_FAIL: return "media";
