@@ -11,13 +11,16 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
+#include <limits>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "tev/tev.h"
+#include "container/format.h"
+#include "container/owned.h"
+#include "tev/tev.hpp"
 
 namespace tevcli {
 
@@ -37,13 +40,9 @@ inline constexpr const char* kExitStatusHelp =
     "leaves the file unchanged); 2 the command line is wrong (unknown subcommand or option, a "
     "missing argument, a value out of range).";
 
-// Limits the library applies to records; the tool refuses earlier with a
-// clear message instead of letting the library fail.
-inline constexpr uint32_t kMinNameLength = 1;
-inline constexpr uint32_t kMaxNameLength = 1024;
-inline constexpr uint64_t kTooBigDataLength = 0xFFF00001u;
-inline constexpr uint64_t kContainerSizeBound = 0xFFEFFFF1u;
-inline constexpr uint32_t kMaxDataType = 0xFFFF;
+// The tool refuses what the library would refuse, with a clear message, by
+// the library's own limits (container/format.h); data types are 16 bits.
+inline constexpr uint32_t kMaxDataType = std::numeric_limits<decltype(tev::DataType::value)>::max();
 
 // Record names on the command line: 1 to 1024 bytes (a usage error otherwise).
 const CLI::Validator& nameLength();
@@ -92,30 +91,9 @@ void noteJsonPrinted();
 const std::string& firstProblem();
 
 // --- owners ----------------------------------------------------------------
-struct PackDeleter {
-    void operator()(_TEV_info_pack* pack) const { destroyTEVDATA(pack); }
-};
-using PackPtr = std::unique_ptr<_TEV_info_pack, PackDeleter>;
-
-struct OffsetDeleter {
-    void operator()(TevOffsetInfo* offset) const { DestroyOffsetInfo(offset); }
-};
-using OffsetPtr = std::unique_ptr<TevOffsetInfo, OffsetDeleter>;
-
-struct UnitDeleter {
-    void operator()(_TEV_data_unit* unit) const { destroyTEVDATA_UNIT(unit); }
-};
-using UnitPtr = std::unique_ptr<_TEV_data_unit, UnitDeleter>;
-
-struct VoxaDeleter {
-    void operator()(_voxa_info_struct* voxa) const { DestroyVoxa(voxa); }
-};
-using VoxaPtr = std::unique_ptr<_voxa_info_struct, VoxaDeleter>;
-
-struct FileCloser {
-    void operator()(FILE* fp) const { std::fclose(fp); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
+// What the library hands out is owned through tev/tev.hpp's owners
+// (tev::Pack, tev::Offset, tev::Record, tev::Voxa, tev::NameList) and files
+// through tev::OwnedFile; descriptors the tool opens itself through Fd.
 
 // An owned descriptor, closed when it goes; closeChecked reports the close.
 class Fd {
@@ -147,15 +125,16 @@ struct FileFacts {
 };
 std::optional<FileFacts> inspectFile(const std::string& path, bool forWriting);
 
-bool signatureHasContainer(uint32_t signature);  // 2 or 4
+// 2 or 4: a container ends the file, or comes right before a Voxa block.
+inline bool signatureHasContainer(uint32_t signature) { return tev::hasContainer(tev::toSignature(signature)); }
 const char* signatureName(uint32_t signature);
 
 // Parses the container read-only. Null when there is none or it is damaged.
-PackPtr openContainer(const std::string& path);
+tev::Pack openContainer(const std::string& path);
 
 // Opens the container of `path` for a command that needs one; reports
 // "no container" or "container is damaged" and returns null otherwise.
-PackPtr requireContainer(const std::string& path, const FileFacts& facts);
+tev::Pack requireContainer(const std::string& path, const FileFacts& facts);
 
 // Why the end of the file looks like a damaged container: a container
 // directory that does not parse, or "TEVH"/"TEVT" near the end of a file

@@ -83,7 +83,7 @@ const std::string& firstProblem() { return gFirstProblem; }
 const CLI::Validator& nameLength() {
     static const CLI::Validator validator(
         [](const std::string& name) {
-            return name.size() >= kMinNameLength && name.size() <= kMaxNameLength
+            return name.size() >= tev::kMinNameLength && name.size() <= tev::kMaxNameLength
                        ? std::string()
                        : std::string("names must be 1 to 1024 bytes long");
         },
@@ -116,10 +116,6 @@ std::optional<FileFacts> inspectFile(const std::string& path, bool forWriting) {
     return facts;
 }
 
-bool signatureHasContainer(uint32_t signature) {
-    return signature == SIGNATURE_TEV || signature == SIGNATURE_VOXA_TEV;
-}
-
 const char* signatureName(uint32_t signature) {
     switch (signature) {
         case SIGNATURE_DETECTION_FAIL: return "media";
@@ -130,21 +126,21 @@ const char* signatureName(uint32_t signature) {
     }
 }
 
-PackPtr openContainer(const std::string& path) { return PackPtr(checkTEVWithReadPM(path.c_str())); }
+tev::Pack openContainer(const std::string& path) { return tev::openForReading(path.c_str()); }
 
-PackPtr requireContainer(const std::string& path, const FileFacts& facts) {
+tev::Pack requireContainer(const std::string& path, const FileFacts& facts) {
     if (!signatureHasContainer(facts.signature)) {
         fail(path, facts.signature == SIGNATURE_VOXA ? "no container (only a Voxa sound block)"
                                                      : "no container");
         return nullptr;
     }
-    PackPtr pack = openContainer(path);
+    tev::Pack pack = openContainer(path);
     if (!pack) fail(path, "container is damaged (its directory does not parse)");
     return pack;
 }
 
 bool isBoxedMedia(const std::string& path) {
-    FilePtr fp(std::fopen(path.c_str(), "rb"));
+    tev::OwnedFile fp(std::fopen(path.c_str(), "rb"));
     return fp && checkMP4Fp(fp.get()) == LUMET_TEV_TRUE;
 }
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "cli.h"
+#include "echo/meta_list.h"
 #include "edit_guard.h"
 
 namespace tevcli {
@@ -18,20 +19,18 @@ struct Options {
     bool raw = false;
 };
 
-constexpr char kMetaListName[] = "EchoFrame_Meta_Info";
-
 bool hasSound(uint32_t signature) { return signature == SIGNATURE_VOXA || signature == SIGNATURE_VOXA_TEV; }
 
 // Each named record (the first of its name) arrived in the destination with
 // the type and bytes it has in the source.
 std::optional<std::string> arrivedWhole(const Options& o, const std::vector<std::string>& names) {
-    PackPtr from = openContainer(o.source);
-    PackPtr to = openContainer(o.destination);
+    tev::Pack from = openContainer(o.source);
+    tev::Pack to = openContainer(o.destination);
     if (!from || !to) return "a container does not read";
     for (const std::string& name : names) {
         const auto size = static_cast<unsigned int>(name.size());
-        const UnitPtr a(extractTEVDataFromFilebyName(from.get(), name.c_str(), size));
-        const UnitPtr b(extractTEVDataFromFilebyName(to.get(), name.c_str(), size));
+        const tev::Record a(extractTEVDataFromFilebyName(from.get(), name.c_str(), size));
+        const tev::Record b(extractTEVDataFromFilebyName(to.get(), name.c_str(), size));
         if (!a || !b || a->data_type != b->data_type || a->data_length != b->data_length ||
             std::memcmp(a->data, b->data, a->data_length) != 0) {
             return "record \"" + printable(name) + "\" did not arrive whole";
@@ -52,11 +51,11 @@ int runRaw(const Options& o, const FileFacts& source, const FileFacts& destinati
     if (isBoxedMedia(o.destination)) {
         return fail(o.destination, "a raw merge into MP4 or HEIC would leave the container outside a box");
     }
-    PackPtr pack = requireContainer(o.source, source);
+    tev::Pack pack = requireContainer(o.source, source);
     if (!pack) return kExitFailed;
     const std::vector<std::string> names = recordNames(pack.get());
     const auto merge = [&] {
-        FilePtr out(std::fopen(o.destination.c_str(), "r+b"));
+        tev::OwnedFile out(std::fopen(o.destination.c_str(), "r+b"));
         if (!out) return fail(o.destination, "cannot open for writing");
         const uint32_t merged = copyMergeTEVData(pack->info, out.get());
         if (std::fclose(out.release()) != 0 || merged != 1) {
@@ -77,7 +76,7 @@ int runSelective(const Options& o, const FileFacts& source, const FileFacts& des
     if (destination.signature != SIGNATURE_DETECTION_FAIL) {
         return fail(o.destination, "already holds records or sound; --type and --name copy only into plain media");
     }
-    PackPtr pack = requireContainer(o.source, source);
+    tev::Pack pack = requireContainer(o.source, source);
     if (!pack) return kExitFailed;
     std::optional<std::string> found;
     for (uint32_t i = 0; i < GetTevCount(pack.get()) && !found; ++i) {
@@ -109,11 +108,12 @@ int runAll(const Options& o, const FileFacts& source) {
     std::vector<std::string> expected;
     std::vector<std::string> whole;  // the records a copy carries byte for byte
     if (signatureHasContainer(source.signature)) {
-        PackPtr pack = requireContainer(o.source, source);
+        tev::Pack pack = requireContainer(o.source, source);
         if (!pack) return kExitFailed;
         expected = recordNames(pack.get());
         for (uint32_t i = 0; i < GetTevCount(pack.get()); ++i) {
-            if (recordType(pack.get(), i) != TEV_USER_DEFINED_DATA && recordName(pack.get(), i) != kMetaListName) {
+            if (recordType(pack.get(), i) != TEV_USER_DEFINED_DATA &&
+                recordName(pack.get(), i) != tev::voxa::kMetaRecordName) {
                 whole.push_back(recordName(pack.get(), i));
             }
         }
@@ -131,7 +131,7 @@ int runAll(const Options& o, const FileFacts& source) {
     // The library answers with the last record's save; say which ones did
     // not arrive (user-defined records need the sub-information that a copy
     // leaves behind).
-    PackPtr copied = openContainer(o.destination);
+    tev::Pack copied = openContainer(o.destination);
     for (const std::string& name : expected) {
         bool present = false;
         for (uint32_t i = 0; copied && i < GetTevCount(copied.get()) && !present; ++i) {

@@ -42,12 +42,12 @@ struct Snapshot {
 
 Snapshot snapshot(const std::string& path) {
     Snapshot s;
-    if (PackPtr pack = openContainer(path)) {
+    if (tev::Pack pack = openContainer(path)) {
         s.boxed = checkSignatureMP4Tag(pack->info) == LUMET_TEV_TRUE;
         for (uint32_t i = 0; i < GetTevCount(pack.get()); ++i) {
             const std::string name = recordName(pack.get(), i);
             if (name == kFillerName) continue;
-            const UnitPtr unit(extractTEVDataFromFilebyIndex(pack.get(), i));
+            const tev::Record unit(extractTEVDataFromFilebyIndex(pack.get(), i));
             Kept k{name, recordType(pack.get(), i), {}, {}};
             if (unit && unit->sub_info != nullptr) k.sub.assign(unit->sub_info, unit->sub_info + unit->sub_info_length);
             if (unit && unit->data != nullptr) k.data.assign(unit->data, unit->data + unit->data_length);
@@ -69,10 +69,10 @@ int64_t mediaPartLength(const std::string& path, int64_t size) {
     int64_t end = size;
     const uint32_t signature = getSignature(path.c_str());
     if (signatureHasContainer(signature)) {
-        if (PackPtr pack = openContainer(path)) end = std::min(end, pack->info->data_start_position);
+        if (tev::Pack pack = openContainer(path)) end = std::min(end, pack->info->data_start_position);
     }
     if (signature == SIGNATURE_VOXA || signature == SIGNATURE_VOXA_TEV) {
-        VoxaPtr voxa(_checkAudioInImageFile(path.c_str()));
+        tev::Voxa voxa(_checkAudioInImageFile(path.c_str()));
         if (voxa && voxa->sound_table != nullptr && voxa->sound_count > 0) {
             end = std::min<int64_t>(end, voxa->sound_table[0]);
         }
@@ -104,11 +104,11 @@ int run(const Options& o) {
         const std::optional<FileFacts> source = inspectFile(o.media, false);
         if (!source) return kExitFailed;
         const int64_t length = mediaPartLength(o.media, source->size);
-        media = readWholeFile(o.media, kTooBigDataLength - 1, "new media");
+        media = readWholeFile(o.media, tev::kTooBigDataLength - 1, "new media");
         if (!media) return kExitFailed;
         *media = FileBytes(std::vector<unsigned char>(media->data(), media->data() + length));
     } else {
-        media = readWholeFile(o.media, kTooBigDataLength - 1, "new media");
+        media = readWholeFile(o.media, tev::kTooBigDataLength - 1, "new media");
         if (!media) return kExitFailed;
     }
     if (media->empty()) return fail(o.media, "the new media is empty");

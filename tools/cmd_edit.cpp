@@ -42,7 +42,7 @@ struct Kept {
 };
 
 std::optional<Kept> keptFromRecord(_TEV_info_pack* pack, const std::string& name) {
-    const UnitPtr unit(extractTEVDataFromFilebyName(pack, name.c_str(), static_cast<unsigned int>(name.size())));
+    const tev::Record unit(extractTEVDataFromFilebyName(pack, name.c_str(), static_cast<unsigned int>(name.size())));
     if (!unit) return std::nullopt;
     Kept kept;
     kept.type = unit->data_type;
@@ -50,13 +50,6 @@ std::optional<Kept> keptFromRecord(_TEV_info_pack* pack, const std::string& name
         kept.subInfo = FileBytes(std::vector<unsigned char>(unit->sub_info, unit->sub_info + unit->sub_info_length));
     }
     return kept;
-}
-
-// Distance from the first record to the end of the file.
-uint64_t containerLength(_TEV_info_pack* pack) {
-    const _TEV_info* info = pack->info;
-    if (info->meta_count == 0 || info->meta_data == nullptr || info->meta_data[0] == nullptr) return 0;
-    return uint64_t{info->header_offset} + info->meta_data[0]->start_offset;
 }
 
 bool hasRecord(_TEV_info_pack* pack, const std::string& name) {
@@ -69,7 +62,7 @@ bool hasRecord(_TEV_info_pack* pack, const std::string& name) {
 
 std::optional<FileBytes> loadData(const AddOptions& o) {
     if (o.dataText) return FileBytes(std::vector<unsigned char>(o.dataText->begin(), o.dataText->end()));
-    return readWholeFile(o.dataFile, kTooBigDataLength, "data file");
+    return readWholeFile(o.dataFile, tev::kTooBigDataLength, "data file");
 }
 
 // Refusals that need only the arguments and the file's facts.
@@ -84,13 +77,16 @@ std::optional<std::string> refuseArguments(const FileFacts& facts, size_t dataLe
     return std::nullopt;
 }
 
-// Refusals that depend on the container already in the file.
-std::optional<std::string> refuseForContainer(const AddOptions& o, _TEV_info_pack* pack,
-                                              uint64_t recordBytes) {
+// Refusals that depend on the container already in the file. Data and
+// sub-information were read below the library's data limit, so their lengths
+// fit 32 bits.
+std::optional<std::string> refuseForContainer(const AddOptions& o, _TEV_info_pack* pack, size_t dataLength,
+                                              size_t subLength) {
     if (hasRecord(pack, o.name) && !o.replace) {
         return "record \"" + printable(o.name) + "\" exists (use --replace to overwrite it)";
     }
-    if (containerLength(pack) + recordBytes >= kContainerSizeBound) {
+    if (checkTEVInfoForSaving(pack->info, static_cast<uint32_t>(dataLength), static_cast<uint32_t>(subLength),
+                              static_cast<uint32_t>(o.name.size())) != LUMET_TEV_TRUE) {
         return "the container would grow beyond its size limit";
     }
     return std::nullopt;
@@ -121,13 +117,13 @@ int runAdd(const AddOptions& o) {
     bool boxed = facts->signature == SIGNATURE_DETECTION_FAIL && isBoxedMedia(o.file);
     if (!o.subInfoFile.empty()) {
         std::optional<FileBytes> loaded =
-            readWholeFile(o.subInfoFile, kTooBigDataLength, "sub-information file");
+            readWholeFile(o.subInfoFile, tev::kTooBigDataLength, "sub-information file");
         if (!loaded) return kExitFailed;
         if (loaded->empty()) return fail(o.subInfoFile, "the sub-information file is empty");
         kept.subInfo = std::move(*loaded);
     }
     if (signatureHasContainer(facts->signature)) {
-        PackPtr pack = requireContainer(o.file, *facts);
+        tev::Pack pack = requireContainer(o.file, *facts);
         if (!pack) return kExitFailed;
         if (o.replace && (!o.type || o.subInfoFile.empty())) {
             if (std::optional<Kept> old = keptFromRecord(pack.get(), o.name)) {
@@ -137,8 +133,8 @@ int runAdd(const AddOptions& o) {
         }
         if (facts->signature == SIGNATURE_TEV) regions = recordRegions(pack.get(), {o.name});
         boxed = checkSignatureMP4Tag(pack->info) == LUMET_TEV_TRUE;
-        const uint64_t recordBytes = uint64_t{data->size()} + kept.subInfo.size() + o.name.size();
-        if (std::optional<std::string> why = refuseForContainer(o, pack.get(), recordBytes)) {
+        if (std::optional<std::string> why =
+                refuseForContainer(o, pack.get(), data->size(), kept.subInfo.size())) {
             return fail(o.file, *why);
         }
     }
@@ -187,7 +183,7 @@ std::optional<std::string> deletedExactly(const std::string& file, std::vector<s
                                           const std::vector<std::string>& names) {
     for (const std::string& name : names) before.erase(std::find(before.begin(), before.end(), name));
     std::vector<std::string> after;
-    if (PackPtr pack = openContainer(file)) {
+    if (tev::Pack pack = openContainer(file)) {
         for (uint32_t i = 0; i < GetTevCount(pack.get()); ++i) after.push_back(recordName(pack.get(), i));
     }
     if (after != before) return "the records left are not the ones kept";
@@ -200,7 +196,7 @@ int runDelete(const std::string& file, const std::vector<std::string>& names) {
     std::vector<std::string> before;
     std::vector<Region> regions;
     {
-        PackPtr pack = requireContainer(file, *facts);
+        tev::Pack pack = requireContainer(file, *facts);
         if (!pack) return kExitFailed;
         if (std::optional<std::string> missing = missingName(pack.get(), names)) {
             return fail(file, "no record named \"" + printable(*missing) + "\"");

@@ -56,13 +56,13 @@ int run(const Options& o) {
     if (!o.output.empty() && o.output != "-" && sameFile(o.file, o.output)) {
         return fail(o.output, "the output would overwrite the file being read");
     }
-    PackPtr pack = requireContainer(o.file, *facts);
+    tev::Pack pack = requireContainer(o.file, *facts);
     if (!pack) return kExitFailed;
     // Where the record's bytes lie; the tool copies them itself.
-    const OffsetPtr data(getTEVInFileByName(pack.get(), o.name.c_str()));
+    const tev::Offset data(getTEVInFileByName(pack.get(), o.name.c_str()));
     if (!data) return fail(o.file, "no record named \"" + printable(o.name) + "\"");
     if (!o.subInfo) return writeBytes(o, *data);
-    const OffsetPtr sub(getTEVSubInfoInFileByName(pack.get(), o.name.c_str()));
+    const tev::Offset sub(getTEVSubInfoInFileByName(pack.get(), o.name.c_str()));
     if (!sub) return fail(o.file, "record \"" + printable(o.name) + "\" has no sub-information");
     return writeBytes(o, *sub);
 }

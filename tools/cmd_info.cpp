@@ -5,6 +5,7 @@
 #include <cinttypes>
 
 #include "cli.h"
+#include "container/mp4_box.h"
 #include "json_out.h"
 
 namespace tevcli {
@@ -44,20 +45,9 @@ struct InfoReport {
     std::optional<std::string> warning; // the end looks like a damaged container
 };
 
-bool readBigEndian32(const std::string& path, int64_t position, uint32_t* value) {
-    FilePtr fp(std::fopen(path.c_str(), "rb"));
-    unsigned char bytes[4];
-    if (!fp || position < 0 || fseeko(fp.get(), position, SEEK_SET) != 0 ||
-        std::fread(bytes, 1, sizeof bytes, fp.get()) != sizeof bytes) {
-        return false;
-    }
-    *value = uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
-    return true;
-}
-
 ContainerFacts describeContainer(const std::string& path, int64_t fileSize) {
     ContainerFacts facts;
-    PackPtr pack = openContainer(path);
+    tev::Pack pack = openContainer(path);
     if (!pack) return facts;
     facts.parsed = true;
     facts.version = pack->info->version;
@@ -65,7 +55,7 @@ ContainerFacts describeContainer(const std::string& path, int64_t fileSize) {
     facts.dataStart = pack->info->data_start_position;
     facts.box.present = checkSignatureMP4Tag(pack->info) == 1;
     uint32_t size = 0;
-    if (facts.box.present && readBigEndian32(path, facts.dataStart, &size)) {
+    if (facts.box.present && tev::readBoxSize(*pack->info->Stream, facts.dataStart, &size)) {
         facts.box.size = size;
         facts.box.expected = fileSize - facts.dataStart;
     }
@@ -73,7 +63,7 @@ ContainerFacts describeContainer(const std::string& path, int64_t fileSize) {
 }
 
 std::optional<VoxaFacts> describeVoxa(const std::string& path) {
-    VoxaPtr voxa(_checkAudioInImageFile(path.c_str()));
+    tev::Voxa voxa(_checkAudioInImageFile(path.c_str()));
     if (!voxa) return std::nullopt;
     VoxaFacts facts;
     facts.version = voxa->version;
@@ -87,12 +77,12 @@ InfoReport gather(const std::string& path, const FileFacts& facts) {
     InfoReport report;
     report.file = path;
     report.facts = facts;
-    FilePtr fp(std::fopen(path.c_str(), "rb"));
+    tev::OwnedFile fp(std::fopen(path.c_str(), "rb"));
     report.mp4 = fp && checkMP4Fp(fp.get()) == 1;
     if (signatureHasContainer(facts.signature)) report.container = describeContainer(path, facts.size);
     report.voxa = describeVoxa(path);
     if (report.container && report.container->parsed) {
-        PackPtr pack = openContainer(path);
+        tev::Pack pack = openContainer(path);
         for (uint32_t i = 0; pack && i < GetTevCount(pack.get()); ++i) report.names.push_back(recordName(pack.get(), i));
     }
     report.warning = damagedTrailer(path, facts);

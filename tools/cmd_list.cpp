@@ -24,7 +24,7 @@ struct Row {
 };
 
 Part partOf(TevOffsetInfo* raw) {
-    const OffsetPtr offset(raw);
+    const tev::Offset offset(raw);
     if (!offset) return {};
     return {offset->position, offset->length};
 }
@@ -89,7 +89,7 @@ Command addListCommand(CLI::App& parent) {
                 // Media without a container lists no records.
                 std::vector<Row> rows;
                 if (signatureHasContainer(facts->signature)) {
-                    PackPtr pack = requireContainer(options->file, *facts);
+                    tev::Pack pack = requireContainer(options->file, *facts);
                     if (!pack) return int{kExitFailed};
                     rows = collectRows(pack.get());
                 }

@@ -12,22 +12,14 @@
 #include <cstring>
 
 #include "cli.h"
+#include "container/check_internal.h"
+#include "container/format.h"
+#include "container/index.h"
 #include "edit_guard.h"
 #include "undo.h"
 
 namespace tevcli {
 namespace {
-
-constexpr uint32_t kVersion = 107;
-constexpr uint32_t kEntrySize = 12;
-constexpr uint32_t kKthoBase = 12;
-constexpr uint32_t kMaxNameLength = 1024;
-constexpr uint32_t kSubFlag = 0x8000;
-constexpr int64_t kBoxHeaderSize = 8;
-
-uint32_t le32(const unsigned char* p) {
-    return uint32_t{p[0]} | (uint32_t{p[1]} << 8) | (uint32_t{p[2]} << 16) | (uint32_t{p[3]} << 24);
-}
 
 // A read-only view of the whole file.
 class Mapping {
@@ -54,63 +46,68 @@ private:
     int64_t size_ = 0;
 };
 
-// True when a complete directory ends at `end` (just behind its "TEVT")
-// whose records lie back to back from `*first` up to "TEVH", each starting
-// with the meta type its entry gives and a name of 1 to 1024 bytes, none of
-// them in front of `floor`.
-bool directoryEndsAt(const unsigned char* b, int64_t end, int64_t floor, int64_t* first) {
-    if (end < 8 || std::memcmp(b + end - 4, "TEVT", 4) != 0) return false;
-    const uint32_t ktho = le32(b + end - 8);
-    const int64_t head = end - 8 - int64_t{ktho};
-    if (ktho < kKthoBase + kEntrySize || head < floor || std::memcmp(b + head, "TEVH", 4) != 0 ||
-        le32(b + head + 4) != kVersion) {
-        return false;
+// A directory to cut behind: where it ends and where the "tevd" box around
+// its records starts (-1 when they lie in none).
+struct Directory {
+    int64_t end = -1;
+    int64_t box = -1;
+};
+
+// The directory the library reads in the file's first `end` bytes, when it
+// is complete and strict enough to cut behind: version 107 with exactly as
+// many entries as KTHO counts, records back to back from the first one up to
+// "TEVH", none of them (nor their box) in front of `floor`, each starting
+// with the meta type its entry gives and holding its name and
+// sub-information.
+std::optional<Directory> directoryEndingAt(const Mapping& file, int64_t end, int64_t floor) {
+    tev::Buffer handle(_kbsetbuffer(const_cast<unsigned char*>(file.bytes()), end));
+    if (!handle || btruncate(handle.get(), end) != 0) return std::nullopt;
+    TevStreamBuffer stream(handle.get());
+    const tev::OwnedTevInfo info = tev::parseStreamIndex(&stream, true);
+    if (!info || info->version != tev::kVersion ||
+        info->header_offset !=
+            tev::kTailFieldsSize + tev::kKthoBase + uint64_t{tev::kDirectoryEntrySize} * info->meta_count) {
+        return std::nullopt;
     }
-    const uint32_t count = le32(b + head + 8);
-    if (count == 0 || (ktho - kKthoBase) / kEntrySize != count || (ktho - kKthoBase) % kEntrySize != 0) {
-        return false;
-    }
+    const int64_t head = end - info->header_offset;
     int64_t expected = -1;
-    for (uint32_t i = 0; i < count; ++i) {
-        const unsigned char* entry = b + head + 12 + int64_t{kEntrySize} * i;
-        const uint32_t meta = le32(entry);
-        const int64_t start = head - int64_t{le32(entry + 4)};
-        const int64_t length = le32(entry + 8);
-        if (start < floor || start >= head || (expected >= 0 && start != expected) || length > head - start) {
-            return false;
+    for (uint32_t i = 0; i < info->meta_count; ++i) {
+        const _TEV_data_info& entry = *info->meta_data[i];
+        const int64_t start = tev::recordStart(*info, entry);
+        const int64_t header =
+            entry.has_sub_info != 0 ? tev::kTagHeaderSize + tev::kSubInfoLengthSize : tev::kTagHeaderSize;
+        if (start < floor || start >= head || (expected >= 0 && start != expected) ||
+            entry.length > head - start || header + entry.name_length + entry.sub_info_length > entry.length ||
+            tev::loadLittleEndian32(file.bytes() + start) != entry.meta_type) {
+            return std::nullopt;
         }
-        const int64_t header = (meta & kSubFlag) != 0 ? 12 : 8;
-        if (length < header + 1 || le32(b + start) != meta) return false;
-        const uint32_t nameLength = le32(b + start + 4);
-        const int64_t subLength = (meta & kSubFlag) != 0 ? le32(b + start + 8) : 0;
-        if (nameLength < 1 || nameLength > kMaxNameLength || header + nameLength + subLength > length ||
-            ((meta & kSubFlag) != 0 && subLength == 0)) {
-            return false;
-        }
-        if (i == 0) *first = start;
-        expected = start + length;
+        expected = start + entry.length;
     }
-    return expected == head;
+    if (expected != head) return std::nullopt;
+    const bool boxed = checkSignatureMP4Tag(info.get()) == LUMET_TEV_TRUE && info->data_start_position >= floor;
+    return Directory{end, boxed ? info->data_start_position : -1};
 }
 
-// The end of the newest directory in the file, or -1.
-int64_t newestDirectoryEnd(const Mapping& file, int64_t floor, int64_t* first) {
+// The newest directory in the file: the one that ends closest to its end.
+std::optional<Directory> newestDirectory(const Mapping& file, int64_t floor) {
     const unsigned char* b = file.bytes();
-    for (int64_t scan = file.size(); scan >= 4;) {
-        const void* t = memrchr(b, 'T', static_cast<size_t>(scan - 3));
+    for (int64_t scan = file.size(); scan >= tev::kTagSize;) {
+        const void* t = memrchr(b, tev::kTagTail[0], static_cast<size_t>(scan - (tev::kTagSize - 1)));
         if (t == nullptr) break;
         const int64_t at = static_cast<const unsigned char*>(t) - b;
-        if (directoryEndsAt(b, at + 4, floor, first)) return at + 4;
-        scan = at + 3;
+        if (tev::tagEquals(reinterpret_cast<const char*>(b + at), tev::kTagTail)) {
+            if (std::optional<Directory> found = directoryEndingAt(file, at + tev::kTagSize, floor)) return found;
+        }
+        scan = at + tev::kTagSize - 1;
     }
-    return -1;
+    return std::nullopt;
 }
 
+// Sets the size field of the "tevd" box at `box` to reach `end`.
 bool writeBoxSize(int fd, int64_t box, int64_t end) {
-    const auto size = static_cast<uint32_t>(end - box);
-    const unsigned char field[4] = {static_cast<unsigned char>(size >> 24), static_cast<unsigned char>(size >> 16),
-                                    static_cast<unsigned char>(size >> 8), static_cast<unsigned char>(size)};
-    return pwrite(fd, field, sizeof field, box) == static_cast<ssize_t>(sizeof field);
+    TevStreamFD stream(fd);
+    return stream.seek(box, SEEK_SET) == box &&
+           stream.writeTEV_TOTALSIZE(static_cast<uint32_t>(end - box)) == tev::kFieldSize;
 }
 
 int say(const char* text) {
@@ -121,17 +118,14 @@ int say(const char* text) {
 int cutBehindNewestDirectory(const std::string& path) {
     const Mapping file(path);
     if (file.bytes() == nullptr) return fail(path, "cannot read the file");
-    const int64_t floor = mediaEnd(path).value_or(0);
-    int64_t first = 0;
-    const int64_t end = newestDirectoryEnd(file, floor, &first);
-    if (end < 0) {
+    const std::optional<Directory> directory = newestDirectory(file, mediaEnd(path).value_or(0));
+    if (!directory) {
         return fail(path, "no complete container directory to restore "
                           "(`tev clear --force` cuts the file back to its media)");
     }
-    const bool boxed = first >= floor + kBoxHeaderSize &&
-                       std::memcmp(file.bytes() + first - 4, "tevd", 4) == 0;
+    const int64_t end = directory->end;
     Fd fd(open(path.c_str(), O_WRONLY | O_CLOEXEC));
-    if (!fd.ok() || (boxed && !writeBoxSize(fd.get(), first - kBoxHeaderSize, end)) ||
+    if (!fd.ok() || (directory->box >= 0 && !writeBoxSize(fd.get(), directory->box, end)) ||
         ftruncate(fd.get(), end) != 0 || !fd.closeChecked()) {
         return fail(path, std::string("cannot cut the file: ") + std::strerror(errno));
     }

@@ -10,18 +10,14 @@
 #include <map>
 
 #include "cli.h"
+#include "echo/meta_list.h"
 #include "edit_guard.h"
 #include "json_out.h"
 
 namespace tevcli {
 namespace {
 
-// A bare sound has no name of its own; it is shown under the name its
-// record gets when the sound is converted.
-constexpr char kBareSoundName[] = "EchoFrame_000";
-// Positions in a file with sound are 32-bit; the library refuses edits that
-// would end at or past this bound.
-constexpr uint64_t kSoundSizeBound = 0xFFEFFFEBu;
+using tev::voxa::kMetaRecordName;
 // Records, meta list, directory and Voxa block added around a sound's bytes
 // by any sound edit, with room to spare.
 constexpr uint64_t kSoundEditOverhead = 4096;
@@ -33,8 +29,6 @@ struct Sound {
     bool inBlock = false;  // the Voxa block points at this one
 };
 
-constexpr char kMetaName[] = "EchoFrame_Meta_Info";
-
 struct SoundFacts {
     uint32_t signature = SIGNATURE_ERROR;
     int64_t size = 0;
@@ -42,17 +36,9 @@ struct SoundFacts {
     std::vector<Sound> sounds;
 };
 
-struct NameListDeleter {
-    uint32_t count = 0;
-    void operator()(char** names) const {
-        for (uint32_t i = 0; i < count; ++i) _kfree(names[i]);
-        _kfree(names);
-    }
-};
-
 // The first sound of the Voxa block: start and end, if it lists one.
 std::optional<std::pair<uint32_t, uint32_t>> blockSound(const std::string& path) {
-    VoxaPtr voxa(_checkAudioInImageFile(path.c_str()));
+    tev::Voxa voxa(_checkAudioInImageFile(path.c_str()));
     if (!voxa || voxa->sound_count == 0 || voxa->sound_table == nullptr) return std::nullopt;
     return std::make_pair(voxa->sound_table[0], voxa->sound_table[1]);
 }
@@ -60,16 +46,16 @@ std::optional<std::pair<uint32_t, uint32_t>> blockSound(const std::string& path)
 // The records named by the meta list, in list order. Nullopt (reported)
 // when the container or the list cannot be read.
 std::optional<std::vector<Sound>> listedSounds(const std::string& path, const FileFacts& facts) {
-    PackPtr pack = requireContainer(path, facts);
+    tev::Pack pack = requireContainer(path, facts);
     if (!pack) return std::nullopt;
     char** names = nullptr;
     uint32_t count = 0;
     getEchoFrameNameList(pack.get(), &names, &count);
-    const std::unique_ptr<char*, NameListDeleter> owned(names, NameListDeleter{count});
+    const tev::NameList owned(names, count);
     const auto block = blockSound(path);
     std::vector<Sound> sounds;
     for (uint32_t i = 0; i < count && names != nullptr; ++i) {
-        const OffsetPtr where(getTEVInFileByName(pack.get(), names[i]));
+        const tev::Offset where(getTEVInFileByName(pack.get(), names[i]));
         if (!where) {
             fail(path, "the sound list names \"" + printable(names[i]) + "\", which is not in the container");
             return std::nullopt;
@@ -94,8 +80,10 @@ std::optional<SoundFacts> describeSounds(const std::string& path, bool forWritin
             fail(path, "the Voxa sound block is damaged or lists no sound");
             return std::nullopt;
         }
+        // A bare sound has no name of its own; it is shown under the name
+        // its record gets when the sound is converted.
         result.sounds.push_back(
-            {kBareSoundName, block->first, int64_t{block->second} - block->first, true});
+            {tev::voxa::kFirstSoundName, block->first, int64_t{block->second} - block->first, true});
     } else if (signatureHasContainer(facts->signature)) {
         // Deleting the sound the Voxa block points at drops the block, so a
         // container without one may still list sounds.
@@ -113,11 +101,14 @@ const Sound* findSound(const SoundFacts& facts, const std::string& name) {
     return nullptr;
 }
 
-// Refusals shared by every sound edit.
-std::optional<std::string> refuseSoundEdit(const std::string& path, uint64_t fileSize, uint64_t adding) {
-    if (fileSize == 0) return "the file is empty; sounds are kept behind image data";
+// Refusals shared by every sound edit. A sound saved into a container grows
+// it under the library's container bound, one saved behind plain media or a
+// bare sound under its sound-block bound.
+std::optional<std::string> refuseSoundEdit(const std::string& path, const SoundFacts& facts, uint64_t adding) {
+    if (facts.size == 0) return "the file is empty; sounds are kept behind image data";
     if (isBoxedMedia(path)) return "MP4 and HEIC files cannot carry sound";
-    if (fileSize + adding + kSoundEditOverhead >= kSoundSizeBound) {
+    const uint64_t bound = signatureHasContainer(facts.signature) ? tev::kContainerSizeBound : tev::kVoxaSaveBound;
+    if (static_cast<uint64_t>(facts.size) + adding + kSoundEditOverhead >= bound) {
         return "no room: sound positions must stay below 4 GiB";
     }
     return std::nullopt;
@@ -164,10 +155,10 @@ namespace {
 // The names of the records that are neither sounds nor the sound list.
 std::vector<std::string> otherRecords(const std::string& path, const SoundSet& sounds) {
     std::vector<std::string> names;
-    PackPtr pack = signatureHasContainer(getSignature(path.c_str())) ? openContainer(path) : nullptr;
+    tev::Pack pack = signatureHasContainer(getSignature(path.c_str())) ? openContainer(path) : nullptr;
     for (uint32_t i = 0; pack && i < GetTevCount(pack.get()); ++i) {
         std::string name = recordName(pack.get(), i);
-        if (name != kMetaName && sounds.count(name) == 0) names.push_back(std::move(name));
+        if (name != kMetaRecordName && sounds.count(name) == 0) names.push_back(std::move(name));
     }
     return names;
 }
@@ -190,9 +181,31 @@ int guardedSoundEdit(const std::string& path, const std::function<int()>& edit,
     return guardedCommandWith(path, edit, check);
 }
 
+// The file's sound list with `name` added or taken out (the library's list
+// builders); empty when the list cannot be read.
+std::vector<char> changedSoundList(const std::string& path, const std::string& name, bool add) {
+    tev::Pack pack = openContainer(path);
+    if (!pack) return {};
+    const uint32_t metaIndex = _getIndexOfName(pack.get(), kMetaRecordName);
+    const tev::Offset meta(getTEVInFileByName(pack.get(), kMetaRecordName));
+    if (!meta || metaIndex >= GetTevCount(pack.get())) return {};
+    const uint32_t nameLength = static_cast<uint32_t>(name.size());
+    std::vector<char> payload(static_cast<size_t>(meta->length) + (add ? sizeof(uint32_t) + name.size() : 0));
+    payload.resize(add ? makeAddVoxaHeader(payload.data(), pack->info, metaIndex, name.data(), nameLength)
+                       : makeMinusVoxaHeader(payload.data(), pack->info, metaIndex, name.c_str(), nameLength));
+    return payload;
+}
+
+bool saveSoundList(const std::string& path, const std::vector<char>& payload) {
+    return !payload.empty() &&
+           saveTEVDataToFile(path.c_str(), kMetaRecordName, tev::voxa::kMetaRecordNameLength, nullptr, 0,
+                             reinterpret_cast<const unsigned char*>(payload.data()),
+                             static_cast<uint32_t>(payload.size()), tev::voxa::kMetaType, 1) == 1;
+}
+
 bool hasSoundList(const std::string& path) {
-    PackPtr pack = openContainer(path);
-    return pack && _getIndexOfName(pack.get(), kMetaName) < GetTevCount(pack.get());
+    tev::Pack pack = openContainer(path);
+    return pack && _getIndexOfName(pack.get(), kMetaRecordName) < GetTevCount(pack.get());
 }
 
 // A container without a Voxa block that already lists sounds: the library's
@@ -207,34 +220,20 @@ bool addListedSound(const std::string& path, const std::vector<Sound>& sounds, c
     for (const Sound& s : sounds) {
         if (s.name == name) return true;
     }
-    std::vector<char> payload;
-    {
-        PackPtr pack = openContainer(path);
-        if (!pack) return false;
-        const uint32_t metaIndex = _getIndexOfName(pack.get(), kMetaName);
-        const OffsetPtr meta(getTEVInFileByName(pack.get(), kMetaName));
-        if (!meta || metaIndex >= GetTevCount(pack.get())) return false;
-        payload.resize(static_cast<size_t>(meta->length) + sizeof(uint32_t) + name.size());
-        payload.resize(makeAddVoxaHeader(payload.data(), pack->info, metaIndex, name.data(),
-                                         static_cast<uint32_t>(name.size())));
-    }
-    return !payload.empty() &&
-           saveTEVDataToFile(path.c_str(), kMetaName, sizeof kMetaName - 1, nullptr, 0,
-                             reinterpret_cast<const unsigned char*>(payload.data()),
-                             static_cast<uint32_t>(payload.size()), TEV_ECHOFRAME_META_DATA, 1) == 1;
+    return saveSoundList(path, changedSoundList(path, name, true));
 }
 
 int runAdd(const std::string& path, const std::string& name, const std::string& dataFile) {
     const std::optional<SoundFacts> facts = describeSounds(path, true);
     if (!facts) return kExitFailed;
-    std::optional<FileBytes> data = readWholeFile(dataFile, kTooBigDataLength, "data file");
+    std::optional<FileBytes> data = readWholeFile(dataFile, tev::kTooBigDataLength, "data file");
     if (!data) return kExitFailed;
     if (data->empty()) return fail(dataFile, "the sound is empty");
     // The sound goes in once, plus one more copy of the old bare sound when
     // it is turned into a record first.
     uint64_t adding = data->size() + name.size();
     if (facts->bare) adding += static_cast<uint64_t>(facts->sounds.front().length);
-    if (std::optional<std::string> why = refuseSoundEdit(path, facts->size, adding)) return fail(path, *why);
+    if (std::optional<std::string> why = refuseSoundEdit(path, *facts, adding)) return fail(path, *why);
     if (facts->signature == SIGNATURE_TEV && !requireContainer(path, {facts->size, facts->signature})) {
         return kExitFailed;
     }
@@ -268,7 +267,7 @@ int runAdd(const std::string& path, const std::string& name, const std::string& 
 }
 
 int writeSound(const std::string& path, const Sound& s, const std::string& output) {
-    FilePtr in(std::fopen(path.c_str(), "rb"));
+    tev::OwnedFile in(std::fopen(path.c_str(), "rb"));
     if (!in) return fail(path, std::string("cannot open: ") + std::strerror(errno));
     std::vector<unsigned char> bytes(static_cast<size_t>(s.length));
     if (std::fseek(in.get(), static_cast<long>(s.position), SEEK_SET) != 0 ||
@@ -278,7 +277,7 @@ int writeSound(const std::string& path, const Sound& s, const std::string& outpu
     if (output.empty() || output == "-") {
         return writeOut(bytes.data(), bytes.size()) ? int{kExitOk} : fail("<stdout>", "cannot write the output");
     }
-    FilePtr fp(std::fopen(output.c_str(), "wb"));
+    tev::OwnedFile fp(std::fopen(output.c_str(), "wb"));
     if (!fp) return fail(output, std::string("cannot open for writing: ") + std::strerror(errno));
     const bool written = std::fwrite(bytes.data(), 1, bytes.size(), fp.get()) == bytes.size();
     if (!written || std::fclose(fp.release()) != 0) return fail(output, "cannot write the output");
@@ -300,22 +299,9 @@ bool deleteRecord(const std::string& path, const std::string& name) {
 // A container without a Voxa block: the library's sound deletes want the
 // block, so the record goes by name and the list is saved without it.
 bool deleteListedSound(const std::string& path, const SoundFacts& facts, const std::string& name) {
-    if (facts.sounds.size() == 1) return deleteRecord(path, name) && deleteRecord(path, kMetaName);
-    std::vector<char> payload;
-    {
-        PackPtr pack = openContainer(path);
-        if (!pack) return false;
-        const uint32_t metaIndex = _getIndexOfName(pack.get(), kMetaName);
-        const OffsetPtr meta(getTEVInFileByName(pack.get(), kMetaName));
-        if (!meta || metaIndex >= GetTevCount(pack.get())) return false;
-        payload.resize(static_cast<size_t>(meta->length));
-        payload.resize(makeMinusVoxaHeader(payload.data(), pack->info, metaIndex, name.c_str(),
-                                           static_cast<uint32_t>(name.size())));
-    }
-    if (payload.empty() || !deleteRecord(path, name)) return false;
-    return saveTEVDataToFile(path.c_str(), kMetaName, sizeof kMetaName - 1, nullptr, 0,
-                             reinterpret_cast<const unsigned char*>(payload.data()),
-                             static_cast<uint32_t>(payload.size()), TEV_ECHOFRAME_META_DATA, 1) == 1;
+    if (facts.sounds.size() == 1) return deleteRecord(path, name) && deleteRecord(path, kMetaRecordName);
+    const std::vector<char> payload = changedSoundList(path, name, false);
+    return !payload.empty() && deleteRecord(path, name) && saveSoundList(path, payload);
 }
 
 uint32_t deleteSound(const std::string& path, const SoundFacts& facts, const std::string& name) {
@@ -330,7 +316,7 @@ uint32_t clearSounds(const std::string& path, const SoundFacts& facts) {
     for (const Sound& s : facts.sounds) {
         if (!deleteRecord(path, s.name)) return 0;
     }
-    return deleteRecord(path, kMetaName) ? 1 : 0;
+    return deleteRecord(path, kMetaRecordName) ? 1 : 0;
 }
 
 int runDelete(const std::string& path, const std::string& name) {
@@ -369,9 +355,9 @@ int runConvert(const std::string& path) {
     const std::optional<SoundFacts> facts = describeSounds(path, true);
     if (!facts) return kExitFailed;
     if (!facts->bare) return fail(path, "no bare sound to convert (the file holds no Voxa-only sound)");
-    if (std::optional<std::string> why = refuseSoundEdit(path, facts->size, 0)) return fail(path, *why);
+    if (std::optional<std::string> why = refuseSoundEdit(path, *facts, 0)) return fail(path, *why);
     const auto convert = [&] {
-        FilePtr fp(std::fopen(path.c_str(), "r+b"));
+        tev::OwnedFile fp(std::fopen(path.c_str(), "r+b"));
         if (!fp) return fail(path, std::string("cannot open for writing: ") + std::strerror(errno));
         TevStreamFile stream(fp.get());
         _voxa_info_struct* voxa = checkVoxaInStream(&stream);

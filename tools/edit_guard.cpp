@@ -7,10 +7,12 @@
 #include <algorithm>
 #include <cstring>
 
+#include "container/index.h"
+#include "container/mp4_box.h"
+
 namespace tevcli {
 namespace {
 
-constexpr int64_t kBoxHeaderSize = 8;
 constexpr size_t kCompareChunk = 1 << 20;
 
 int64_t fileSize(const std::string& path) {
@@ -36,16 +38,9 @@ bool boxed(_TEV_info_pack* pack) { return checkSignatureMP4Tag(pack->info) == LU
 // The "tevd" box's size field must count the box to the end of the file.
 bool boxSizeRight(const std::string& path, _TEV_info_pack* pack) {
     const _TEV_info* info = pack->info;
-    const int64_t size = fileSize(path);
-    FilePtr fp(std::fopen(path.c_str(), "rb"));
-    unsigned char field[4];
-    if (!fp || fseeko(fp.get(), info->data_start_position, SEEK_SET) != 0 ||
-        std::fread(field, 1, sizeof field, fp.get()) != sizeof field) {
-        return false;
-    }
-    const int64_t stored = (int64_t{field[0]} << 24) | (int64_t{field[1]} << 16) | (int64_t{field[2]} << 8) |
-                           int64_t{field[3]};
-    return stored == size - info->data_start_position;
+    uint32_t stored = 0;
+    return tev::readBoxSize(*info->Stream, info->data_start_position, &stored) &&
+           stored == fileSize(path) - info->data_start_position;
 }
 
 // The first byte the library keeps behind the media: the first record (or
@@ -57,10 +52,10 @@ int64_t firstKeptByte(const std::string& path) {
     int64_t first = fileSize(path);
     const uint32_t signature = getSignature(path.c_str());
     if (signatureHasContainer(signature)) {
-        if (PackPtr pack = openContainer(path)) first = std::min(first, pack->info->data_start_position);
+        if (tev::Pack pack = openContainer(path)) first = std::min(first, pack->info->data_start_position);
     }
     if (signature == SIGNATURE_VOXA || signature == SIGNATURE_VOXA_TEV) {
-        VoxaPtr voxa(_checkAudioInImageFile(path.c_str()));
+        tev::Voxa voxa(_checkAudioInImageFile(path.c_str()));
         for (uint32_t i = 0; voxa && voxa->sound_table != nullptr && i < voxa->sound_count; ++i) {
             first = std::min<int64_t>(first, voxa->sound_table[2 * i]);
         }
@@ -78,15 +73,14 @@ std::vector<Region> appendedRegions(const std::string& path, const FileFacts& fa
 
 std::vector<Region> recordRegions(_TEV_info_pack* pack, const std::vector<std::string>& names) {
     const _TEV_info* info = pack->info;
-    const int64_t directory = info->stream_size - static_cast<int64_t>(info->header_offset);
-    int64_t from = directory;
+    int64_t from = info->stream_size - static_cast<int64_t>(info->header_offset);  // "TEVH"
     for (uint32_t i = 0; i < info->meta_count; ++i) {
         if (std::find(names.begin(), names.end(), recordName(pack, i)) != names.end()) {
-            from = std::min(from, directory - static_cast<int64_t>(info->meta_data[i]->start_offset));
+            from = std::min(from, tev::recordStart(*info, *info->meta_data[i]));
         }
     }
     std::vector<Region> regions{{from, info->stream_size - from}};
-    if (boxed(pack)) regions.push_back({info->data_start_position, kBoxHeaderSize});
+    if (boxed(pack)) regions.push_back({info->data_start_position, tev::kBoxHeaderSize});
     return regions;
 }
 
@@ -131,7 +125,7 @@ bool fileHolds(const std::string& path, int64_t at, const unsigned char* expecte
 std::optional<std::string> containerReadsWhole(const std::string& path) {
     const uint32_t signature = getSignature(path.c_str());
     if (!signatureHasContainer(signature)) return std::nullopt;
-    PackPtr pack = openContainer(path);
+    tev::Pack pack = openContainer(path);
     if (!pack) return "its container does not read";
     for (uint32_t i = 0; i < GetTevCount(pack.get()); ++i) {
         if (recordName(pack.get(), i).empty()) return "a record has no readable name";
@@ -145,7 +139,7 @@ std::optional<std::string> containerReadsWhole(const std::string& path) {
 std::optional<std::string> recordHolds(const std::string& path, const std::string& name, uint32_t type,
                                        const unsigned char* sub, size_t subLength, const unsigned char* data,
                                        size_t dataLength, bool boxed) {
-    PackPtr pack = openContainer(path);
+    tev::Pack pack = openContainer(path);
     if (!pack) return "its container does not read";
     if (boxed && checkSignatureMP4Tag(pack->info) != LUMET_TEV_TRUE) return "the container is not in a \"tevd\" box";
     _TEV_info* info = pack->info;

@@ -1,6 +1,6 @@
 // Finding where the media ends and whether the file's end looks like a
 // damaged container. Both read the file directly, independently of the
-// library's own parser, so that a file the library cannot read can still be
+// library's directory parser, so that a file the library cannot read can still be
 // judged and cut back to its media.
 #include <sys/stat.h>
 
@@ -8,6 +8,8 @@
 #include <cstring>
 
 #include "cli.h"
+#include "container/index.h"
+#include "container/mp4_box.h"
 
 namespace tevcli {
 namespace {
@@ -41,15 +43,12 @@ public:
     // The next byte from the current position; -1 at the end.
     int next() { return std::fgetc(fp_.get()); }
     int64_t tell() { return ftello(fp_.get()); }
+    FILE* file() const { return fp_.get(); }
 
 private:
-    FilePtr fp_;
+    tev::OwnedFile fp_;
     int64_t size_ = -1;
 };
-
-uint32_t bigEndian32(const unsigned char* b) {
-    return uint32_t{b[0]} << 24 | uint32_t{b[1]} << 16 | uint32_t{b[2]} << 8 | b[3];
-}
 
 // Skips a scan's entropy-coded bytes from `position` (FF 00 is a data byte,
 // FF D0..D7 a restart marker); the position of the marker that ends it.
@@ -97,24 +96,38 @@ std::optional<int64_t> jpegEnd(Reader& r) {
 bool isBoxTypeChar(unsigned char c) { return c >= 0x20 && c < 0x7F; }
 
 // Top-level boxes from the start; the media ends at the first "tevd" box or
-// the first bytes that are not a box. The file must open with "ftyp".
+// the first bytes that are not a box. The file must open with "ftyp". Box
+// sizes are read as the library reads the "tevd" box's; a size of 1 is
+// followed by a 64-bit size, two such fields.
 std::optional<int64_t> boxedEnd(Reader& r) {
-    unsigned char head[16];
-    if (!r.read(0, head, 8) || std::memcmp(head + 4, "ftyp", 4) != 0) return std::nullopt;
+    unsigned char type[tev::kTagSize];
+    if (!r.read(tev::kFieldSize, type, sizeof type) || !tev::tagEquals(reinterpret_cast<char*>(type), tev::kTagFtyp)) {
+        return std::nullopt;
+    }
+    TevStreamFile stream(r.file());
     int64_t position = 0;
     while (position < r.size()) {
-        if (!r.read(position, head, 8)) return position;
-        if (!std::all_of(head + 4, head + 8, isBoxTypeChar) || std::memcmp(head + 4, "tevd", 4) == 0) {
+        uint32_t field = 0;
+        if (!r.read(position + tev::kFieldSize, type, sizeof type) || !tev::readBoxSize(stream, position, &field)) {
             return position;
         }
-        uint64_t size = bigEndian32(head);
+        if (!std::all_of(type, type + sizeof type, isBoxTypeChar) ||
+            tev::tagEquals(reinterpret_cast<char*>(type), tev::kTagBox)) {
+            return position;
+        }
+        uint64_t size = field;
+        uint32_t high = 0;
+        uint32_t low = 0;
         if (size == 1) {
-            if (!r.read(position + 8, head + 8, 8)) return position;
-            size = uint64_t{bigEndian32(head + 8)} << 32 | bigEndian32(head + 12);
+            if (!tev::readBoxSize(stream, position + tev::kBoxHeaderSize, &high) ||
+                !tev::readBoxSize(stream, position + tev::kBoxHeaderSize + tev::kFieldSize, &low)) {
+                return position;
+            }
+            size = uint64_t{high} << 32 | low;
         } else if (size == 0) {
             size = static_cast<uint64_t>(r.size() - position);
         }
-        if (size < 8 || size > static_cast<uint64_t>(r.size() - position)) return position;
+        if (size < tev::kBoxHeaderSize || size > static_cast<uint64_t>(r.size() - position)) return position;
         position += static_cast<int64_t>(size);
     }
     return position;
@@ -124,7 +137,10 @@ bool tailHoldsTag(Reader& r) {
     const int64_t length = std::min(r.size(), kTrailerScanLength);
     std::string tail(static_cast<size_t>(length), '\0');
     if (!r.read(r.size() - length, tail.data(), tail.size())) return false;
-    return tail.find("TEVH") != std::string::npos || tail.find("TEVT") != std::string::npos;
+    const auto holds = [&tail](const char(&tag)[tev::kTagSize]) {
+        return tail.find(std::string(tag, sizeof tag)) != std::string::npos;
+    };
+    return holds(tev::kTagHead) || holds(tev::kTagTail);
 }
 
 }  // namespace

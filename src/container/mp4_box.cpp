@@ -9,6 +9,7 @@
 
 #include "container/format.h"
 #include "container/index.h"
+#include "container/mp4_box.h"
 #include "container/owned.h"
 #include "tev/mp4.h"
 #include "util/checked.h"
@@ -102,6 +103,15 @@ uint32_t moveBehindHeader(TevStream& stream, int64_t start, const unsigned char*
 }
 
 }  // namespace
+
+bool tev::readBoxSize(TevStream& stream, int64_t position, uint32_t* size) {
+    unsigned char field[kBoxSizeFieldSize] = {};
+    if (position < 0 || stream.seek(position, SEEK_SET) != position || !readFully(stream, field, sizeof field)) {
+        return false;
+    }
+    *size = uint32_t{field[0]} << 24 | uint32_t{field[1]} << 16 | uint32_t{field[2]} << 8 | field[3];
+    return true;
+}
 
 uint32_t writeMP4TagStream(TevStream* stream, int64_t* position) {
     if (stream == nullptr) {

@@ -23,6 +23,9 @@ inline constexpr uint32_t kVoxaFirstUnreadableVersion = 207;
 inline constexpr uint32_t kVoxaAppendVersion = 106;
 inline constexpr uint32_t kVoxaWriterVersion = 107;
 inline constexpr uint32_t kVoxaOneSoundHeaderLength = 20;  // header length field for one sound
+// Sound positions are 32-bit: whatever is added behind the last sound must
+// end below this.
+inline constexpr uint64_t kVoxaSaveBound = 0xFFEFFFEBu;
 
 // The one writer of a block behind a container: "VOXA", `version`,
 // `count`, one table entry (`start`, `end`), header length 20 and "VOXABS",

@@ -12,9 +12,6 @@
 
 namespace {
 
-// Sound positions are 32-bit: whatever is added behind the last sound must
-// end below this.
-constexpr uint64_t kVoxaSaveBound = 0xFFEFFFEBu;
 // "TEVT" sits this far before "VOXA": the length field (4) and "VOXABS" (6)
 // are counted from the end, then the block's own header length, then 4.
 constexpr int64_t kTevTagBeforeMagic = 14;
@@ -55,7 +52,7 @@ uint32_t checkVoxaInfoForSaving(_voxa_info_struct* voxa, uint32_t data_len, uint
         return LUMET_TEV_FALSE;
     }
     const uint64_t total = uint64_t{data_len} + sub_len + name_len + lastSoundEnd(*voxa);
-    if (total >= kVoxaSaveBound) {
+    if (total >= tev::kVoxaSaveBound) {
         tev::logLine(tev::kLogError, "checkVoxaInfoForSaving",
                      "There is no space for saving TEV data in the source file, a voax data");
         return LUMET_TEV_FALSE;
