@@ -12,6 +12,7 @@
 #include "tev/query.h"
 #include "tev/sound.h"
 #include "tev/voxa.h"
+#include "stream/safe_edit.h"
 #include "util/log.h"
 #include "echo/meta_list.h"
 #include "voxa/sound_internal.h"
@@ -271,7 +272,9 @@ uint32_t saveVoxaToImageFile(const char* path, unsigned char* data, uint32_t siz
     FILE* fp = path != nullptr ? std::fopen(path, "r+b") : nullptr;
     if (fp == nullptr) return LUMET_TEV_FALSE;
     TevStream* stream = new TevStreamFile(fp);
-    const uint32_t result = saveVoxaToImageStream(stream, data, size, name, name_len);
+    const uint32_t result = tev::guardedStreamEdit(stream, [&](TevStream& edited) {
+        return saveVoxaToImageStream(&edited, data, size, name, name_len);
+    });
     std::fclose(fp);
     delete stream;
     return result;
@@ -357,7 +360,12 @@ uint32_t copyVoxaData(const char* src, const char* dst) {
     if (srcFile && dstFile) {
         TevStreamFile srcStream(srcFile.get());
         TevStreamFile dstStream(dstFile.get());
-        copyVoxaDataStream(&srcStream, &dstStream);
+        // The source may be converted in place too: both are guarded edits.
+        tev::guardedStreamEdit(&dstStream, [&](TevStream& dstEdited) {
+            return tev::guardedStreamEdit(&srcStream, [&](TevStream& srcEdited) {
+                return copyVoxaDataStream(&srcEdited, &dstEdited);
+            });
+        });
     }
     return LUMET_TEV_TRUE;
 }

@@ -7,6 +7,7 @@
 #include "container/owned.h"
 #include "tev/sound.h"
 #include "tev/voxa.h"
+#include "stream/safe_edit.h"
 #include "util/log.h"
 #include "voxa/sound_internal.h"
 
@@ -143,7 +144,7 @@ uint32_t deleteAVoxa(const char* path) {
         return LUMET_TEV_FALSE;
     }
     TevStreamFile stream(file.get());
-    return deleteAVoxaStream(&stream);
+    return tev::guardedStreamEdit(&stream, [](TevStream& edited) { return deleteAVoxaStream(&edited); });
 }
 
 uint32_t deleteAVoxaFd(int fd) {
@@ -152,5 +153,5 @@ uint32_t deleteAVoxaFd(int fd) {
         return LUMET_TEV_FALSE;
     }
     TevStreamFD stream(fd);
-    return deleteAVoxaStream(&stream);
+    return tev::guardedStreamEdit(&stream, [](TevStream& edited) { return deleteAVoxaStream(&edited); });
 }
