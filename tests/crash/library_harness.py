@@ -27,6 +27,7 @@ import subprocess
 import sys
 import tempfile
 
+sys.dont_write_bytecode = True
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from crash_harness import read_container  # noqa: E402
 
