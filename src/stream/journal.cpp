@@ -54,14 +54,31 @@ struct Footer {
     uint32_t crc = 0;
 };
 
-struct CrcTable {
-    unsigned int values[256];
-    CrcTable() { makeCRCtable(values, kCrc32Polynomial); }
+// The reflected CRC-32 of calcCRC, eight bytes a step: the journal is
+// checked over every byte an edit moves, so this runs at memory speed.
+struct CrcTables {
+    uint32_t t[8][256];
+    CrcTables() {
+        makeCRCtable(t[0], kCrc32Polynomial);
+        for (int i = 0; i < 256; ++i) {
+            for (int k = 1; k < 8; ++k) t[k][i] = (t[k - 1][i] >> 8) ^ t[0][t[k - 1][i] & 0xFFu];
+        }
+    }
 };
 
 uint32_t crcOf(const unsigned char* bytes, int64_t size, uint32_t crc = 0) {
-    static CrcTable table;
-    return calcCRC(bytes, size, crc, table.values);
+    static const CrcTables tables;
+    const auto& t = tables.t;
+    uint32_t c = ~crc;
+    int64_t i = 0;
+    for (; i + 8 <= size; i += 8) {
+        const uint32_t lo = c ^ (uint32_t{bytes[i]} | uint32_t{bytes[i + 1]} << 8 | uint32_t{bytes[i + 2]} << 16 |
+                                 uint32_t{bytes[i + 3]} << 24);
+        c = t[7][lo & 0xFFu] ^ t[6][(lo >> 8) & 0xFFu] ^ t[5][(lo >> 16) & 0xFFu] ^ t[4][lo >> 24] ^
+            t[3][bytes[i + 4]] ^ t[2][bytes[i + 5]] ^ t[1][bytes[i + 6]] ^ t[0][bytes[i + 7]];
+    }
+    for (; i < size; ++i) c = (c >> 8) ^ t[0][(c ^ bytes[i]) & 0xFFu];
+    return ~c;
 }
 
 void put32(unsigned char* at, uint32_t value) {

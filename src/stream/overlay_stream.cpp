@@ -71,7 +71,7 @@ int64_t OverlayStream::readAt(int64_t at, unsigned char* out, int64_t size) {
     return done;
 }
 
-bool OverlayStream::resizeTail(int64_t size) {
+bool OverlayStream::resizeTail(int64_t size, bool zeroFill) {
     if (size > mTailCapacity) {
         int64_t capacity = std::max<int64_t>(mTailCapacity * 2, 4096);
         capacity = std::max(capacity, size);
@@ -80,7 +80,7 @@ bool OverlayStream::resizeTail(int64_t size) {
         mTail = grown;
         mTailCapacity = capacity;
     }
-    if (size > mTailSize) std::memset(mTail + mTailSize, 0, static_cast<size_t>(size - mTailSize));
+    if (zeroFill && size > mTailSize) std::memset(mTail + mTailSize, 0, static_cast<size_t>(size - mTailSize));
     mTailSize = size;
     return true;
 }
@@ -90,7 +90,7 @@ bool OverlayStream::resizeTail(int64_t size) {
 bool OverlayStream::lowerBase(int64_t at) {
     const int64_t extra = mBase - at;
     const int64_t oldSize = mTailSize;
-    if (!resizeTail(oldSize + extra)) {
+    if (!resizeTail(oldSize + extra, false)) {  // filled from the file below
         mTailSize = oldSize;
         return false;
     }

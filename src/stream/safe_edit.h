@@ -59,7 +59,7 @@ private:
     int64_t readAt(int64_t at, unsigned char* out, int64_t size);
     bool writeAt(int64_t at, const unsigned char* bytes, int64_t size);
     bool lowerBase(int64_t at);
-    bool resizeTail(int64_t size);
+    bool resizeTail(int64_t size, bool zeroFill = true);
     int64_t writeCounted(const void* buffer, int64_t size);
 
     int mFd;
