@@ -211,9 +211,11 @@ bool copyRange(int fd, int64_t from, int64_t to, int64_t size) {
     return true;
 }
 
-// After a failed write before anything in place changed: the old end again.
+// After a failed write before anything in place changed: the old end again
+// (nothing to cut when nothing went out, as on a descriptor opened read-only).
 CommitResult rollBackToOldEnd(int fd, int64_t oldEnd) {
-    return cut(fd, oldEnd) ? CommitResult::kRolledBack : CommitResult::kPending;
+    if (sizeOf(fd) == oldEnd || cut(fd, oldEnd)) return CommitResult::kRolledBack;
+    return CommitResult::kPending;
 }
 
 }  // namespace
