@@ -9,6 +9,7 @@
 //     deletemulti FILE NAME...       deleteTEVMultiDataFromFilebyName
 //     clear FILE                     deleteAllDataFromFile
 //     clearfd FILE                   deleteAllDataFromFd
+//     fastclear FILE                 deleteFastAllTEVData
 //     sound FILE NAME DATA           saveVoxaToImageFile
 //     sounddel FILE NAME             deleteVoxaFromImageFile
 //     soundclear FILE                deleteAllVoxaFromImageFile
@@ -123,6 +124,7 @@ int main(int argc, char** argv) {
                                                    static_cast<uint32_t>(names.size())));
     }
     if (op == "clear") return ok(deleteAllDataFromFile(file));
+    if (op == "fastclear") return ok(deleteFastAllTEVData(file));
     if (op == "clearfd") {
         const int fd = open(file, O_RDWR);
         const int rc = ok(deleteAllDataFromFd(fd));

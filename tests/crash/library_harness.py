@@ -163,6 +163,7 @@ def make_files(driver, media_dir, work):
             ("deleteTEVMultiDataFromFilebyName, first and last", start, ["deletemulti", "FILE", "rec_a", "rec_c"]),
             ("deleteAllDataFromFile", start, ["clear", "FILE"]),
             ("deleteAllDataFromFd", start, ["clearfd", "FILE"]),
+            ("deleteFastAllTEVData", start, ["fastclear", "FILE"]),
             ("copyTEVData into a plain file", plain, ["copy", start, "FILE"]),
             ("copyTEVDataFd into a plain file", plain, ["copyfd", start, "FILE"]),
         ]
