@@ -199,7 +199,7 @@ def main():
                     shutil.copyfile(os.path.join(media_dir, "sample.jpg"), photo)
                     out = subprocess.run([driver, "crowd", photo, str(threads), str(procs), "40"],
                                          capture_output=True, text=True, timeout=300)
-                    line = f"round {rounds + 1}, {threads} threads x {procs} processes: {out.stdout.strip()}"
+                    line = f"- round {rounds + 1}, {threads} threads x {procs} processes: {out.stdout.strip()}"
                     crowd_lines.append(line)
                     if out.returncode != 0:
                         failures.append("same-file case: " + line)
