@@ -178,8 +178,8 @@ uint32_t convertVoxaToEchoFrame(_voxa_info_struct** voxa) {
 uint32_t deleteVoxaFromImageFile(const char* path, const char* name) {
     const tev::OwnedFile file(path != nullptr ? std::fopen(path, "r+b") : nullptr);
     if (!file || name == nullptr) return LUMET_TEV_FALSE;
-    TevStreamFile file_stream(file.get());
-    return tev::guardedStreamEdit(&file_stream, [&](TevStream& stream) -> uint32_t {
+    TevStreamFile fileStream(file.get());
+    return tev::guardedStreamEdit(&fileStream, [&](TevStream& stream) -> uint32_t {
         switch (getSignatureStream(&stream)) {
             case SIGNATURE_DETECTION_FAIL:
             case SIGNATURE_TEV:
@@ -197,8 +197,8 @@ uint32_t deleteVoxaFromImageFile(const char* path, const char* name) {
 uint32_t deleteAllVoxaFromImageFile(const char* path) {
     const tev::OwnedFile file(path != nullptr ? std::fopen(path, "r+b") : nullptr);
     if (!file) return LUMET_TEV_FALSE;
-    TevStreamFile file_stream(file.get());
-    return tev::guardedStreamEdit(&file_stream, [&](TevStream& stream) -> uint32_t {
+    TevStreamFile fileStream(file.get());
+    return tev::guardedStreamEdit(&fileStream, [&](TevStream& stream) -> uint32_t {
         if (getSignatureStream(&stream) != SIGNATURE_VOXA_TEV) return LUMET_TEV_FALSE;
         tev::OwnedVoxaOnStream voxa(_checkAudioInImageStream(&stream));
         MetaList list;

@@ -45,7 +45,6 @@ uint32_t saveCheckedToPath(const char* tooBigTag, const char* path, const SaveRe
     return saveRequestToPath(path, r);
 }
 
-
 }  // namespace
 }  // namespace tev
 

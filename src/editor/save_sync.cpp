@@ -35,8 +35,8 @@ uint32_t saveTEVDataToFileSync(const char* path, const char* name, uint32_t name
         return LUMET_TEV_FALSE;
     }
     const OwnedFile file(_kfopen(path, "r+b"));
-    TevStreamFile file_stream(file.get());  // goes before the file is closed
-    return tev::guardedStreamEdit(&file_stream, [&](TevStream& stream) -> uint32_t {
+    TevStreamFile fileStream(file.get());  // goes before the file is closed
+    return tev::guardedStreamEdit(&fileStream, [&](TevStream& stream) -> uint32_t {
         if (!stream.CheckError()) {
             logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToFileSync", "Stream CheckError is false");
             return LUMET_TEV_FALSE;
