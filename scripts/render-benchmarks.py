@@ -26,14 +26,16 @@ OPS = OrderedDict([
         "call": "`saveTEVDataToFile(path, existing name, …, update 1)` on the middle record",
         "raw": "one `pwrite`, where the old record began, of the R bytes of records behind it, the "
                "new record (P bytes) and the new directory",
-        "target": "≤ 1.5× raw, peak heap ≤ 1 MiB + 16 KiB + index; 5,000 × 1 KiB under 2 ms",
+        "target": "≤ 2× raw (the journal writes the moved bytes twice; the peak heap holds them, "
+                  "docs/reliability.md); 5,000 × 1 KiB under 2 ms",
     }),
     ("delete", {
         "title": "Delete a record",
         "call": "`deleteTEVDataFromFile(path, name)` on the middle record",
         "raw": "moving the R bytes of records behind it (`pread` into fresh memory, `pwrite` where "
                "the record began) and `ftruncate`",
-        "target": "≤ 1.5× raw, peak heap ≤ 1 MiB + 16 KiB + index; 5,000 × 1 KiB under 2 ms",
+        "target": "≤ 2× raw (the journal writes the moved bytes twice; the peak heap holds them, "
+                  "docs/reliability.md); 5,000 × 1 KiB under 2 ms",
     }),
     ("extract", {
         "title": "Extract a record",
@@ -69,8 +71,6 @@ OPS = OrderedDict([
 # index (per record its entry, name and name-list slot, allowed at this many
 # bytes) and a fixed part for the stdio buffer of the file the path form
 # opens and the directory assembled for one write.
-INDEX_BYTES_PER_RECORD = 128
-FIXED_ALLOWANCE = 16 * 1024
 MANY_SMALL = 5000
 FAST_MS = 2.0
 
@@ -216,10 +216,8 @@ def target_met(row):
         if row["real_time"] >= FAST_MS:
             return False
     if op in ("replace", "delete"):
-        limit = MIB + FIXED_ALLOWANCE + INDEX_BYTES_PER_RECORD * row["records"]
-        if not 0 <= row["peak_heap_B"] <= limit:
-            return False
-    if op in ("append", "replace", "delete"):
+        return row["ratio"] <= 2.0
+    if op == "append":
         return row["ratio"] <= 1.5
     if op == "extract":
         return row["ratio"] <= 1.3

@@ -144,6 +144,15 @@ int runRepair(const std::string& path) {
         case UndoState::kNone:
             break;
     }
+    // An edit of the library cut short leaves its journal behind the file's
+    // end; the library completes or undoes it, and the file loses the journal.
+    struct stat before {};
+    const bool sized = stat(path.c_str(), &before) == 0;
+    if (recoverTEVFile(path.c_str()) != 1) return fail(path, "cannot complete or undo the interrupted edit");
+    struct stat after {};
+    if (sized && stat(path.c_str(), &after) == 0 && after.st_size != before.st_size) {
+        return say("completed or undid the interrupted edit");
+    }
     const std::optional<FileFacts> facts = inspectFile(path, true);
     if (!facts) return kExitFailed;
     const bool damaged = damagedTrailer(path, *facts).has_value() ||

@@ -269,4 +269,13 @@ TEV_API uint32_t FastChangeOrgData(const char* path, const char* orgPath);
 TEV_API uint32_t FastChangeOrgDataFd(int fd, int orgFd);
 TEV_API uint32_t FastChangeOrgDataStream(TevStream* stream, TevStream* org);
 
+// ------------------------------------------------------------- recovery
+// Every editing entry point over a path or descriptor is all or nothing: a
+// process killed part-way leaves a journal that the next call on the file
+// completes or undoes. These run that step on request: 1 when the file is
+// consistent afterwards (also when nothing was pending), 0 when it could not
+// be made so (it does not open for writing, a write failed).
+TEV_API uint32_t recoverTEVFile(const char* path);
+TEV_API uint32_t recoverTEVFd(int fd);  // the descriptor's position is kept
+
 #endif  // TEV_EDITOR_H

@@ -121,6 +121,7 @@ public:
     int64_t getAllocSize() override;
     int destroyPointer() override;
     bool CheckError() override;
+    int descriptor() const { return mFd; }  // the descriptor it stands on
 
 private:
     int mFd;
@@ -145,6 +146,7 @@ public:
     int64_t getAllocSize() override;
     int destroyPointer() override;  // closes the FILE*; returns the fclose result
     bool CheckError() override;
+    int descriptor() const { return mFp != nullptr ? fileno(mFp) : -1; }  // -1 once closed
 
 private:
     TevStreamFD* mStreamFd;

@@ -12,6 +12,7 @@
 #include "tev/container.h"
 #include "tev/detect.h"
 #include "tev/voxa.h"
+#include "stream/safe_edit.h"
 #include "util/log.h"
 
 namespace {
@@ -140,6 +141,7 @@ _TEV_info_pack* checkTEVInFile(const char* path) {
         logLine(kLogError, "TEVCommonAPIs", "File Open Error");
         return nullptr;
     }
+    const tev::ReadGuard guard(tev::descriptorOf(fp.get()), true);
     return checkOpenedFile(std::move(fp));
 }
 
@@ -153,6 +155,7 @@ _TEV_info_pack* checkTEVWithReadPM(const char* path) {
         logLine(kLogError, "TEVCommonAPIs::checkTEVWithReadPM", "File Open Error");
         return nullptr;
     }
+    const tev::ReadGuard guard(tev::descriptorOf(fp.get()), false);
     return checkOpenedFile(std::move(fp));
 }
 
@@ -169,6 +172,7 @@ _TEV_info_pack* checkTEVInFd(int fd) {
         logLine(kLogError, "TEVCommonAPIs::checkTEVInFd", "fd error!!");
         return nullptr;
     }
+    const tev::ReadGuard guard(fd, tev::descriptorWritable(fd));
     return checkOwnedStream(new (std::nothrow) TevStreamFD(fd));
 }
 

@@ -10,6 +10,7 @@
 #include "tev/query.h"
 #include "tev/sound.h"
 #include "tev/voxa.h"
+#include "stream/safe_edit.h"
 #include "util/log.h"
 #include "echo/echoframe_internal.h"
 #include "echo/meta_list.h"
@@ -174,41 +175,45 @@ uint32_t convertVoxaToEchoFrame(_voxa_info_struct** voxa) {
 uint32_t deleteVoxaFromImageFile(const char* path, const char* name) {
     const tev::OwnedFile file(path != nullptr ? std::fopen(path, "r+b") : nullptr);
     if (!file || name == nullptr) return LUMET_TEV_FALSE;
-    TevStreamFile stream(file.get());
-    switch (getSignatureStream(&stream)) {
-        case SIGNATURE_DETECTION_FAIL:
-        case SIGNATURE_TEV:
-            return LUMET_TEV_FALSE;
-        case SIGNATURE_VOXA:
-            return deleteAVoxaStream(&stream);
-        case SIGNATURE_VOXA_TEV:
-            return deleteFromVoxaContainer(stream, name);
-        default:
-            return LUMET_TEV_TRUE;
-    }
+    TevStreamFile fileStream(file.get());
+    return tev::guardedStreamEdit(&fileStream, [&](TevStream& stream) -> uint32_t {
+        switch (getSignatureStream(&stream)) {
+            case SIGNATURE_DETECTION_FAIL:
+            case SIGNATURE_TEV:
+                return LUMET_TEV_FALSE;
+            case SIGNATURE_VOXA:
+                return deleteAVoxaStream(&stream);
+            case SIGNATURE_VOXA_TEV:
+                return deleteFromVoxaContainer(stream, name);
+            default:
+                return LUMET_TEV_TRUE;
+        }
+    });
 }
 
 uint32_t deleteAllVoxaFromImageFile(const char* path) {
     const tev::OwnedFile file(path != nullptr ? std::fopen(path, "r+b") : nullptr);
     if (!file) return LUMET_TEV_FALSE;
-    TevStreamFile stream(file.get());
-    if (getSignatureStream(&stream) != SIGNATURE_VOXA_TEV) return LUMET_TEV_FALSE;
-    tev::OwnedVoxaOnStream voxa(_checkAudioInImageStream(&stream));
-    MetaList list;
-    {
-        tev::OwnedPackOnStream pack(checkTEVInStreamAndUpdate(&stream));
-        if (!voxa || !pack) return LUMET_TEV_FALSE;
-        if (!metaListOf(pack.get(), &list) || list.names.empty()) {
-            deleteVoxa_ExistTEV_Stream(&stream, voxa.get());
-            return LUMET_TEV_TRUE;
+    TevStreamFile fileStream(file.get());
+    return tev::guardedStreamEdit(&fileStream, [&](TevStream& stream) -> uint32_t {
+        if (getSignatureStream(&stream) != SIGNATURE_VOXA_TEV) return LUMET_TEV_FALSE;
+        tev::OwnedVoxaOnStream voxa(_checkAudioInImageStream(&stream));
+        MetaList list;
+        {
+            tev::OwnedPackOnStream pack(checkTEVInStreamAndUpdate(&stream));
+            if (!voxa || !pack) return LUMET_TEV_FALSE;
+            if (!metaListOf(pack.get(), &list) || list.names.empty()) {
+                deleteVoxa_ExistTEV_Stream(&stream, voxa.get());
+                return LUMET_TEV_TRUE;
+            }
         }
-    }
-    for (const std::string& name : list.names) deleteByName(&stream, name.c_str());
-    // The list goes last, if deleting its sounds left it behind.
-    tev::OwnedPackOnStream pack(checkTEVInStreamAndUpdate(&stream));
-    const uint32_t metaIndex = pack ? _getIndexOfName(pack.get(), kMetaRecordName) : 0xFFFFFFFFu;
-    if (pack && metaIndex < pack->info->meta_count) DeleteATEVDataStream(pack->info, metaIndex, nullptr);
-    return LUMET_TEV_TRUE;
+        for (const std::string& name : list.names) deleteByName(&stream, name.c_str());
+        // The list goes last, if deleting its sounds left it behind.
+        tev::OwnedPackOnStream pack(checkTEVInStreamAndUpdate(&stream));
+        const uint32_t metaIndex = pack ? _getIndexOfName(pack.get(), kMetaRecordName) : 0xFFFFFFFFu;
+        if (pack && metaIndex < pack->info->meta_count) DeleteATEVDataStream(pack->info, metaIndex, nullptr);
+        return LUMET_TEV_TRUE;
+    });
 }
 
 namespace tev::voxa {

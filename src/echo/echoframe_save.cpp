@@ -16,6 +16,7 @@
 #include "tev/query.h"
 #include "tev/sound.h"
 #include "tev/voxa.h"
+#include "stream/safe_edit.h"
 #include "util/log.h"
 #include "echo/meta_list.h"
 #include "voxa/sound_internal.h"
@@ -267,7 +268,9 @@ uint32_t saveVoxaToImageFile(const char* path, unsigned char* data, uint32_t siz
     // Declared after the file, so the stream is gone before the file closes:
     // releasing it still touches the descriptor.
     TevStreamFile stream(file.get());
-    return saveVoxaToImageStream(&stream, data, size, name, name_len);
+    return tev::guardedStreamEdit(&stream, [&](TevStream& edited) {
+        return saveVoxaToImageStream(&edited, data, size, name, name_len);
+    });
 }
 
 uint32_t copyEchoFrameData(TevStream* src, TevStream* dst) {
@@ -356,7 +359,12 @@ uint32_t copyVoxaData(const char* src, const char* dst) {
     if (srcFile && dstFile) {
         TevStreamFile srcStream(srcFile.get());
         TevStreamFile dstStream(dstFile.get());
-        copyVoxaDataStream(&srcStream, &dstStream);
+        // The source may be converted in place too: both are guarded edits.
+        tev::guardedStreamEdit(&dstStream, [&](TevStream& dstEdited) {
+            return tev::guardedStreamEdit(&srcStream, [&](TevStream& srcEdited) {
+                return copyVoxaDataStream(&srcEdited, &dstEdited);
+            });
+        });
     }
     return LUMET_TEV_TRUE;
 }

@@ -15,6 +15,7 @@
 #include "tev/editor.h"
 #include "tev/sound.h"
 #include "tev/voxa.h"
+#include "stream/safe_edit.h"
 #include "util/log.h"
 #include "voxa/sound_internal.h"
 
@@ -183,7 +184,9 @@ uint32_t AddSoundInVoxaFile(const char* path, const void* data, uint32_t size) {
     _voxa_info_struct* voxa = ParseVoxaStream(&stream);
     const bool damagedTable = voxa != nullptr && ParseVoxaSound(voxa) != LUMET_TEV_TRUE;
     DestroyVoxaStream(voxa);
-    return damagedTable ? 0 : static_cast<uint32_t>(addVoxaSoundStream(&stream, nullptr, data, size));
+    return damagedTable ? 0 : tev::guardedStreamEdit(&stream, [&](TevStream& edited) {
+        return static_cast<uint32_t>(addVoxaSoundStream(&edited, nullptr, data, size));
+    });
 }
 
 namespace {
@@ -202,16 +205,19 @@ AudioCopy copyFirstSoundFrom(FILE* srcFile, const char* dst) {
     if (dstFile == nullptr) return AudioCopy::kDestinationUnopened;
     {
         const tev::KUnique<unsigned char> bytes(static_cast<unsigned char*>(_kmalloc(sound.length)));
-        TevStreamFile dstStream(dstFile);
+        TevStreamFile dstFileStream(dstFile);
         if (bytes && ReadSoundData(&srcStream, sound.start, sound.length, bytes.get()) == LUMET_TEV_TRUE) {
-            _voxa_info_struct* dstVoxa = ParseVoxaStream(&dstStream);
-            const bool dstHasBlock = dstVoxa != nullptr;
-            DestroyVoxaStream(dstVoxa);
-            if (dstHasBlock) {
-                addVoxaSoundStream(&dstStream, nullptr, bytes.get(), sound.length);
-            } else {
-                AddVoxaSoundInFirstTime(&dstStream, bytes.get(), sound.length);
-            }
+            tev::guardedStreamEdit(&dstFileStream, [&](TevStream& dstStream) {
+                _voxa_info_struct* dstVoxa = ParseVoxaStream(&dstStream);
+                const bool dstHasBlock = dstVoxa != nullptr;
+                DestroyVoxaStream(dstVoxa);
+                if (dstHasBlock) {
+                    addVoxaSoundStream(&dstStream, nullptr, bytes.get(), sound.length);
+                } else {
+                    AddVoxaSoundInFirstTime(&dstStream, bytes.get(), sound.length);
+                }
+                return LUMET_TEV_TRUE;
+            });
         }
     }
     _kfclose(dstFile);

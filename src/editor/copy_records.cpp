@@ -17,6 +17,7 @@
 #include "tev/query.h"
 #include "tev/sound.h"
 #include "tev/voxa.h"
+#include "stream/safe_edit.h"
 #include "util/log.h"
 
 namespace {
@@ -196,7 +197,10 @@ uint32_t copyPaths(const char* src, const char* dst, Copy copy) {
     FILE* dstFile = _kfopen(dst, "r+b");
     TevStream* srcStream = new TevStreamFile(srcFile);
     TevStream* dstStream = new TevStreamFile(dstFile);
-    const uint32_t result = copy(*srcStream, *dstStream);
+    // The source may be converted in place too: both are guarded edits.
+    const uint32_t result = tev::guardedStreamEdit(dstStream, [&](TevStream& dstEdited) {
+        return tev::guardedStreamEdit(srcStream, [&](TevStream& srcEdited) { return copy(srcEdited, dstEdited); });
+    });
     if (srcFile != nullptr) srcStream->destroyPointer();
     if (dstFile != nullptr) dstStream->destroyPointer();
     delete srcStream;
@@ -258,7 +262,11 @@ uint32_t copyTEVDataFd(int src, int dst) {
     if (src < 1 || dst < 1) return LUMET_TEV_FALSE;
     TevStreamFD srcStream(src);
     TevStreamFD dstStream(dst);
-    return copyTEVDataStream(&srcStream, &dstStream);
+    return tev::guardedStreamEdit(&dstStream, [&](TevStream& dstEdited) {
+        return tev::guardedStreamEdit(&srcStream, [&](TevStream& srcEdited) {
+            return copyTEVDataStream(&srcEdited, &dstEdited);
+        });
+    });
 }
 
 uint32_t copyTEVDataType(const char* src, const char* dst, unsigned int type) {

@@ -20,6 +20,7 @@
 #include "editor/add_internal.h"
 #include "editor/delete_rebuild.h"
 #include "stream/byte_move.h"
+#include "stream/safe_edit.h"
 #include "tev/container.h"
 #include "tev/detect.h"
 #include "tev/editor.h"
@@ -417,7 +418,9 @@ uint32_t FastChangeCoverData(const char* path, const unsigned char* media, uint3
         return LUMET_TEV_FALSE;
     }
     TevStreamFile stream(file.get());
-    return FastChangeCoverDataStream(&stream, media, length);
+    return tev::guardedStreamEdit(&stream, [&](TevStream& edited) {
+        return FastChangeCoverDataStream(&edited, media, length);
+    });
 }
 
 uint32_t FastChangeCoverDataFd(int fd, const unsigned char* media, uint32_t length) {
@@ -426,7 +429,9 @@ uint32_t FastChangeCoverDataFd(int fd, const unsigned char* media, uint32_t leng
         return LUMET_TEV_FALSE;
     }
     TevStreamFD stream(fd);
-    return FastChangeCoverDataStream(&stream, media, length);
+    return tev::guardedStreamEdit(&stream, [&](TevStream& edited) {
+        return FastChangeCoverDataStream(&edited, media, length);
+    });
 }
 
 uint32_t FastChangeOrgDataStream(TevStream* stream, TevStream* org) {
@@ -452,7 +457,9 @@ uint32_t FastChangeOrgData(const char* path, const char* orgPath) {
     }
     TevStreamFile stream(file.get());
     TevStreamFile orgStream(org.get());
-    return FastChangeOrgDataStream(&stream, &orgStream);
+    return tev::guardedStreamEdit(&stream, [&](TevStream& edited) {
+        return FastChangeOrgDataStream(&edited, &orgStream);
+    });
 }
 
 uint32_t FastChangeOrgDataFd(int fd, int orgFd) {
@@ -462,5 +469,7 @@ uint32_t FastChangeOrgDataFd(int fd, int orgFd) {
     }
     TevStreamFD stream(fd);
     TevStreamFD orgStream(orgFd);
-    return FastChangeOrgDataStream(&stream, &orgStream);
+    return tev::guardedStreamEdit(&stream, [&](TevStream& edited) {
+        return FastChangeOrgDataStream(&edited, &orgStream);
+    });
 }

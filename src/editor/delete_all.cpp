@@ -9,6 +9,7 @@
 #include "tev/detect.h"
 #include "tev/editor.h"
 #include "tev/sound.h"
+#include "stream/safe_edit.h"
 #include "util/log.h"
 
 using tev::OwnedFile;
@@ -98,7 +99,7 @@ uint32_t deleteAllDataFromFile(const char* path) {
         return LUMET_TEV_FALSE;
     }
     TevStreamFile stream(file.get());
-    return deleteAllDataFromStream(&stream);
+    return tev::guardedStreamEdit(&stream, [](TevStream& edited) { return deleteAllDataFromStream(&edited); });
 }
 
 uint32_t deleteAllDataFromFd(int fd) {
@@ -107,7 +108,7 @@ uint32_t deleteAllDataFromFd(int fd) {
         return LUMET_TEV_FALSE;
     }
     TevStreamFD stream(fd);
-    return deleteAllDataFromStream(&stream);
+    return tev::guardedStreamEdit(&stream, [](TevStream& edited) { return deleteAllDataFromStream(&edited); });
 }
 
 uint32_t deleteFastAllTEVDataStream(TevStream* stream) {
@@ -139,6 +140,10 @@ uint32_t deleteFastAllTEVData(const char* path) {
         tev::logLine(tev::kLogError, "TEVEncoderAPIs::deleteFastAllTEVData", "File Open Error");
         return LUMET_TEV_FALSE;
     }
+    // One cut: it happens or not, so only the lock and the recovery of an
+    // interrupted edit come first.
+    const tev::FileLock lock(tev::descriptorOf(file.get()), true);
+    tev::recoverJournal(tev::descriptorOf(file.get()));
     return deleteFastAllTEVDataStream(new (std::nothrow) TevStreamFile(file.get()));
 }
 

@@ -10,6 +10,7 @@
 #include "tev/editor.h"
 #include "tev/mp4.h"
 #include "tev/voxa.h"
+#include "stream/safe_edit.h"
 #include "util/log.h"
 
 using tev::OwnedFile;
@@ -55,6 +56,20 @@ void refreshMP4Box(TevStream* stream, _TEV_info_pack*& pack, bool boxed) {
     if (pack != nullptr) updateMP4Tag(pack->info);
 }
 
+// A guarded edit runs on its own view of the file: the pack is pointed at
+// it, and parsed again when the file changed since the pack was made (another
+// caller's edit in between).
+void packOnStream(_TEV_info_pack*& pack, TevStream& stream) {
+    if (pack->info->Stream == &stream) return;
+    pack->info->Stream = &stream;
+    const int64_t at = stream.tell();
+    const int64_t size = stream.seek(0, SEEK_END);
+    stream.seek(at, SEEK_SET);
+    if (pack->info->stream_size == size) return;
+    destroyTEVDATA_Stream(pack);
+    pack = checkTEVInStreamAndUpdate(&stream);
+}
+
 }  // namespace
 
 // The Voxa block of the stream goes to the delete whatever its table holds;
@@ -80,9 +95,16 @@ uint32_t deleteTEVDataFromFilebyName(_TEV_info_pack** pack, const char* name, ui
         return LUMET_TEV_FALSE;
     }
     TevStream* stream = (*pack)->info->Stream;
-    const uint32_t result = deleteTEVDataFromStreambyName(stream, *pack, name, name_len);
-    // With nothing left there is no pack to hold the file any more: close it here.
-    if (*pack == nullptr && stream != nullptr) {
+    const uint32_t result = tev::guardedStreamEdit(stream, [&](TevStream& edited) {
+        packOnStream(*pack, edited);
+        if (*pack == nullptr) return LUMET_TEV_FALSE;
+        TevStream* on = &edited;
+        return deleteTEVDataFromStreambyName(on, *pack, name, name_len);
+    });
+    if (*pack != nullptr) (*pack)->info->Stream = stream;
+    // With nothing left there is no pack to hold the file any more: close it
+    // here (a delete nested in a guarded edit leaves that to the edit).
+    if (*pack == nullptr && stream != nullptr && !tev::isActiveOverlay(stream)) {
         stream->destroyPointer();
         delete stream;
     }
@@ -125,19 +147,31 @@ uint32_t deleteTEVMultiDataFromFilebyName(const char* path, const char** names,
                      "TEVDATA is null");
         return LUMET_TEV_FALSE;
     }
-    uint32_t deleted = 0;
-    bool failed = false;
-    for (uint32_t i = 0; i < count && pack != nullptr && !failed; ++i) {
-        if (names[i] == nullptr || name_lens[i] == 0) continue;
-        if (indexOfName(pack, names[i], name_lens[i]) >= pack->data_count) continue;
-        if (deleteTEVDataFromFilebyName(&pack, names[i], name_lens[i]) == 1) {
-            ++deleted;
-        } else {
-            failed = true;
+    // All the deletes are one guarded edit: a kill leaves all or none done.
+    TevStream* stream = pack->info->Stream;
+    const uint32_t result = tev::guardedStreamEdit(stream, [&](TevStream& edited) {
+        packOnStream(pack, edited);
+        uint32_t deleted = 0;
+        bool failed = false;
+        for (uint32_t i = 0; i < count && pack != nullptr && !failed; ++i) {
+            if (names[i] == nullptr || name_lens[i] == 0) continue;
+            if (indexOfName(pack, names[i], name_lens[i]) >= pack->data_count) continue;
+            if (deleteTEVDataFromFilebyName(&pack, names[i], name_lens[i]) == 1) {
+                ++deleted;
+            } else {
+                failed = true;
+            }
         }
+        return deleted > 0 && !failed ? LUMET_TEV_TRUE : LUMET_TEV_FALSE;
+    });
+    if (pack != nullptr) {
+        pack->info->Stream = stream;
+        destroyTEVDATA(pack);
+    } else {
+        stream->destroyPointer();
+        delete stream;
     }
-    if (pack != nullptr) destroyTEVDATA(pack);
-    return deleted > 0 && !failed ? LUMET_TEV_TRUE : LUMET_TEV_FALSE;
+    return result;
 }
 
 uint32_t deleteFastATEVDataStream(TevStream* stream, const char* name) {
@@ -175,5 +209,5 @@ uint32_t deleteFastATEVData(const char* path, const char* name) {
         return LUMET_TEV_FALSE;
     }
     TevStreamFile stream(file.get());
-    return deleteFastATEVDataStream(&stream, name);
+    return tev::guardedStreamEdit(&stream, [&](TevStream& edited) { return deleteFastATEVDataStream(&edited, name); });
 }

@@ -4,18 +4,34 @@
 // the caller handed in is never closed.
 #include "container/format.h"
 #include "editor/save_internal.h"
+#include "stream/safe_edit.h"
 #include "tev/editor.h"
 #include "util/log.h"
 
 namespace tev {
 
+namespace {
+
+// The save on an open file, as a crash-safe edit.
+uint32_t saveRequestToFP(FILE* fp, const SaveRequest& r) {
+    TevStreamFile file(fp);  // keeps a stream over a null FILE* the way it always was
+    if (fp == nullptr) {
+        return saveTEVDataToStream(&file, r.name, r.nameLength, r.sub, r.subLength, r.data,
+                                   r.dataLength, r.type, r.update);
+    }
+    return guardedEdit(descriptorOf(fp), TEV_STREAM_FILE, [&](TevStream& stream) {
+        return saveTEVDataToStream(&stream, r.name, r.nameLength, r.sub, r.subLength, r.data,
+                                   r.dataLength, r.type, r.update);
+    });
+}
+
+}  // namespace
+
 uint32_t saveRequestToPath(const char* path, const SaveRequest& r) {
     if (path == nullptr) return LUMET_TEV_FALSE;
     const OwnedFile file(_kfopen(path, "r+b"));
     if (!file) return LUMET_TEV_FALSE;
-    TevStreamFile stream(file.get());  // goes before the file is closed
-    return saveTEVDataToStream(&stream, r.name, r.nameLength, r.sub, r.subLength, r.data,
-                               r.dataLength, r.type, r.update);
+    return saveRequestToFP(file.get(), r);
 }
 
 namespace {
@@ -27,12 +43,6 @@ uint32_t saveCheckedToPath(const char* tooBigTag, const char* path, const SaveRe
         return LUMET_TEV_FALSE;
     }
     return saveRequestToPath(path, r);
-}
-
-uint32_t saveRequestToFP(FILE* fp, const SaveRequest& r) {
-    TevStreamFile stream(fp);
-    return saveTEVDataToStream(&stream, r.name, r.nameLength, r.sub, r.subLength, r.data,
-                               r.dataLength, r.type, r.update);
 }
 
 }  // namespace
@@ -113,8 +123,10 @@ uint32_t saveTEVDataToFd(int fd, const char* name, uint32_t name_len, const unsi
         logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToFd", "fd is <= 0!!");
         return LUMET_TEV_FALSE;
     }
-    TevStreamFD stream(fd);
-    return saveTEVDataToStream(&stream, name, name_len, sub, sub_len, data, data_len, type, update);
+    TevStreamFD lent(fd);  // rewinds the descriptor when it goes
+    return tev::guardedEdit(fd, TEV_STREAM_FD, [&](TevStream& stream) {
+        return saveTEVDataToStream(&stream, name, name_len, sub, sub_len, data, data_len, type, update);
+    });
 }
 
 uint32_t saveTEVDataToBuffer(TevBufferHandle* handle, const char* name, uint32_t name_len,

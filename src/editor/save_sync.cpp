@@ -4,6 +4,7 @@
 #include "editor/save_internal.h"
 #include "tev/detect.h"
 #include "tev/editor.h"
+#include "stream/safe_edit.h"
 #include "util/log.h"
 
 uint32_t saveTEVDataToFileSync(const char* path, const char* name, uint32_t name_len,
@@ -34,21 +35,23 @@ uint32_t saveTEVDataToFileSync(const char* path, const char* name, uint32_t name
         return LUMET_TEV_FALSE;
     }
     const OwnedFile file(_kfopen(path, "r+b"));
-    TevStreamFile stream(file.get());  // goes before the file is closed
-    if (!stream.CheckError()) {
-        logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToFileSync", "Stream CheckError is false");
-        return LUMET_TEV_FALSE;
-    }
-    const SaveRequest request{name, name_len, sub, sub_len, data, data_len, type, update};
-    switch (getSignatureStream(&stream)) {
-        case SIGNATURE_DETECTION_FAIL:
-            return saveIntoPlainMedia(stream, request, false);
-        case SIGNATURE_TEV: {
-            const KUnique<char[]> key = copyNameKey(name, name_len);
-            if (!key) return LUMET_TEV_FALSE;
-            return saveIntoContainer(stream, request, key.get(), false);
-        }
-        default:
+    TevStreamFile fileStream(file.get());  // goes before the file is closed
+    return tev::guardedStreamEdit(&fileStream, [&](TevStream& stream) -> uint32_t {
+        if (!stream.CheckError()) {
+            logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToFileSync", "Stream CheckError is false");
             return LUMET_TEV_FALSE;
-    }
+        }
+        const SaveRequest request{name, name_len, sub, sub_len, data, data_len, type, update};
+        switch (getSignatureStream(&stream)) {
+            case SIGNATURE_DETECTION_FAIL:
+                return saveIntoPlainMedia(stream, request, false);
+            case SIGNATURE_TEV: {
+                const KUnique<char[]> key = copyNameKey(name, name_len);
+                if (!key) return LUMET_TEV_FALSE;
+                return saveIntoContainer(stream, request, key.get(), false);
+            }
+            default:
+                return LUMET_TEV_FALSE;
+        }
+    });
 }

@@ -7,6 +7,7 @@
 #include "container/owned.h"
 #include "tev/sound.h"
 #include "tev/voxa.h"
+#include "stream/safe_edit.h"
 #include "util/log.h"
 #include "voxa/sound_internal.h"
 
@@ -140,7 +141,7 @@ uint32_t deleteAVoxa(const char* path) {
         return LUMET_TEV_FALSE;
     }
     TevStreamFile stream(file.get());
-    return deleteAVoxaStream(&stream);
+    return tev::guardedStreamEdit(&stream, [](TevStream& edited) { return deleteAVoxaStream(&edited); });
 }
 
 uint32_t deleteAVoxaFd(int fd) {
@@ -149,5 +150,5 @@ uint32_t deleteAVoxaFd(int fd) {
         return LUMET_TEV_FALSE;
     }
     TevStreamFD stream(fd);
-    return deleteAVoxaStream(&stream);
+    return tev::guardedStreamEdit(&stream, [](TevStream& edited) { return deleteAVoxaStream(&edited); });
 }

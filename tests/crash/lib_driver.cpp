@@ -1,0 +1,163 @@
+// The crash harness's stand-in for an app: one library entry point per run,
+// called directly on a file (no tool, no undo file).
+//
+//   lib_driver OP FILE [ARG...]
+//     save FILE NAME DATA [UPDATE]   saveTEVDataToFile (DATA: a file's bytes)
+//     savefd FILE NAME DATA [UPDATE] saveTEVDataToFd
+//     delete FILE NAME               deleteTEVDataFromFile
+//     deletefd FILE NAME             checkTEVInFd + deleteTEVDataFromFilebyName
+//     deletemulti FILE NAME...       deleteTEVMultiDataFromFilebyName
+//     clear FILE                     deleteAllDataFromFile
+//     clearfd FILE                   deleteAllDataFromFd
+//     fastclear FILE                 deleteFastAllTEVData
+//     sound FILE NAME DATA           saveVoxaToImageFile
+//     sounddel FILE NAME             deleteVoxaFromImageFile
+//     soundclear FILE                deleteAllVoxaFromImageFile
+//     copy SRC FILE                  copyTEVData into FILE
+//     copyfd SRC FILE                copyTEVDataFd into FILE
+//     read FILE                      checkTEVInFile, the next call an app makes
+//     recover FILE                   recoverTEVFile (skipped when the library lacks it)
+//     crowd FILE THREADS PROCS N     THREADS threads in each of PROCS processes
+//                                    add N records each; prints the records lost
+// Exit status 0 when the entry point reported success.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tev/tev.h"
+
+namespace {
+
+std::vector<unsigned char> slurp(const char* path) {
+    std::vector<unsigned char> bytes;
+    FILE* f = std::fopen(path, "rb");
+    if (f == nullptr) return bytes;
+    unsigned char chunk[65536];
+    size_t got = 0;
+    while ((got = std::fread(chunk, 1, sizeof chunk, f)) > 0) bytes.insert(bytes.end(), chunk, chunk + got);
+    std::fclose(f);
+    return bytes;
+}
+
+uint32_t len(const char* s) { return static_cast<uint32_t>(std::strlen(s)); }
+
+int ok(uint32_t result) { return result != 0 ? 0 : 1; }
+
+// Names added by the crowd: "p<process>t<thread>r<i>".
+uint32_t crowdAdd(const char* path, int process, int thread, int count) {
+    uint32_t added = 0;
+    const unsigned char data[64] = {1, 2, 3};
+    for (int i = 0; i < count; ++i) {
+        const std::string name = "p" + std::to_string(process) + "t" + std::to_string(thread) + "r" + std::to_string(i);
+        added += saveTEVDataToFile(path, name.c_str(), len(name.c_str()), nullptr, 0, data, sizeof data, 1, 0) ? 1 : 0;
+    }
+    return added;
+}
+
+int crowd(const char* path, int threads, int procs, int count) {
+    std::vector<pid_t> children;
+    for (int p = 1; p < procs; ++p) {
+        const pid_t pid = fork();
+        if (pid == 0) {
+            std::vector<std::thread> pool;
+            for (int t = 0; t < threads; ++t) pool.emplace_back([=] { crowdAdd(path, p, t, count); });
+            for (auto& th : pool) th.join();
+            _exit(0);
+        }
+        children.push_back(pid);
+    }
+    std::vector<std::thread> pool;
+    for (int t = 0; t < threads; ++t) pool.emplace_back([=] { crowdAdd(path, 0, t, count); });
+    for (auto& th : pool) th.join();
+    for (pid_t pid : children) waitpid(pid, nullptr, 0);
+    _TEV_info_pack* pack = checkTEVInFile(path);
+    const int expected = threads * procs * count;
+    const int found = pack != nullptr ? static_cast<int>(pack->data_count) : 0;
+    if (pack != nullptr) destroyTEVDATA(pack);
+    std::printf("%d records expected, %d found, %d lost\n", expected, found, expected - found);
+    return found == expected ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 3) return 2;
+    const std::string op = argv[1];
+    const char* file = argv[2];
+    if (op == "save" || op == "savefd") {
+        const std::vector<unsigned char> data = slurp(argv[4]);
+        const uint32_t update = argc > 5 ? static_cast<uint32_t>(std::atoi(argv[5])) : 0;
+        if (op == "save") {
+            return ok(saveTEVDataToFile(file, argv[3], len(argv[3]), nullptr, 0, data.data(),
+                                        static_cast<uint32_t>(data.size()), 1, update));
+        }
+        const int fd = open(file, O_RDWR);
+        const int rc = ok(saveTEVDataToFd(fd, argv[3], len(argv[3]), nullptr, 0, data.data(),
+                                          static_cast<uint32_t>(data.size()), 1, update));
+        close(fd);
+        return rc;
+    }
+    if (op == "delete") return ok(deleteTEVDataFromFile(file, argv[3], len(argv[3])));
+    if (op == "deletefd") {
+        const int fd = open(file, O_RDWR);
+        _TEV_info_pack* pack = checkTEVInFd(fd);
+        uint32_t result = 0;
+        if (pack != nullptr) {
+            result = deleteTEVDataFromFilebyName(&pack, argv[3], len(argv[3]));
+            if (pack != nullptr) destroyTEVDATA_FP(pack);
+        }
+        close(fd);
+        return ok(result);
+    }
+    if (op == "deletemulti") {
+        std::vector<const char*> names(argv + 3, argv + argc);
+        std::vector<uint32_t> lengths;
+        for (const char* n : names) lengths.push_back(len(n));
+        return ok(deleteTEVMultiDataFromFilebyName(file, names.data(), lengths.data(),
+                                                   static_cast<uint32_t>(names.size())));
+    }
+    if (op == "clear") return ok(deleteAllDataFromFile(file));
+    if (op == "fastclear") return ok(deleteFastAllTEVData(file));
+    if (op == "clearfd") {
+        const int fd = open(file, O_RDWR);
+        const int rc = ok(deleteAllDataFromFd(fd));
+        close(fd);
+        return rc;
+    }
+    if (op == "sound") {
+        std::vector<unsigned char> data = slurp(argv[4]);
+        return ok(saveVoxaToImageFile(file, data.data(), static_cast<uint32_t>(data.size()), argv[3], len(argv[3])));
+    }
+    if (op == "sounddel") return ok(deleteVoxaFromImageFile(file, argv[3]));
+    if (op == "soundclear") return ok(deleteAllVoxaFromImageFile(file));
+    if (op == "copy") return ok(copyTEVData(argv[2], argv[3]));
+    if (op == "copyfd") {
+        const int src = open(argv[2], O_RDWR);
+        const int dst = open(argv[3], O_RDWR);
+        const int rc = ok(copyTEVDataFd(src, dst));
+        close(src);
+        close(dst);
+        return rc;
+    }
+    if (op == "read") {
+        _TEV_info_pack* pack = checkTEVInFile(file);
+        if (pack != nullptr) destroyTEVDATA(pack);
+        return 0;
+    }
+    if (op == "recover") {
+        // Looked up at run time, so the driver also runs against a library
+        // from before the journal (the harness's "before" table).
+        using Recover = uint32_t (*)(const char*);
+        auto recover = reinterpret_cast<Recover>(dlsym(RTLD_DEFAULT, "recoverTEVFile"));
+        return recover != nullptr ? ok(recover(file)) : 0;
+    }
+    if (op == "crowd" && argc > 5) return crowd(file, std::atoi(argv[3]), std::atoi(argv[4]), std::atoi(argv[5]));
+    return 2;
+}
