@@ -129,6 +129,23 @@ public final class TevFile implements Closeable {
         }
     }
 
+    /**
+     * Finishes or undoes an edit of this file that a process killed part-way left behind, so
+     * that the file holds all of its records as before that edit or all as after it. Every edit
+     * and every listing through this class does this first on its own; call it to have it done
+     * now. Throws {@link IOException} when the file cannot be made consistent (it does not open
+     * for writing, a write fails).
+     */
+    public void repair() throws IOException {
+        ensureOpen();
+        int result = file != null ? recoverFile(file.getPath()) : recoverFd(fd);
+        if (result != 1) throw new IOException("repair: the file could not be made consistent");
+    }
+
+    private static native int recoverFile(String path);
+
+    private static native int recoverFd(int fd);
+
     /** True when {@code libTEV.lumet.so} is loaded or can be loaded; never throws. */
     public static boolean isAvailable() {
         return loadError() == null;

@@ -106,6 +106,10 @@ class TevFileTest {
             assertArrayEquals(other, tev.read("note"));
             assertTrue(tev.contains("note"));
 
+            byte[] beforeRepair = read(file);
+            tev.repair();  // nothing pending: the file stays as it is
+            assertArrayEquals(beforeRepair, read(file));
+
             tev.delete(NAME, "note");
             assertFalse(tev.contains(NAME));
             assertArrayEquals(media, read(file));
@@ -147,6 +151,7 @@ class TevFileTest {
         tev.close();
         assertThrows(IllegalStateException.class, () -> tev.records());
         assertThrows(IllegalStateException.class, () -> tev.read("kept"));
+        assertThrows(IllegalStateException.class, tev::repair);
         assertThrows(FileNotFoundException.class, () -> new TevFile(dir.resolve("missing.jpg").toFile()));
     }
 
