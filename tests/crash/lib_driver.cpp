@@ -10,6 +10,7 @@
 //     clear FILE                     deleteAllDataFromFile
 //     clearfd FILE                   deleteAllDataFromFd
 //     fastclear FILE                 deleteFastAllTEVData
+//     cover FILE MEDIA               FastChangeCoverData with the bytes of MEDIA
 //     sound FILE NAME DATA           saveVoxaToImageFile
 //     sounddel FILE NAME             deleteVoxaFromImageFile
 //     soundclear FILE                deleteAllVoxaFromImageFile
@@ -105,6 +106,10 @@ int main(int argc, char** argv) {
         return rc;
     }
     if (op == "delete") return ok(deleteTEVDataFromFile(file, argv[3], len(argv[3])));
+    if (op == "cover") {
+        const std::vector<unsigned char> media = slurp(argv[3]);
+        return ok(FastChangeCoverData(file, media.data(), static_cast<uint32_t>(media.size())));
+    }
     if (op == "deletefd") {
         const int fd = open(file, O_RDWR);
         _TEV_info_pack* pack = checkTEVInFd(fd);

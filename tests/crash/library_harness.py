@@ -70,7 +70,9 @@ class Row:
         self.failures = []
 
 
-def run_edit(driver, shim, work, label, start, media_len, args, before_only):
+def run_edit(driver, shim, work, label, start, media_len, args, before_only, new_media=None):
+    """`new_media`: the media a replacement of the media puts in front of the
+    records; the file then holds the old or the new media, whole."""
     row = Row(label)
     target = os.path.join(work, "edited" + os.path.splitext(start)[1])
     count_file = os.path.join(work, "count")
@@ -83,7 +85,26 @@ def run_edit(driver, shim, work, label, start, media_len, args, before_only):
         return row
     before_buf, _, old = records_of(start, media_len)
     media = before_buf[:media_len]
-    _, _, new = records_of(target, media_len)
+    medias = [media] + ([new_media] if new_media is not None else [])
+
+    def look(path):
+        """The file read behind whichever allowed media it starts with, the
+        old/new reading preferred; the old media's length when none."""
+        seen = None
+        for m in medias:
+            buf, status, records = records_of(path, len(m))
+            if buf[:len(m)] == m:
+                if classify(status, records, old, new_seen[0]) == "old/new":
+                    return buf, status, records, True
+                seen = seen or (buf, status, records, True)
+        if seen:
+            return seen
+        buf, status, records = records_of(path, media_len)
+        return buf, status, records, False
+
+    new_seen = [old]
+    _, _, new, _ = look(target)
+    new_seen[0] = new
     with open(count_file) as f:
         row.counts["points"] = int(f.read())
     known = {}
@@ -99,14 +120,14 @@ def run_edit(driver, shim, work, label, start, media_len, args, before_only):
             rc = run(driver, argv, env)
             row.counts["runs"] += 1
             if mode == "kill":
-                _, status, records = records_of(target, media_len)
+                _, status, records, _ = look(target)
                 row.counts["killed: " + classify(status, records, old, new)] += 1
             if before_only:
                 continue
             if rc is None or (rc < 0 and mode != "kill"):
                 row.failures.append(what + f": the driver died ({rc})")
             run(driver, ["read", target])
-            buf, status, records = records_of(target, media_len)
+            buf, status, records, media_kept = look(target)
             state = classify(status, records, old, new)
             row.counts["next: " + state] += 1
             if state != "old/new":
@@ -114,7 +135,7 @@ def run_edit(driver, shim, work, label, start, media_len, args, before_only):
             if any(r not in known.get(r[0], []) for r in records):
                 row.counts["wrong bytes"] += 1
                 row.failures.append(what + ": an entry holds wrong bytes")
-            if buf[:media_len] != media:
+            if not media_kept:
                 row.counts["media"] += 1
                 row.failures.append(what + ": the media changed")
             # deleteFastAllTEVData answers 1 whatever its single cut does, as
@@ -124,7 +145,7 @@ def run_edit(driver, shim, work, label, start, media_len, args, before_only):
                 row.counts["false ok"] += 1
                 row.failures.append(what + ": success reported without the new records")
             run(driver, ["recover", target])
-            _, status, records = records_of(target, media_len)
+            _, status, records, _ = look(target)
             if classify(status, records, old, new) == "old/new":
                 row.counts["recover: old/new"] += 1
             else:
@@ -177,7 +198,16 @@ def make_files(driver, media_dir, work):
                 ("deleteVoxaFromImageFile", sounded, ["sounddel", "FILE", "memo1"]),
                 ("deleteAllVoxaFromImageFile", sounded, ["soundclear", "FILE"]),
             ]
-        edits += [(f"{label} ({kind})", path, media_len, args) for label, path, args in cases]
+        edits += [(f"{label} ({kind})", path, media_len, args, None) for label, path, args in cases]
+        # The media in front replaced, longer and shorter than before.
+        with open(os.path.join(media_dir, "sample." + kind), "rb") as f:
+            sample = f.read()
+        for how, bytes_ in (("longer", sample + bytes(3000)), ("shorter", sample[:-3000])):
+            path = os.path.join(work, f"cover-{how}.{kind}")
+            with open(path, "wb") as f:
+                f.write(bytes_)
+            edits.append((f"FastChangeCoverData, {how} media ({kind})", start, media_len,
+                          ["cover", "FILE", path], bytes_))
     return edits
 
 
@@ -192,7 +222,8 @@ def main():
     with tempfile.TemporaryDirectory(prefix="tev-libcrash-") as work:
         files = os.path.join(work, "files")
         os.mkdir(files)
-        rows = [run_edit(driver, shim, work, *edit, before_only) for edit in make_files(driver, media_dir, files)]
+        rows = [run_edit(driver, shim, work, label, start, media_len, args, before_only, new_media)
+                for label, start, media_len, args, new_media in make_files(driver, media_dir, files)]
         crowd_lines = []
         failures = [what for row in rows for what in row.failures]
         if not before_only:
