@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "cli.h"
+#include "container/format.h"
 #include "edit_guard.h"
 #include "undo.h"
 
@@ -20,8 +21,6 @@ struct Options {
     std::string media;
     bool fromFile = false;
 };
-
-constexpr char kFillerName[] = "Invalid_Data";
 
 struct Kept {
     std::string name;
@@ -46,7 +45,7 @@ Snapshot snapshot(const std::string& path) {
         s.boxed = checkSignatureMP4Tag(pack->info) == LUMET_TEV_TRUE;
         for (uint32_t i = 0; i < GetTevCount(pack.get()); ++i) {
             const std::string name = recordName(pack.get(), i);
-            if (name == kFillerName) continue;
+            if (name == tev::kFillerName) continue;
             const tev::Record unit(extractTEVDataFromFilebyIndex(pack.get(), i));
             Kept k{name, recordType(pack.get(), i), {}, {}};
             if (unit && unit->sub_info != nullptr) k.sub.assign(unit->sub_info, unit->sub_info + unit->sub_info_length);
