@@ -5,9 +5,10 @@ FUZZ_BUILD ?= build-fuzz
 ARM64_BUILD ?= build-arm64
 TSAN_BUILD ?= build-tsan
 ANDROID_BUILD ?= build-android
+COV_BUILD  ?= build-cov
 CMAKE_GEN  := -G Ninja
 
-.PHONY: all deps build demo test test-normal test-asan fuzz-smoke test-tsan test-arm64 aar bench clean
+.PHONY: all deps build demo test test-normal test-asan fuzz-smoke test-tsan test-arm64 coverage aar bench clean
 
 all: build
 
@@ -54,6 +55,18 @@ test-arm64: deps
 	cmake --build $(ARM64_BUILD)
 	ctest --test-dir $(ARM64_BUILD) --output-on-failure -j2
 
+# Line coverage of src/ from the normal test run, in a Debug build with gcov
+# instrumentation; prints one line (covered/total and percent).
+coverage: deps
+	cmake -S . -B $(COV_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Debug \
+	  -DCMAKE_CXX_FLAGS=--coverage -DCMAKE_C_FLAGS=--coverage \
+	  -DCMAKE_EXE_LINKER_FLAGS=--coverage -DCMAKE_SHARED_LINKER_FLAGS=--coverage
+	cmake --build $(COV_BUILD)
+	find $(COV_BUILD) -name '*.gcda' -delete
+	ctest --test-dir $(COV_BUILD) --output-on-failure -j2
+	@gcovr -r $(CURDIR) --filter '$(CURDIR)/src/' --object-directory $(COV_BUILD) \
+	  --print-summary -o /dev/null 2>/dev/null | grep '^lines:'
+
 # TEV.aar (classes.jar, jni/arm64-v8a/libTEV.lumet.so, AndroidManifest.xml).
 # With ANDROID_NDK set: from the NDK build, an archive an app can use. Without
 # it: from the arm64 cross build, whose library links glibc and does not load
@@ -76,4 +89,4 @@ bench: deps
 	scripts/bench.sh
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) $(TSAN_BUILD) $(ARM64_BUILD) $(ANDROID_BUILD)
+	rm -rf $(BUILD) $(COV_BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) $(TSAN_BUILD) $(ARM64_BUILD) $(ANDROID_BUILD)

@@ -13,6 +13,8 @@ packages=(
   default-jdk-headless junit5
   ffmpeg imagemagick libheif-examples libjpeg-turbo-progs
   hyperfine
+  # `make coverage`: line coverage of the library from the test run.
+  gcovr
   # The tool tests' JSON checks and the crash harness.
   python3
   # The arm64 pass: Debian's cross compiler, user-mode qemu, and the arm64
