@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "support/bytes.h"
-#include "support/echo_files.h"
 #include "support/edit.h"
 #include "support/log_capture.h"
 #include "support/records.h"

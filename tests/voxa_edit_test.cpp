@@ -172,19 +172,10 @@ uint32_t addSound(TempFile& file, const Bytes& sound) {
     return AddSoundInVoxaFile(file.c_str(), sound.data(), uint32_t(sound.size()));
 }
 
-// A sound kept as record "EchoFrame_000" beside `other`, the name list, and
-// a version 107 block pointing at the record's payload.
+// A sound kept as record "EchoFrame_000" beside the note, the name list,
+// and a version 107 block pointing at the record's payload.
 Bytes soundAsRecord(const Bytes& sound, const std::vector<std::string>& listed) {
-    const RecordSpec soundRecord{256, "EchoFrame_000", std::nullopt, sound};
-    const RecordSpec meta{2048, "EchoFrame_Meta_Info", std::nullopt, metaPayload(listed)};
-    const uint32_t start = kMedia + 8 + 13;
-    ContainerOptions options;
-    options.voxaTrailer = true;
-    options.voxaStart = start;
-    options.voxaEnd = start + uint32_t(sound.size());
-    Bytes file = buildContainer(media(), {soundRecord, kNote, meta}, options);
-    putU32le(file, file.size() - 26, 107);
-    return file;
+    return imageWithRecordSound(media(), {soundRecord("EchoFrame_000", sound), kNote, metaRecord(listed)}, 0);
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "support/sound_files.h"
 
+#include "support/records.h"
+
 namespace tevtest {
 
 Bytes metaPayload(const std::vector<std::string>& names) {
@@ -23,6 +25,23 @@ Bytes imageWithSoundBeforeContainer(const Bytes& media, const Bytes& sound,
     options.voxaStart = uint32_t(media.size());
     options.voxaEnd = options.voxaStart + uint32_t(sound.size());
     return buildContainer(ByteBuilder().bytes(media).bytes(sound).take(), records, options);
+}
+
+RecordSpec soundRecord(const std::string& name, const Bytes& sound) {
+    return {256, name, std::nullopt, sound};
+}
+
+RecordSpec metaRecord(const std::vector<std::string>& names) {
+    return {2048, "EchoFrame_Meta_Info", std::nullopt, metaPayload(names)};
+}
+
+Bytes imageWithRecordSound(const Bytes& media, const std::vector<RecordSpec>& records, size_t pointed,
+                           uint32_t version) {
+    uint32_t start = uint32_t(media.size());
+    for (size_t i = 0; i < pointed; ++i) start += recordLength(records[i]);
+    start += 8 + uint32_t(records[pointed].name.size());
+    const uint32_t end = start + uint32_t(records[pointed].data.size());
+    return concat(buildContainer(media, records), voxaBlock(version, start, end));
 }
 
 }  // namespace tevtest

@@ -1,6 +1,7 @@
-// Files that carry sound, laid out byte by byte: the "EchoFrame_Meta_Info"
-// payload, an image with a bare sound, and a parsed Voxa descriptor over a
-// test's stream.
+// Files that carry sound, laid out byte by byte: an image with a bare sound,
+// sounds kept as container records with the "EchoFrame_Meta_Info" list
+// naming them and the Voxa block pointing at one of them, and a parsed Voxa
+// descriptor over a test's stream.
 #ifndef TEV_TESTS_SUPPORT_SOUND_FILES_H
 #define TEV_TESTS_SUPPORT_SOUND_FILES_H
 
@@ -24,6 +25,16 @@ Bytes imageWithBareSound(const Bytes& media, const Bytes& sound);
 // block (version 106) pointing at the sound in front of the container.
 Bytes imageWithSoundBeforeContainer(const Bytes& media, const Bytes& sound,
                                     const std::vector<RecordSpec>& records);
+
+// A record of type 256 holding a sound.
+RecordSpec soundRecord(const std::string& name, const Bytes& sound);
+// A record of type 2048 listing `names`.
+RecordSpec metaRecord(const std::vector<std::string>& names);
+
+// Media, `records` back to back with their directory, then a one-sound block
+// of `version` whose sound is the data of records[pointed].
+Bytes imageWithRecordSound(const Bytes& media, const std::vector<RecordSpec>& records, size_t pointed,
+                           uint32_t version = 107);
 
 struct VoxaStreamDestroyer {
     void operator()(_voxa_info_struct* voxa) const { DestroyVoxaStream(voxa); }
