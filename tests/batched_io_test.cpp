@@ -15,11 +15,13 @@
 #include "support/bytes.h"
 #include "support/edit.h"
 #include "support/log_capture.h"
+#include "support/records.h"
 #include "support/stream_over.h"
 #include "tev/container.h"
 #include "tev/detect.h"
 #include "tev/editor.h"
 #include "tev/stream.h"
+#include "tev/tev.hpp"
 
 namespace {
 
@@ -29,14 +31,7 @@ using tevtest::StreamMedium;
 using tevtest::RecordSpec;
 using tevtest::StreamOver;
 
-struct InfoDeleter {
-    void operator()(_TEV_info* info) const { DestroyTEV(info); }
-};
-using InfoPtr = std::unique_ptr<_TEV_info, InfoDeleter>;
-
-void patchU32(Bytes& bytes, size_t at, uint32_t value) {
-    for (int i = 0; i < 4; ++i) bytes.at(at + i) = uint8_t(value >> (8 * i));
-}
+using InfoPtr = tev::Index;
 
 std::string recordName(uint32_t index) {
     char name[16];
@@ -74,7 +69,7 @@ TEST_P(BatchedReadTest, DirectoryCutShortFailsAtTheSameEntryAsFieldReads) {
     // so the first entry's refusal is what is reported.
     Bytes file = twoRecordFile();
     ASSERT_EQ(tevtest::readU32le(file, kCountAt), 2u);
-    patchU32(file, kCountAt + 8, 0);  // first entry's start offset
+    tevtest::putU32le(file, kCountAt + 8, 0);  // first entry's start offset
     InfoPtr info = locate(file);
     ASSERT_TRUE(info) << dumpLog();
     ASSERT_EQ(stream().truncate(kSecondEntryAt + 6), 0);
@@ -181,7 +176,7 @@ TEST_P(BatchedReadTest, WindowedNameReadsMatchRecordByRecordReads) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.label);
         Bytes damaged = file;
-        if (c.patchAt != 0) patchU32(damaged, c.patchAt, c.value);
+        if (c.patchAt != 0) tevtest::putU32le(damaged, c.patchAt, c.value);
         auto namesOf = [&](bool windowed, std::vector<tevtest::LogLine>* log, std::vector<std::string>* names) {
             InfoPtr info = locate(damaged);
             EXPECT_TRUE(info);

@@ -15,15 +15,13 @@
 #include "tev/container.h"
 #include "tev/detect.h"
 #include "tev/stream.h"
+#include "tev/tev.hpp"
 
 namespace {
 
 using namespace tevtest;
 
-struct InfoDeleter {
-    void operator()(_TEV_info* info) const { DestroyTEV(info); }
-};
-using InfoPtr = std::unique_ptr<_TEV_info, InfoDeleter>;
+using InfoPtr = tev::Index;
 using Region = std::pair<int64_t, int64_t>;  // position, length
 const Region kNoRegion{0, 0};
 

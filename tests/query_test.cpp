@@ -6,6 +6,7 @@
 #include "support/bytes.h"
 #include "support/log_capture.h"
 #include "support/medium.h"
+#include "tev/tev.hpp"
 
 namespace {
 
@@ -21,14 +22,8 @@ const std::vector<RecordSpec> kRecords = {
     {9, "delta", textBytes("x"), textBytes("d")},
 };
 
-struct OffsetDeleter {
-    void operator()(TevOffsetInfo* offset) const { DestroyOffsetInfo(offset); }
-};
-using Offset = std::unique_ptr<TevOffsetInfo, OffsetDeleter>;
-struct UnitDeleter {
-    void operator()(_TEV_data_unit* unit) const { destroyTEVDATA_UNIT(unit); }
-};
-using Unit = std::unique_ptr<_TEV_data_unit, UnitDeleter>;
+using Offset = tev::Offset;
+using Unit = tev::Record;
 
 Bytes bytesOf(const unsigned char* data, uint32_t length) { return Bytes(data, data + length); }
 

@@ -14,6 +14,7 @@
 #include "support/sound_files.h"
 #include "support/stream_over.h"
 #include "tev/tev.h"
+#include "tev/tev.hpp"
 
 namespace {
 
@@ -145,7 +146,7 @@ TEST(WhatEndsTheFile, TellsBareBlockFromContainerAndBlock) {
     };
     for (const Case& c : cases) {
         StreamOver over(StreamMedium::File, c.content);
-        VoxaPtr voxa(c.parseBlock ? _checkAudioInImageStream(over.get()) : nullptr);
+        tev::VoxaStream voxa(c.parseBlock ? _checkAudioInImageStream(over.get()) : nullptr);
         ASSERT_EQ(voxa != nullptr, c.parseBlock);
         EXPECT_EQ(hasTEVDataStream(over.get(), voxa.get()), c.expected);
     }
@@ -256,7 +257,7 @@ TEST_F(SoundEdit, BoxMediaIsRefusedAndLeftAsItWas) {
 
         const Bytes withSound = imageWithSoundBeforeContainer(boxMedia(brand), sound, {kNote});
         StreamOver deleting(StreamMedium::File, withSound);
-        VoxaPtr voxa(_checkAudioInImageStream(deleting.get()));
+        tev::VoxaStream voxa(_checkAudioInImageStream(deleting.get()));
         ASSERT_NE(voxa, nullptr);
         EXPECT_EQ(deleteVoxa_ExistTEV_Stream(deleting.get(), voxa.get()), 0u);
         EXPECT_EQ(deleting.contents(), withSound);

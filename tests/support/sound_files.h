@@ -1,17 +1,14 @@
 // Files that carry sound, laid out byte by byte: an image with a bare sound,
 // sounds kept as container records with the "EchoFrame_Meta_Info" list
-// naming them and the Voxa block pointing at one of them, and a parsed Voxa
-// descriptor over a test's stream.
+// naming them and the Voxa block pointing at one of them.
 #ifndef TEV_TESTS_SUPPORT_SOUND_FILES_H
 #define TEV_TESTS_SUPPORT_SOUND_FILES_H
 
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "support/bytes.h"
-#include "tev/voxa.h"
 
 namespace tevtest {
 
@@ -35,12 +32,6 @@ RecordSpec metaRecord(const std::vector<std::string>& names);
 // of `version` whose sound is the data of records[pointed].
 Bytes imageWithRecordSound(const Bytes& media, const std::vector<RecordSpec>& records, size_t pointed,
                            uint32_t version = 107);
-
-struct VoxaStreamDestroyer {
-    void operator()(_voxa_info_struct* voxa) const { DestroyVoxaStream(voxa); }
-};
-// A descriptor with its table, over a stream the test keeps.
-using VoxaPtr = std::unique_ptr<_voxa_info_struct, VoxaStreamDestroyer>;
 
 }  // namespace tevtest
 
