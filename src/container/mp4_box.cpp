@@ -24,11 +24,6 @@ constexpr int64_t kBoxSizeFieldSize = tev::kFieldSize;
 constexpr int64_t kBoxTypeSize = tev::kTagSize;
 constexpr int64_t kMaxBoxContentSize = std::numeric_limits<uint32_t>::max();
 
-// Size field and type; true when both were written whole.
-bool writeBoxHeader(TevStream& stream, uint32_t size) {
-    return stream.writeTEV_TOTALSIZE(size) == kBoxSizeFieldSize && stream.writeTEV_MP4S() == kBoxTypeSize;
-}
-
 // The stream of a parsed index, or null after logging why it cannot be used.
 TevStream* usableStream(const _TEV_info* info, const char* tag) {
     if (info == nullptr || info->Stream == nullptr) {
@@ -95,7 +90,7 @@ uint32_t moveBehindHeader(TevStream& stream, int64_t start, const unsigned char*
         logLine(kLogError, "TEV::writeMP4Tag", "File Search Error");
         return LUMET_TEV_FALSE;
     }
-    if (!writeBoxHeader(stream, static_cast<uint32_t>(length))) {
+    if (!tev::writeBoxHeader(stream, static_cast<uint32_t>(length))) {
         logLine(kLogError, "TEV::writeMP4Tag", "File Write Error");
         return LUMET_TEV_FALSE;
     }
@@ -125,7 +120,7 @@ uint32_t writeMP4TagStream(TevStream* stream, int64_t* position) {
     const int64_t boxPosition = stream->tell();
     if (position != nullptr) *position = boxPosition;
     const bool written = boxPosition >= 0 && stream->seek(boxPosition, SEEK_SET) == boxPosition &&
-                         writeBoxHeader(*stream, 0);
+                         tev::writeBoxHeader(*stream, 0);
     if (!written) {
         logLine(kLogError, "TEVAPIs::writeMP4TagStream", "file write error\n");
         // Leave no half-written header behind.
@@ -201,7 +196,7 @@ uint32_t writeFirstMP4TagStream(TevStream* stream, uint32_t size) {
         return LUMET_TEV_FALSE;
     }
     stream->seek(0, SEEK_END);
-    if (!writeBoxHeader(*stream, size)) {
+    if (!tev::writeBoxHeader(*stream, size)) {
         logLine(kLogError, "TEV::writeFirstMP4Tag", "File Write Error");
         return LUMET_TEV_FALSE;
     }
@@ -254,4 +249,8 @@ uint32_t writeMP4Tag(_TEV_info* info) {
     tev::KUnique<unsigned char> region(copyRegion(*stream, start, length));
     if (!region) return LUMET_TEV_FALSE;
     return moveBehindHeader(*stream, start, region.get(), length);
+}
+
+bool tev::writeBoxHeader(TevStream& stream, uint32_t size) {
+    return stream.writeTEV_TOTALSIZE(size) == kBoxSizeFieldSize && stream.writeTEV_MP4S() == kBoxTypeSize;
 }

@@ -16,6 +16,7 @@
 
 #include "container/check_internal.h"
 #include "container/format.h"
+#include "container/mp4_box.h"
 #include "container/owned.h"
 #include "editor/add_internal.h"
 #include "editor/delete_rebuild.h"
@@ -286,8 +287,7 @@ bool writeFront(TevStream& stream, const Layout& layout, const Plan& plan, int64
     if (layout.boxed) {
         const int64_t end = stream.seek(0, SEEK_END);
         if (end < mediaLength || stream.seek(mediaLength, SEEK_SET) != mediaLength ||
-            stream.writeTEV_TOTALSIZE(static_cast<uint32_t>(end - mediaLength)) != tev::kFieldSize ||
-            stream.writeTEV_MP4S() != tev::kTagSize) {
+            !tev::writeBoxHeader(stream, static_cast<uint32_t>(end - mediaLength))) {
             return false;
         }
     }
