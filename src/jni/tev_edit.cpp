@@ -3,8 +3,8 @@
 #include <jni.h>
 
 #include "jni/java_values.h"
-#include "jni/native_owners.h"
 #include "tev/tev.h"
+#include "tev/tev.hpp"
 #include "util/log.h"
 
 using tev::kLogError;
@@ -17,7 +17,7 @@ namespace {
 
 // Deletes the named record from a parsed pack. The delete may replace the
 // pack by a fresh parse, or consume it when nothing is left.
-jint deleteByName(tev::jni::Pack& pack, const char* keyName, jint keyNameLength) {
+jint deleteByName(tev::Pack& pack, const char* keyName, jint keyNameLength) {
     _TEV_info_pack* raw = pack.release();
     const uint32_t result = deleteTEVDataFromFilebyName(&raw, keyName, static_cast<uint32_t>(keyNameLength));
     pack.reset(raw);
@@ -44,7 +44,7 @@ TEV_API jint Java_com_valtremo_android_media_TEVJNI_deleteTEVData(JNIEnv* env, j
         tev::jni::logLengthBeyondValue("JNI::deleteTEVData");
         return 0;
     }
-    tev::jni::Pack pack(checkTEVInFile(file.get()));
+    tev::Pack pack(checkTEVInFile(file.get()));
     if (!pack) {
         logLine(kLogError, "JNI::deleteTEVData", "TEV_data is null");
         return 0;
@@ -67,7 +67,7 @@ TEV_API jint Java_com_valtremo_android_media_TEVJNI_deleteTEVDataFd(JNIEnv* env,
         tev::jni::logLengthBeyondValue("JNI::deleteTEVDataFd");
         return 0;
     }
-    tev::jni::Pack pack(checkTEVInFd(fd));
+    tev::Pack pack(checkTEVInFd(fd));
     if (!pack) {
         logLine(kLogError, "JNI::deleteTEVDataFd", "TEV_data is null");
         return 0;

@@ -8,8 +8,8 @@
 #include <memory>
 
 #include "jni/java_values.h"
-#include "jni/native_owners.h"
 #include "tev/tev.h"
+#include "tev/tev.hpp"
 #include "util/log.h"
 
 using tev::kLogError;
@@ -44,7 +44,7 @@ jobjectArray namesByType(JNIEnv* env, _TEV_info_pack* pack, jint dataType) {
     if (pack == nullptr) return nullptr;
     unsigned int count = 0;
     char** list = getNameListByDataType(pack, dataType, &count);
-    const tev::jni::NameList names(list, count);
+    const tev::NameList names(list, count);
     if (names.size() == 0) return nullptr;
     return tev::jni::newStringArray(env, names.begin(), static_cast<unsigned int>(names.size()));
 }
@@ -63,7 +63,7 @@ using OffsetQuery = TevOffsetInfo* (*)(_TEV_info_pack*, const char*);
 
 jlongArray positionOf(JNIEnv* env, _TEV_info_pack* pack, const char* keyName, OffsetQuery query) {
     if (pack == nullptr) return nullptr;
-    const tev::jni::Offset offset(query(pack, keyName));
+    const tev::Offset offset(query(pack, keyName));
     return offset ? tev::jni::newPositionArray(env, *offset) : nullptr;
 }
 
@@ -79,7 +79,7 @@ jlongArray positionOfFd(JNIEnv* env, jint fd, jstring keyName, OffsetQuery query
         logLine(kLogError, "JNI::getTEVDataPositionFd", "fd error");
         return nullptr;
     }
-    const tev::jni::Pack pack(checkTEVWithReadPM_Fd(fd));
+    const tev::Pack pack(checkTEVWithReadPM_Fd(fd));
     return positionOf(env, pack.get(), key.get(), query);
 }
 
@@ -116,7 +116,7 @@ TEV_API jlongArray Java_com_valtremo_android_media_TEVJNI_getTEVDataPosition(JNI
         logLine(kLogError, "JNI::getTEVDataPosition", "TEVnamePtr is null");
         return nullptr;
     }
-    const tev::jni::Pack pack(checkTEVWithReadPM(file.get()));
+    const tev::Pack pack(checkTEVWithReadPM(file.get()));
     return positionOf(env, pack.get(), key.get(), getTEVInFileByName);
 }
 
@@ -129,7 +129,7 @@ TEV_API jlongArray Java_com_valtremo_android_media_TEVJNI_getTEVSubDataPosition(
                                                                               jstring path, jstring keyName) {
     const JavaString file(env, path);
     const JavaString key(env, keyName);
-    const tev::jni::Pack pack(checkTEVWithReadPM(file.get()));
+    const tev::Pack pack(checkTEVWithReadPM(file.get()));
     return positionOf(env, pack.get(), key.get(), getTEVSubInfoInFileByName);
 }
 
@@ -140,7 +140,7 @@ TEV_API jlongArray Java_com_valtremo_android_media_TEVJNI_getTEVSubDataPositionF
 
 TEV_API jint Java_com_valtremo_android_media_TEVJNI_getTEVDataCount(JNIEnv* env, jclass, jstring path) {
     const JavaString file(env, path);
-    const tev::jni::Pack pack(checkTEVWithReadPM(file.get()));
+    const tev::Pack pack(checkTEVWithReadPM(file.get()));
     return pack ? static_cast<jint>(pack->data_count) : 0;
 }
 
@@ -149,7 +149,7 @@ TEV_API jint Java_com_valtremo_android_media_TEVJNI_getTEVDataCountFd(JNIEnv*, j
         logLine(kLogError, "JNI::getTEVDataCountFd", "fd error");
         return 0;
     }
-    const tev::jni::Pack pack(checkTEVWithReadPM_Fd(fd));
+    const tev::Pack pack(checkTEVWithReadPM_Fd(fd));
     return pack ? static_cast<jint>(pack->data_count) : 0;
 }
 
@@ -158,7 +158,7 @@ TEV_API jint Java_com_valtremo_android_media_TEVJNI_getTEVDataCountFd(JNIEnv*, j
 TEV_API jstring Java_com_valtremo_android_media_TEVJNI_getTEVName(JNIEnv* env, jclass, jstring path,
                                                                  jint index) {
     const JavaString file(env, path);
-    const tev::jni::Pack pack(checkTEVWithReadPM(file.get()));
+    const tev::Pack pack(checkTEVWithReadPM(file.get()));
     if (!pack || pack->name_list == nullptr || index < 0 || static_cast<uint32_t>(index) >= pack->data_count) {
         return nullptr;
     }
@@ -169,7 +169,7 @@ TEV_API jint Java_com_valtremo_android_media_TEVJNI_getTEVDataType(JNIEnv* env, 
                                                                   jstring keyName) {
     const JavaString file(env, path);
     const JavaString key(env, keyName);
-    const tev::jni::Pack pack(checkTEVWithReadPM(file.get()));
+    const tev::Pack pack(checkTEVWithReadPM(file.get()));
     return dataTypeOf(pack.get(), key.get());
 }
 
@@ -180,13 +180,13 @@ TEV_API jint Java_com_valtremo_android_media_TEVJNI_getTEVDataTypeFd(JNIEnv* env
         logLine(kLogError, "JNI::getTEVDataTypeFd", "fd error");
         return 0;
     }
-    const tev::jni::Pack pack(checkTEVWithReadPM_Fd(fd));
+    const tev::Pack pack(checkTEVWithReadPM_Fd(fd));
     return dataTypeOf(pack.get(), key.get());
 }
 
 TEV_API jobjectArray Java_com_valtremo_android_media_TEVJNI_listKeyNames(JNIEnv* env, jclass, jstring path) {
     const JavaString file(env, path);
-    const tev::jni::Pack pack(checkTEVWithReadPM(file.get()));
+    const tev::Pack pack(checkTEVWithReadPM(file.get()));
     return allNames(env, pack.get());
 }
 
@@ -195,7 +195,7 @@ TEV_API jobjectArray Java_com_valtremo_android_media_TEVJNI_listKeyNamesFd(JNIEn
         logLine(kLogError, "JNI::listKeyNames", "fd error");
         return nullptr;
     }
-    const tev::jni::Pack pack(checkTEVWithReadPM_Fd(fd));
+    const tev::Pack pack(checkTEVWithReadPM_Fd(fd));
     return allNames(env, pack.get());
 }
 
@@ -205,7 +205,7 @@ TEV_API jintArray Java_com_valtremo_android_media_TEVJNI_listTEVDataTypes(JNIEnv
         logLine(kLogError, "JNI::listTEVDataTypes", "filenamePtr is null");
         return nullptr;
     }
-    const tev::jni::Pack pack(checkTEVWithReadPM(file.get()));
+    const tev::Pack pack(checkTEVWithReadPM(file.get()));
     return pack ? typesOf(env, *pack) : nullptr;
 }
 
@@ -214,14 +214,14 @@ TEV_API jintArray Java_com_valtremo_android_media_TEVJNI_listTEVDataTypesFd(JNIE
         logLine(kLogError, "JNI::listTEVDataTypesFd", "fd error");
         return nullptr;
     }
-    const tev::jni::Pack pack(checkTEVWithReadPM_Fd(fd));
+    const tev::Pack pack(checkTEVWithReadPM_Fd(fd));
     return pack ? typesOf(env, *pack) : nullptr;
 }
 
 TEV_API jobjectArray Java_com_valtremo_android_media_TEVJNI_listKeyNamesByDataType(JNIEnv* env, jclass,
                                                                                   jstring path, jint dataType) {
     const JavaString file(env, path);
-    const tev::jni::Pack pack(checkTEVWithReadPM(file.get()));
+    const tev::Pack pack(checkTEVWithReadPM(file.get()));
     return namesByType(env, pack.get(), dataType);
 }
 
@@ -231,7 +231,7 @@ TEV_API jobjectArray Java_com_valtremo_android_media_TEVJNI_listKeyNamesByDataTy
         logLine(kLogError, "JNI::listKeyNamesByDataTypeFd", "fd error");
         return nullptr;
     }
-    const tev::jni::Pack pack(checkTEVWithReadPM_Fd(fd));
+    const tev::Pack pack(checkTEVWithReadPM_Fd(fd));
     return namesByType(env, pack.get(), dataType);
 }
 

@@ -8,8 +8,8 @@
 
 #include "container/owned.h"
 #include "jni/java_values.h"
-#include "jni/native_owners.h"
 #include "tev/tev.h"
+#include "tev/tev.hpp"
 #include "util/log.h"
 
 using tev::kLogError;
@@ -82,7 +82,7 @@ jint addRecordToFd(JNIEnv* env, const char* tag, jint fd, jstring keyName, jint 
 // The whole content of the file at `path`, read the way the fast data file
 // form has always read it. Null after logging when the file does not open,
 // is empty (its size taken as a 32-bit signed value) or cannot be read.
-tev::jni::KBytes readDataFile(const char* path, uint32_t* size) {
+tev::KBytes readDataFile(const char* path, uint32_t* size) {
     const tev::OwnedFile file(_kfopen(path, "rb"));
     if (!file) {
         logLine(kLogError, "TEVJNI::addFastTEVDataFile", "data_fp NULL\n");
@@ -95,7 +95,7 @@ tev::jni::KBytes readDataFile(const char* path, uint32_t* size) {
         return nullptr;
     }
     _kfseek(file.get(), 0, SEEK_SET);
-    tev::jni::KBytes bytes(static_cast<unsigned char*>(_kmalloc(static_cast<size_t>(length))));
+    tev::KBytes bytes(static_cast<unsigned char*>(_kmalloc(static_cast<size_t>(length))));
     if (_kfread(bytes.get(), length, file.get()) <= 0) {
         logLine(kLogError, "TEVJNI::addFastTEVDataFile", "fread fail\n");
         return nullptr;
@@ -151,7 +151,7 @@ TEV_API jint Java_com_valtremo_android_media_TEVJNI_addFastTEVDataFile(JNIEnv* e
     return addRecord(env, "JNI::addFastTEVDataFile", keyName, keyNameLength, subInfo, subInfoLength, nullptr, 0,
                      [&](const Record& r) -> uint32_t {
                          uint32_t size = 0;
-                         const tev::jni::KBytes bytes = readDataFile(dataFile.get(), &size);
+                         const tev::KBytes bytes = readDataFile(dataFile.get(), &size);
                          if (!bytes) return 0;
                          return saveFastTEVDataToFile(file.get(), r.keyName, r.keyNameLength, r.subInfo,
                                                       r.subInfoLength, bytes.get(), size, u32(dataType),
@@ -311,7 +311,7 @@ TEV_API jlong Java_com_valtremo_android_media_TEVJNI_addTEVDataBufferAddTag(
     return addRecord(env, "TEVJNI::addTEVDataBufferAddTag", keyName, keyNameLength, subInfo, subInfoLength, data,
                      dataLength, [&](const Record& r) -> jlong {
                          // Destroyed before `media` gives the bytes back to the array.
-                         const tev::jni::Buffer handle(initTEVUsedBuffer(media.get() + offset, capacity, usedLength));
+                         const tev::Buffer handle(initTEVUsedBuffer(media.get() + offset, capacity, usedLength));
                          if (!handle) return 0;
                          const uint32_t result = saveTEVDataToBufferAddTag(
                              handle.get(), r.keyName, r.keyNameLength, r.subInfo, r.subInfoLength, r.data,

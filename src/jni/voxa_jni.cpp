@@ -5,8 +5,8 @@
 #include <cstdint>
 
 #include "jni/java_values.h"
-#include "jni/native_owners.h"
 #include "tev/tev.h"
+#include "tev/tev.hpp"
 #include "util/log.h"
 
 using tev::kLogError;
@@ -19,11 +19,11 @@ namespace {
 
 constexpr jint kContainerVersion = 107;
 
-jint validityOf(const tev::jni::Voxa& voxa) { return voxa ? static_cast<jint>(voxa->is_valid) : 0; }
+jint validityOf(const tev::Voxa& voxa) { return voxa ? static_cast<jint>(voxa->is_valid) : 0; }
 
 // Start and end of each sound, in table order; the u32 positions go to Java
 // unchanged, so positions from 2 GiB on read as negative.
-jintArray soundTableOf(JNIEnv* env, const tev::jni::Voxa& voxa) {
+jintArray soundTableOf(JNIEnv* env, const tev::Voxa& voxa) {
     if (!voxa || voxa->sound_count > static_cast<uint32_t>(INT32_MAX) / 2) return nullptr;
     const uint32_t values = 2 * voxa->sound_count;
     const auto* table = reinterpret_cast<const jint*>(voxa->sound_table);
@@ -38,7 +38,7 @@ TEV_API jint Java_com_valtremo_android_media_VoxaJNI_getNativeVersion(JNIEnv*, j
 
 TEV_API jint Java_com_valtremo_android_media_VoxaJNI_isVoxaFile(JNIEnv* env, jclass, jstring path) {
     const JavaString file(env, path);
-    return validityOf(tev::jni::Voxa(ParseVoxa(file.get())));
+    return validityOf(tev::Voxa(ParseVoxa(file.get())));
 }
 
 TEV_API jint Java_com_valtremo_android_media_VoxaJNI_isVoxaFd(JNIEnv*, jclass, jint fd) {
@@ -46,7 +46,7 @@ TEV_API jint Java_com_valtremo_android_media_VoxaJNI_isVoxaFd(JNIEnv*, jclass, j
         logLine(kLogError, "JNI::isVoxaFd", "fd error");
         return 0;
     }
-    return validityOf(tev::jni::Voxa(ParseVoxaFd(fd)));
+    return validityOf(tev::Voxa(ParseVoxaFd(fd)));
 }
 
 // The copy's own result is not passed on: the method answers 1.
@@ -64,7 +64,7 @@ TEV_API jintArray Java_com_valtremo_android_media_VoxaJNI_ParseVoxaFile(JNIEnv* 
         logLine(kLogError, "LUMET", "input filename is NULL");
         return nullptr;
     }
-    return soundTableOf(env, tev::jni::Voxa(_checkAudioInImageFile(file.get())));
+    return soundTableOf(env, tev::Voxa(_checkAudioInImageFile(file.get())));
 }
 
 TEV_API jintArray Java_com_valtremo_android_media_VoxaJNI_ParseVoxaFd(JNIEnv* env, jclass, jint fd) {
@@ -72,7 +72,7 @@ TEV_API jintArray Java_com_valtremo_android_media_VoxaJNI_ParseVoxaFd(JNIEnv* en
         logLine(kLogError, "JNI::ParseVoxaFd", "fd error");
         return nullptr;
     }
-    return soundTableOf(env, tev::jni::Voxa(_checkAudioInImageFd(fd)));
+    return soundTableOf(env, tev::Voxa(_checkAudioInImageFd(fd)));
 }
 
 TEV_API jint Java_com_valtremo_android_media_VoxaJNI_AddSoundInVoxaFile(JNIEnv* env, jclass, jstring path,
