@@ -61,7 +61,7 @@ std::vector<unsigned char> listWithNameAdded(_TEV_info* info, uint32_t metaIndex
 // the list.
 }  // namespace
 
-uint32_t relistReplacedSound(TevStream& stream, const SaveRequest& r, StreamPackPtr pack, uint32_t mark) {
+uint32_t relistReplacedSound(TevStream& stream, const SaveRequest& r, OwnedPackOnStream pack, uint32_t mark) {
     const uint32_t metaIndex = findRecord(pack.get(), voxa::kMetaRecordName);
     if (metaIndex == kNameNotFound) return LUMET_TEV_FALSE;
     const std::vector<unsigned char> header = listWithNameAdded(pack->info, metaIndex, r.name, r.nameLength);

@@ -31,7 +31,7 @@ struct DirectRecord {
 // delete and the append carry its descriptor so that the block follows the
 // new directory; the refusals and their log lines are the same either way.
 uint32_t saveDirectIntoContainer(TevStream& stream, const DirectRecord& r, bool withVoxa) {
-    StreamPackPtr pack(checkTEVInStreamAndUpdate(&stream));
+    OwnedPackOnStream pack(checkTEVInStreamAndUpdate(&stream));
     if (!pack) {
         logLine(kLogError, "TEVEncoderAPIs::saveDirectTEVData", "SIGNATURE_TEV TEVdata NULL!!");
         return LUMET_TEV_FALSE;
@@ -63,7 +63,7 @@ uint32_t saveDirectIntoContainer(TevStream& stream, const DirectRecord& r, bool 
 // record with its list, then the record is appended with the Voxa block
 // behind the directory.
 uint32_t saveDirectIntoVoxaImage(TevStream& stream, const DirectRecord& r) {
-    StreamPackPtr pack;
+    OwnedPackOnStream pack;
     OwnedVoxaOnStream voxa;
     if (!convertVoxaImageForSave(stream, r.length, 0, r.nameLength(), "TEVEncoderAPIs::saveDirectTEVData", &pack,
                                  &voxa)) {

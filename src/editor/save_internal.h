@@ -1,6 +1,6 @@
 // Shared pieces of the save family: the request every entry point passes on,
-// the steps of the central save that the file-sync form reuses, the reader
-// of whole data files, and the owner of the packs the saves parse.
+// the steps of the central save that the file-sync form and the sound layer
+// reuse, and the reader of whole data files.
 #ifndef TEV_SRC_EDITOR_SAVE_INTERNAL_H
 #define TEV_SRC_EDITOR_SAVE_INTERNAL_H
 
@@ -35,9 +35,6 @@ struct SaveRequest {
     bool replaces() const { return (update & kUpdateReplaceBit) != 0; }
 };
 
-// Packs parsed from a stream the save works on; the stream stays.
-using StreamPackPtr = OwnedPackOnStream;
-
 // The Voxa block at the end of the stream with its sound table, or null when
 // there is none. A block older than the current writer's that lists no sound
 // is a leftover and counts as none.
@@ -64,7 +61,7 @@ uint32_t readdAsFirstRecord(TevStream& stream, const SaveRequest& request, bool 
 // Where the record at `index` lies relative to the record holding the
 // Voxa sound: kVoxaMarkBefore, kVoxaMarkItself or kVoxaMarkAfter (also when
 // no record holds it).
-uint32_t voxaPositionMark(const _TEV_info& info, _voxa_info_struct& voxa, uint32_t index);
+uint32_t voxaPositionMark(_TEV_info& info, _voxa_info_struct& voxa, uint32_t index);
 
 // What a save reports when the name exists and no replacement was asked:
 // a memory buffer counts it as success, a file does not.

@@ -34,8 +34,8 @@ OwnedVoxaOnStream parseVoxaBlock(TevStream& stream) {
     return voxa;
 }
 
-uint32_t voxaPositionMark(const _TEV_info& info, _voxa_info_struct& voxa, uint32_t index) {
-    const uint32_t soundIndex = FindOldVoxaIndex(const_cast<_TEV_info*>(&info), &voxa);
+uint32_t voxaPositionMark(_TEV_info& info, _voxa_info_struct& voxa, uint32_t index) {
+    const uint32_t soundIndex = FindOldVoxaIndex(&info, &voxa);
     if (soundIndex >= info.meta_count) return kVoxaMarkAfter;
     if (index < soundIndex) return kVoxaMarkBefore;
     return index == soundIndex ? kVoxaMarkItself : kVoxaMarkAfter;
@@ -74,8 +74,8 @@ bool openBoxOnMp4Media(TevStream& stream, int64_t* boxPosition) {
 
 // Re-parses the stream after an edit so that the box can be sized from the
 // new index; logs when nothing parses.
-StreamPackPtr reparseForBox(TevStream& stream) {
-    StreamPackPtr pack(checkTEVInStreamAndUpdate(&stream));
+OwnedPackOnStream reparseForBox(TevStream& stream) {
+    OwnedPackOnStream pack(checkTEVInStreamAndUpdate(&stream));
     if (!pack) logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "updateMP4Tag TEVdata is NULL.");
     return pack;
 }
@@ -96,7 +96,7 @@ void resizeBox(TevStream& stream) {
 // After records were written behind media: bring the box size (or, for a
 // container that has no box yet, the box itself) up to date.
 void refreshBox(TevStream& stream, bool wrapFirst) {
-    StreamPackPtr pack = reparseForBox(stream);
+    OwnedPackOnStream pack = reparseForBox(stream);
     if (pack && wrapFirst) {
         // The wrap writes the container's own length as the box size; the
         // update below, on a fresh index that sees the box, writes its full length.
@@ -126,7 +126,7 @@ constexpr char kSaveTag[] = "TEVEncoderAPIs::saveTEVDataToStream";
 // container's "EchoFrame_000" record with its "EchoFrame_Meta_Info" list,
 // then the record is appended with the Voxa block behind the directory.
 uint32_t saveIntoVoxaImage(TevStream& stream, const SaveRequest& r) {
-    StreamPackPtr pack;
+    OwnedPackOnStream pack;
     OwnedVoxaOnStream voxa;
     if (!convertVoxaImageForSave(stream, r.dataLength, r.subLength, r.nameLength, kSaveTag, &pack, &voxa)) {
         return LUMET_TEV_FALSE;
@@ -137,7 +137,7 @@ uint32_t saveIntoVoxaImage(TevStream& stream, const SaveRequest& r) {
 // Container followed by Voxa sound: every delete and append carries the
 // Voxa descriptor, so the block is rewritten behind each new directory.
 uint32_t saveIntoVoxaContainer(TevStream& stream, const SaveRequest& r, const char* key) {
-    StreamPackPtr pack;
+    OwnedPackOnStream pack;
     OwnedVoxaOnStream voxa;
     if (!openVoxaContainerForSave(stream, r.dataLength, r.subLength, r.nameLength, kSaveTag, &pack, &voxa)) {
         return LUMET_TEV_FALSE;
@@ -207,7 +207,7 @@ uint32_t saveIntoPlainMedia(TevStream& stream, const SaveRequest& r, bool withBo
 }
 
 uint32_t saveIntoContainer(TevStream& stream, const SaveRequest& r, const char* key, bool withBox) {
-    StreamPackPtr pack(checkTEVInStreamAndUpdate(&stream));
+    OwnedPackOnStream pack(checkTEVInStreamAndUpdate(&stream));
     if (!pack) {
         logLine(kLogError, "TEVEncoderAPIs::saveTEVDataToStream", "SIGNATURE_TEV TEVdata NULL!!");
         return LUMET_TEV_FALSE;
