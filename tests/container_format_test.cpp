@@ -1,14 +1,21 @@
 // The bytes the format writers put on disk, checked against containers laid
-// out independently by the test support code.
+// out independently by the test support code, also when the medium stops
+// taking bytes part-way: the directory goes out in one write where it can,
+// and must then leave the bytes and the log of field-by-field writes.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
+#include <csignal>
 #include <cstdio>
 
 #include "support/bytes.h"
+#include "support/edit.h"
 #include "support/files.h"
 #include "support/log_capture.h"
-#include "support/stream_over.h"
+#include "support/medium.h"
+#include "support/records.h"
 #include "tev/container.h"
+#include "tev/editor.h"
 #include "tev/stream.h"
 
 namespace {
@@ -28,13 +35,6 @@ TEST(ContainerLayout, MetaTypeAndLengthsFollowTheLayoutAndWrapAt32Bits) {
     EXPECT_EQ(_calculateTEV_KTHO(0x20000000u), 0x8000000Cu);
 }
 
-// The writers are one body over TevStream; the medium is not their concern.
-class FormatWriterTest : public LogCaptureTest {
-protected:
-    StreamOver out_{StreamMedium::Buffer, {}, 128};
-    TevStream* stream() { return out_.get(); }
-};
-
 _TEV_data_info entryOf(uint32_t meta, uint32_t offset, uint32_t length) {
     _TEV_data_info entry{};
     entry.meta_type = meta;
@@ -43,69 +43,74 @@ _TEV_data_info entryOf(uint32_t meta, uint32_t offset, uint32_t length) {
     return entry;
 }
 
+const Bytes kFiller = ByteBuilder().u32le(0x7FFE0000u).u32le(12).text("Invalid_Data").take();
+
+// The writers are one body over TevStream; the medium is not their concern.
+class FormatWriterTest : public LogCaptureTest {};
+
 TEST_F(FormatWriterTest, RecordsAndDirectoryMatchTheLayoutByteForByte) {
     const Bytes media = fakeJpeg(100);
-    StreamOver s(StreamMedium::Buffer, media, 128);
-    ASSERT_EQ(s.get()->seek(0, 2), 100);
+    FixedBuffer s(media, 228);
+    ASSERT_EQ(s.stream()->seek(0, 2), 100);
     const RecordSpec plain{7, "name", std::nullopt, textBytes("0123456789")};
     const RecordSpec withSub{0, "key", textBytes("abcdef"), textBytes("xy")};
-    EXPECT_EQ(writeTEVData(s.get(), 7, 0, "name", 4, nullptr, 0, plain.data.data(), 10), 10);
-    EXPECT_EQ(writeTEVData(s.get(), 0, 1, "key", 3, withSub.sub->data(), 6, "xy", 2), 2);
+    EXPECT_EQ(writeTEVData(s.stream(), 7, 0, "name", 4, nullptr, 0, plain.data.data(), 10), 10);
+    EXPECT_EQ(writeTEVData(s.stream(), 0, 1, "key", 3, withSub.sub->data(), 6, "xy", 2), 2);
     _TEV_data_info entries[] = {entryOf(_setMetaType(7, 0), 45, 22), entryOf(_setMetaType(0, 1), 23, 23)};
-    s.get()->writeTEV_KTSS();
-    s.get()->writeTEV_KVER();
-    s.get()->writeTEV_KCnt(2);
-    for (_TEV_data_info& entry : entries) EXPECT_EQ(s.get()->writeTEV_KDR(&entry), 1u);
-    s.get()->writeTEV_KTHO(2);
-    s.get()->writeTEV_KTS();
+    s.stream()->writeTEV_KTSS();
+    s.stream()->writeTEV_KVER();
+    s.stream()->writeTEV_KCnt(2);
+    for (_TEV_data_info& entry : entries) EXPECT_EQ(s.stream()->writeTEV_KDR(&entry), 1u);
+    s.stream()->writeTEV_KTHO(2);
+    s.stream()->writeTEV_KTS();
     EXPECT_EQ(s.contents(), buildContainer(media, {plain, withSub}));
     EXPECT_TRUE(logLines().empty()) << dumpLog();
 }
 
-TEST_F(FormatWriterTest, FillerOfTwentyBytesHasNoZeroBytes) {
-    stream()->writeDummyTEVData(20);
-    const Bytes expected = ByteBuilder().u32le(0x7FFE0000u).u32le(12).text("Invalid_Data").take();
-    EXPECT_EQ(out_.contents(), expected);
-    stream()->writeDummyTEVData(19);  // cannot hold its own header
-    EXPECT_EQ(out_.contents(), expected);
-    stream()->writeDummyTEVData(25);
-    EXPECT_EQ(out_.contents(), ByteBuilder().bytes(expected).bytes(expected).zeros(5).take());
+TEST_F(FormatWriterTest, FillersFillTheirRegionExactly) {
+    FixedBuffer out({}, 256);
+    out.stream()->writeDummyTEVData(20);  // no zero bytes after the name
+    EXPECT_EQ(out.contents(), kFiller);
+    out.stream()->writeDummyTEVData(19);  // cannot hold its own header
+    EXPECT_EQ(out.contents(), kFiller);
+    out.stream()->writeDummyTEVData(25);
+    EXPECT_EQ(out.contents(), ByteBuilder().bytes(kFiller).bytes(kFiller).zeros(5).take());
+
+    FixedBuffer withDirectory({}, 128);
+    withDirectory.stream()->writeDummyTEVDataHeader(100, 1);
+    EXPECT_EQ(withDirectory.contents(), ByteBuilder().bytes(kFiller).zeros(48).text("TEVH").u32le(107).u32le(1)
+                                            .u32le(0x7FFE8000u).u32le(68).u32le(68).u32le(24).text("TEVT").take());
+    // A region too small for filler and directory ends the stream there.
+    FixedBuffer small(Bytes(30, 0xAB));
+    ASSERT_EQ(small.stream()->seek(10, 0), 10);
+    small.stream()->writeDummyTEVDataHeader(52, 0);
+    EXPECT_EQ(small.contents(), Bytes(10, 0xAB));
 }
 
-TEST_F(FormatWriterTest, FillerWithDirectoryFillsTheRegionExactly) {
-    stream()->writeDummyTEVDataHeader(100, 1);
-    const Bytes expected = ByteBuilder().u32le(0x7FFE0000u).u32le(12).text("Invalid_Data").zeros(48)
-                               .text("TEVH").u32le(107).u32le(1).u32le(0x7FFE8000u).u32le(68).u32le(68)
-                               .u32le(24).text("TEVT").take();
-    EXPECT_EQ(out_.contents(), expected);
-}
-
-TEST_F(FormatWriterTest, RegionTooSmallForFillerAndDirectoryEndsTheStream) {
-    StreamOver s(StreamMedium::Buffer, Bytes(30, 0xAB));
-    ASSERT_EQ(s.get()->seek(10, 0), 10);
-    s.get()->writeDummyTEVDataHeader(52, 0);
-    EXPECT_EQ(s.contents(), Bytes(10, 0xAB));
-}
-
-TEST_F(FormatWriterTest, HeaderMethodStoresCountPlusTwoAndRefusesMissingEntries) {
+TEST_F(FormatWriterTest, HeaderMethodStoresCountPlusTwoAndStopsAtTheFirstFailure) {
     _TEV_data_info first = entryOf(0x00010000u, 40, 20);
     _TEV_data_info* missing[] = {&first, nullptr};
-    EXPECT_EQ(stream()->writeTEVHeader(missing, 2), 0);
-    EXPECT_TRUE(out_.contents().empty());
+    FixedBuffer out({}, 128);
+    EXPECT_EQ(out.stream()->writeTEVHeader(missing, 2), 0);
+    EXPECT_TRUE(out.contents().empty());
     _TEV_data_info second = entryOf(0x00028000u, 20, 20);
     _TEV_data_info* entries[] = {&first, &second};
-    EXPECT_EQ(stream()->writeTEVHeader(entries, 2), 4);
+    EXPECT_EQ(out.stream()->writeTEVHeader(entries, 2), 4);
     const Bytes expected = ByteBuilder().text("TEVH").u32le(107).u32le(4)  // the count plus two
                                .u32le(0x00010000u).u32le(40).u32le(20).u32le(0x00028000u).u32le(20).u32le(20)
                                .u32le(36).text("TEVT").take();
-    EXPECT_EQ(out_.contents(), expected);
+    EXPECT_EQ(out.contents(), expected);
+    // A full buffer: the fields that fit whole, then nothing.
+    FixedBuffer full({}, 22);
+    EXPECT_EQ(full.stream()->writeTEVHeader(entries, 1), 0);
+    EXPECT_EQ(full.contents(), ByteBuilder().text("TEVH").u32le(107).u32le(3).u32le(0x00010000u).u32le(40).take());
 }
 
 TEST_F(FormatWriterTest, RecordWriterStopsOnlyAtAnErrorAndLogsAMissingStream) {
     // A full buffer refuses the name without an error (0): the header goes
     // on, and the data byte lands where the name would have begun.
-    StreamOver s(StreamMedium::Buffer, {}, 9);
-    EXPECT_EQ(writeTEVData(s.get(), 1, 0, "longer name", 11, nullptr, 0, "x", 1), 1);
+    FixedBuffer s({}, 9);
+    EXPECT_EQ(writeTEVData(s.stream(), 1, 0, "longer name", 11, nullptr, 0, "x", 1), 1);
     EXPECT_TRUE(logLines().empty()) << dumpLog();
     EXPECT_EQ(s.contents(), ByteBuilder().u32le(0x00010000u).u32le(11).text("x").take());
     // A file open only for reading reports an error on the first field.
@@ -118,6 +123,88 @@ TEST_F(FormatWriterTest, RecordWriterStopsOnlyAtAnErrorAndLogsAMissingStream) {
     std::fclose(readOnly);
     EXPECT_EQ(writeTEVData(nullptr, 1, 0, "n", 1, nullptr, 0, "x", 1), 0);
     EXPECT_TRUE(loggedError("TEV::FastDeleteAllTEVData", "Stream is null")) << dumpLog();
+}
+
+// A first record: 100 bytes of media, "abcd" of type 5 with 10 data bytes
+// (22 bytes at 100), and the 32 bytes of its directory.
+const RecordSpec kPhoto{5, "abcd", std::nullopt, Bytes(10, 0xA1)};
+const Bytes kMedia = fakeJpeg(100);
+const Bytes kPhotoDirectory =
+    ByteBuilder().text("TEVH").u32le(107).u32le(1).u32le(0x00050000).u32le(22).u32le(22).u32le(24).text("TEVT").take();
+
+uint32_t addPhoto(TevStream* stream) {
+    return AddTEVDataInFirstTimeStream(stream, kPhoto.name.data(), uint32_t(kPhoto.name.size()), kPhoto.type,
+                                       nullptr, 0, kPhoto.data.data(), uint32_t(kPhoto.data.size()));
+}
+
+Bytes withDirectoryPrefix(size_t size) {
+    return concat(concat(kMedia, encodeRecord(kPhoto)), Bytes(kPhotoDirectory.begin(), kPhotoDirectory.begin() + long(size)));
+}
+
+const char* const kFirstTag = "TEVEncoder::AddTEVDataInFirstTimeStream";
+
+TEST_F(FormatWriterTest, DirectoryCutByAFullBufferLeavesTheFieldsThatFit) {
+    // Room for part of the directory: it is written field by field as far as
+    // the fields fit whole, and the first field that does not fit names the
+    // step (the entry's writer never fails, so a cut entry shows as KTHO).
+    const size_t container = kMedia.size() + encodeRecord(kPhoto).size();
+    const std::pair<size_t, std::string> kCuts[] = {
+        {0, "Stream writeTEV_KTSS error\n"}, {3, "Stream writeTEV_KTSS error\n"},
+        {4, "Stream writeTEV_KVER error\n"}, {9, "Stream writeTEV_KCnt error\n"},
+        {12, "Stream writeTEV_KTHO error\n"}, {17, "Stream writeTEV_KTHO error\n"},
+        {26, "Stream writeTEV_KTHO error\n"}, {31, "Stream writeTEV_KTS error\n"}, {32, ""}};
+    for (const auto& [room, step] : kCuts) {
+        SCOPED_TRACE(room);
+        clearLog();
+        FixedBuffer buffer(kMedia, container + room);
+        EXPECT_EQ(addPhoto(buffer.stream()), step.empty() ? 1u : 0u);
+        EXPECT_EQ(buffer.contents(), withDirectoryPrefix(room / 4 * 4));
+        ASSERT_EQ(logLines().size(), step.empty() ? 0u : 1u) << dumpLog();
+        EXPECT_TRUE(step.empty() || loggedError(kFirstTag, step)) << dumpLog();
+    }
+}
+
+// Lowers the file size limit of the process for its lifetime, so that writes
+// past it stop short instead of raising SIGXFSZ.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t limit) {
+        getrlimit(RLIMIT_FSIZE, &saved_);
+        oldHandler_ = std::signal(SIGXFSZ, SIG_IGN);
+        rlimit lowered = saved_;
+        lowered.rlim_cur = limit;
+        setrlimit(RLIMIT_FSIZE, &lowered);
+    }
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &saved_);
+        std::signal(SIGXFSZ, oldHandler_);
+    }
+
+private:
+    rlimit saved_{};
+    void (*oldHandler_)(int);
+};
+
+TEST_F(FormatWriterTest, DirectoryCutByAFileThatStopsGrowingLeavesTheFieldByFieldBytes) {
+    // The file takes the directory only up to 2 bytes into the entry's start
+    // offset: the one write of the whole directory stops there, the stream
+    // goes back and the fields are written again one by one, so the file
+    // keeps exactly the bytes and the failing step of field-by-field writes
+    // (a field cut inside counts as written, as a short write returns the
+    // bytes that went out). The system layer reports the short write of the
+    // whole directory on its own line first.
+    EditableFile file(kMedia);
+    uint32_t added = 1;
+    {
+        const FileSizeLimit limit(kMedia.size() + encodeRecord(kPhoto).size() + 18);
+        added = addPhoto(file.stream());
+    }
+    EXPECT_EQ(added, 0u);
+    EXPECT_EQ(file.bytes(), withDirectoryPrefix(18));
+    ASSERT_EQ(logLines().size(), 2u) << dumpLog();
+    EXPECT_TRUE(loggedError("TEVSystemFile::_kfwrite", "write ret != write size_of_byte  ==> fail(18 != 32)"))
+        << dumpLog();
+    EXPECT_TRUE(loggedError(kFirstTag, "Stream writeTEV_KTHO error\n")) << dumpLog();
 }
 
 }  // namespace
