@@ -1,11 +1,21 @@
-// Queries on a checked container: positions, extraction, types and names.
-#include <memory>
+// Queries on a checked container (positions, extraction, types and names),
+// through the C API and through tev.hpp, whose owners must each release
+// with the destroy function that matches how the object was made (a wrong
+// pairing leaks, double-closes or frees a caller's memory, which the
+// sanitizer build reports).
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
 
 #include "support/bytes.h"
 #include "support/log_capture.h"
 #include "support/medium.h"
+#include "support/sound_files.h"
 #include "tev/tev.hpp"
 
 namespace {
@@ -21,11 +31,6 @@ const std::vector<RecordSpec> kRecords = {
     {7, "gamma", std::nullopt, {}},
     {9, "delta", textBytes("x"), textBytes("d")},
 };
-
-using Offset = tev::Offset;
-using Unit = tev::Record;
-
-Bytes bytesOf(const unsigned char* data, uint32_t length) { return Bytes(data, data + length); }
 
 // The queries work on the pack whatever medium it came from; a file is the
 // common case.
@@ -47,34 +52,35 @@ TEST_F(QueryTest, PositionsPointAtDataAndSubInformation) {
     } kExpected[] = {{"alpha", 0, 77, 10, 0, 0}, {"beta", 1, 110, 9, 103, 7}, {"delta", 3, 150, 1, 149, 1}};
     for (const auto& e : kExpected) {
         SCOPED_TRACE(e.name);
-        for (const Offset& data : {Offset(getTEVInFileByName(pack(), e.name)),
-                                   Offset(getTEVInStreamByIndex(pack(), e.index))}) {
+        for (const tev::Offset& data : {tev::dataPosition(pack(), e.name), tev::Offset(getTEVInStreamByName(pack(), e.name)),
+                                        tev::Offset(getTEVInStreamByIndex(pack(), e.index))}) {
             ASSERT_NE(data, nullptr);
-            EXPECT_EQ(data->position, e.data);
-            EXPECT_EQ(data->length, e.dataLength);
+            EXPECT_EQ(std::make_pair(data->position, data->length), std::make_pair(e.data, e.dataLength));
         }
         if (e.subLength == 0) continue;
-        for (const Offset& sub : {Offset(getTEVSubInfoInStreamByName(pack(), e.name)),
-                                  Offset(getTEVSubInfoInFileByIndex(pack(), e.index))}) {
+        for (const tev::Offset& sub : {tev::subInfoPosition(pack(), e.name),
+                                       tev::Offset(getTEVSubInfoInStreamByName(pack(), e.name)),
+                                       tev::Offset(getTEVSubInfoInFileByIndex(pack(), e.index))}) {
             ASSERT_NE(sub, nullptr);
-            EXPECT_EQ(sub->position, e.sub);
-            EXPECT_EQ(sub->length, e.subLength);
+            EXPECT_EQ(std::make_pair(sub->position, sub->length), std::make_pair(e.sub, e.subLength));
         }
     }
     EXPECT_TRUE(logLines().empty()) << dumpLog();
 }
 
 TEST_F(QueryTest, ExtractCopiesTheRecordParts) {
-    Unit beta(extractTEVDataFromFilebyName(pack(), "beta", 4));
+    tev::Record beta = tev::extract(pack(), "beta");
     ASSERT_NE(beta, nullptr) << dumpLog();
-    EXPECT_EQ(bytesOf(beta->sub_info, beta->sub_info_length), textBytes("SUBINFO"));
-    EXPECT_EQ(bytesOf(beta->data, beta->data_length), textBytes("payload-b"));
+    EXPECT_EQ(tev::subInfoOf(*beta).text(), "SUBINFO");
+    EXPECT_EQ(tev::dataOf(*beta).text(), "payload-b");
     EXPECT_EQ(beta->data_type, 0u);
-    Unit alpha(extractTEVDataFromFilebyIndex(pack(), 0));
+    tev::Record alpha = tev::extract(pack(), 0u);
     ASSERT_NE(alpha, nullptr);
     EXPECT_EQ(alpha->sub_info, nullptr);
     EXPECT_EQ(alpha->sub_info_length, 0u);
-    EXPECT_EQ(bytesOf(alpha->data, alpha->data_length), textBytes("0123456789"));
+    EXPECT_TRUE(tev::subInfoOf(*alpha).empty());
+    EXPECT_EQ(tev::subInfoOf(*alpha).begin(), tev::subInfoOf(*alpha).end());
+    EXPECT_EQ(tev::dataOf(*alpha).text(), "0123456789");
     EXPECT_EQ(alpha->data_type, 7u);
 }
 
@@ -83,7 +89,8 @@ TEST_F(QueryTest, MissingPartsAndAbsentRecordsGiveNothing) {
     EXPECT_EQ(getTEVSubInfoInFileByName(pack(), "alpha"), nullptr);  // no sub-information
     EXPECT_EQ(extractTEVDataFromFilebyName(pack(), "gamma", 5), nullptr);
     EXPECT_EQ(getTEVInFileByName(pack(), "omega"), nullptr);
-    EXPECT_EQ(extractTEVDataFromFilebyName(pack(), "omega", 5), nullptr);
+    EXPECT_FALSE(tev::extract(pack(), "omega"));
+    EXPECT_FALSE(tev::extract(pack(), static_cast<const char*>(nullptr)));
     EXPECT_EQ(getTEVDataType(pack(), "omega"), kNone);
     for (unsigned int index : {4u, kNone}) {
         EXPECT_EQ(getTEVInFileByIndex(pack(), index), nullptr);
@@ -93,28 +100,123 @@ TEST_F(QueryTest, MissingPartsAndAbsentRecordsGiveNothing) {
     EXPECT_EQ(extractTEVDataFromFilebyName(pack(), "alpha", 0), nullptr);
 }
 
-TEST_F(QueryTest, TypesAndNamesByType) {
+TEST_F(QueryTest, NamesByTypeAreOwnedCopiesInDirectoryOrder) {
     EXPECT_EQ(getTEVDataType(pack(), "alpha"), 7u);
+    tev::NameList sevens = tev::namesOfType(pack(), tev::DataType{7});
+    EXPECT_EQ(std::vector<std::string>(sevens.begin(), sevens.end()), (std::vector<std::string>{"alpha", "gamma"}));
+    EXPECT_NE(sevens[0], pack()->name_list[0]);
+    tev::NameList moved = std::move(sevens);
+    EXPECT_TRUE(sevens.empty());
+    EXPECT_STREQ(moved[1], "gamma");
+    moved = tev::namesOfType(pack(), tev::DataType{9});  // the old list is released
+    ASSERT_EQ(moved.size(), 1u);
+    EXPECT_STREQ(moved[0], "delta");
     unsigned int count = 99;
-    char** names = getNameListByDataType(pack(), 7, &count);
-    ASSERT_NE(names, nullptr);
-    ASSERT_EQ(count, 2u);
-    EXPECT_STREQ(names[0], "alpha");
-    EXPECT_STREQ(names[1], "gamma");
-    for (unsigned int i = 0; i < count; ++i) _kfree(names[i]);
-    _kfree(names);
-    count = 99;
     EXPECT_EQ(getNameListByDataType(pack(), 42, &count), nullptr);
     EXPECT_EQ(count, 99u);
 }
 
-TEST_F(QueryTest, NameInListIsBorrowedAndStaysInsideThePacksList) {
+TEST_F(QueryTest, ListAccessorsBorrowAndRefuseWithTheirLog) {
     EXPECT_EQ(GetNameInList(pack(), 4, 3), pack()->name_list[3]);
-    EXPECT_EQ(GetNameInList(pack(), 3, 3), nullptr);
-    EXPECT_TRUE(loggedError("GetNameInList", "Index < Count"));
-    EXPECT_EQ(GetNameInList(pack(), 4, -1), nullptr);
-    EXPECT_EQ(GetNameInList(pack(), 100, 50), nullptr);
+    EXPECT_EQ(GetNameInList(pack(), 100, 50), nullptr);  // the caller's count, the pack's list
     EXPECT_EQ(GetTevCount(pack()), 4u);
+    EXPECT_EQ(GetNameType(pack()), 1u);
+    EXPECT_TRUE(logLines().empty()) << dumpLog();
+    unsigned int count = 0;
+    const struct {
+        bool refused;
+        const char* tag;
+        const char* text;
+    } kCases[] = {
+        {GetNameInList(pack(), 3, 3) == nullptr, "GetNameInList", "Index < Count"},
+        {GetNameInList(pack(), 4, -1) == nullptr, "GetNameInList", "Index < 0"},
+        {GetNameInList(pack(), 0, 0) == nullptr, "GetNameInList", "Count is 0"},
+        {GetNameInList(nullptr, 4, 0) == nullptr, "GetNameInList", "List is null"},
+        {GetNameType(nullptr) == 0, "GetNameType", "List is null"},
+        {GetTevCount(nullptr) == 0, "GetTevCount", "List is null"},
+        {getNameListByDataType(nullptr, 7, &count) == nullptr, "getNameListByDataType", "TEV_data null!!!\n"},
+    };
+    ASSERT_EQ(logLines().size(), std::size(kCases)) << dumpLog();
+    for (size_t i = 0; i < std::size(kCases); ++i) {
+        EXPECT_TRUE(kCases[i].refused) << kCases[i].text;
+        EXPECT_EQ(logLines()[i].tag + ": " + logLines()[i].text, std::string(kCases[i].tag) + ": " + kCases[i].text);
+    }
+}
+
+// Each pack owner with the check it belongs to: the borrowed FILE*,
+// descriptor, handle or stream stays usable after the pack went.
+TEST(TevHpp, PackOwnersLeaveBorrowedTargetsOpen) {
+    const TempFile file(buildContainer(fakeJpeg(64), kRecords));
+    FILE* fp = std::fopen(file.c_str(), "rb");
+    ASSERT_TRUE(tev::PackFP(checkTEVInFP(fp)));
+    EXPECT_EQ(std::fseek(fp, 0, SEEK_END), 0);
+    TevStreamFile stream(fp);
+    ASSERT_TRUE(tev::PackStream(checkTEVInStream(&stream)));
+    EXPECT_TRUE(stream.CheckError());
+    EXPECT_EQ(stream.destroyPointer(), 0);  // closes fp
+    const int fd = open(file.c_str(), O_RDONLY);
+    ASSERT_TRUE(tev::PackFP(checkTEVInFd(fd)));
+    EXPECT_EQ(close(fd), 0);
+    Bytes bytes = file.read();
+    tev::Buffer handle(initTEVUsedBuffer(bytes.data(), int64_t(bytes.size()), int64_t(bytes.size())));
+    ASSERT_TRUE(tev::PackBuffer(checkTEVInHandle(handle.get())));
+    EXPECT_EQ(getTEVWriteSize(handle.get()), int64_t(bytes.size()));
+    tev::Pack pack = tev::openForReading(file.c_str());
+    ASSERT_TRUE(pack);
+    EXPECT_EQ(GetTevCount(pack.get()), 4u);
+    EXPECT_FALSE(tev::openForReading(TempFile(fakeJpeg(64)).c_str()));
+}
+
+TEST(TevHpp, SignatureValues) {
+    const std::pair<uint32_t, tev::Signature> kCases[] = {
+        {0, tev::Signature::Error},     {1, tev::Signature::Plain}, {2, tev::Signature::Container},
+        {3, tev::Signature::Voxa},      {4, tev::Signature::ContainerThenVoxa},
+        {5, tev::Signature::Error},     {0xFFFFFFFF, tev::Signature::Error}};
+    for (const auto& [raw, expected] : kCases) EXPECT_EQ(tev::toSignature(raw), expected) << raw;
+    EXPECT_EQ(tev::signatureOf(TempFile(buildContainer(fakeJpeg(64), kRecords)).c_str()), tev::Signature::Container);
+    EXPECT_EQ(tev::signatureOf(TempFile(fakeJpeg(64)).c_str()), tev::Signature::Plain);
+    EXPECT_TRUE(tev::hasContainer(tev::Signature::ContainerThenVoxa));
+    EXPECT_FALSE(tev::hasContainer(tev::Signature::Voxa));
+}
+
+TEST(TevHpp, TypedSavePutsEachArgumentInPlace) {
+    const TempFile file(fakeJpeg(64));
+    auto saved = [&] { return tev::extract(tev::openForReading(file.c_str()).get(), "key"); };
+    ASSERT_TRUE(tev::saveToFile(file.c_str(), "key", tev::ByteView("payload"), tev::DataType{300}, tev::ByteView("meta")));
+    EXPECT_FALSE(tev::saveToFile(file.c_str(), "key", tev::ByteView("other"), tev::DataType{300}));
+    tev::Record unit = saved();
+    ASSERT_TRUE(unit);
+    EXPECT_EQ(unit->data_type, 300u);
+    EXPECT_EQ(tev::dataOf(*unit).text(), "payload");
+    EXPECT_EQ(tev::subInfoOf(*unit).text(), "meta");
+    ASSERT_TRUE(tev::saveToFile(file.c_str(), "key", tev::ByteView("other"), tev::DataType{301}, {},
+                                tev::OnExisting::Replace));
+    unit = saved();
+    ASSERT_TRUE(unit);
+    EXPECT_EQ(unit->data_type, 301u);
+    EXPECT_EQ(tev::dataOf(*unit).text(), "other");
+    EXPECT_TRUE(tev::subInfoOf(*unit).empty());
+    // A type-0 record needs sub-information; the library refuses it without.
+    EXPECT_FALSE(tev::saveToFile(file.c_str(), "bare", tev::ByteView("x"), tev::DataType{0}));
+}
+
+TEST(TevHpp, VoxaAndByteOwners) {
+    const TempFile file(imageWithBareSound(fakeJpeg(40), textBytes("sound!")));
+    tev::Voxa voxa(_checkAudioInImageFile(file.c_str()));
+    ASSERT_TRUE(voxa);
+    tev::KBytes copy(_getAudioStreamBuffer(voxa.get()));
+    ASSERT_TRUE(copy);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(copy.get()), 6), "sound!");
+    tev::VoxaOffset first(_getAudioInImageFile(voxa.get()));
+    ASSERT_TRUE(first);
+    EXPECT_EQ(first->offset, 40u);
+    uint32_t size = 0;
+    EXPECT_TRUE(tev::CBytes(GetAudioInVoxa(file.c_str(), &size)));
+    EXPECT_EQ(size, 6u);
+    FILE* fp = std::fopen(file.c_str(), "rb");
+    ASSERT_TRUE(tev::VoxaFP(_checkAudioInImageFP(fp)));
+    EXPECT_EQ(std::fclose(fp), 0);
+    EXPECT_STREQ(tev::KString(getTEVVersion()).get(), "107");
 }
 
 }  // namespace
