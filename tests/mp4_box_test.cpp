@@ -1,8 +1,9 @@
 // The "tevd" box around a container in MP4 files: the placeholder header,
-// its update, the known-size header, and wrapping an existing container.
-#include <unistd.h>
-
+// its update, the known-size header, wrapping an existing container, and
+// the refusals of each form.
 #include <gtest/gtest.h>
+
+#include <functional>
 
 #include "support/bytes.h"
 #include "support/log_capture.h"
@@ -13,16 +14,6 @@ namespace {
 using namespace tevtest;
 
 Bytes boxHeader(uint32_t size) { return ByteBuilder().u32be(size).text("tevd").take(); }
-
-// An index made by hand, for damage that the parser would not let through.
-_TEV_info handMadeIndex(TevStream* stream, int64_t streamSize, int64_t dataStart) {
-    _TEV_info info{};
-    info.valid = 1;
-    info.Stream = stream;
-    info.stream_size = streamSize;
-    info.data_start_position = dataStart;
-    return info;
-}
 
 // One record of 968 bytes and a one-entry directory of 32: 1000 bytes.
 const std::vector<RecordSpec> kThousandBytes = {{5, "blob", std::nullopt, Bytes(956, 0x6B)}};
@@ -46,46 +37,84 @@ TEST_F(Mp4BoxTest, PlaceholderAtTheEndThenUpdateToTheWholeBox) {
     EXPECT_TRUE(logLines().empty()) << dumpLog();
 }
 
-TEST_F(Mp4BoxTest, PlaceholderThatDoesNotFitLeavesNoHalfHeader) {
-    FixedBuffer buffer(fakeMp4(100), 106);  // room for the size field only
-    _kbseek(buffer.handle(), 0, 2);
-    int64_t position = 0;
-    EXPECT_EQ(writeMP4TagHandle(buffer.handle(), &position), 0u);
-    EXPECT_EQ(buffer.contents(), fakeMp4(100));
-    EXPECT_TRUE(loggedError("TEVAPIs::writeMP4TagStream", "file write error\n"));
-}
-
-TEST_F(Mp4BoxTest, UpdateOutsideTheStreamFailsAndRestoresThePosition) {
-    const Bytes content = ByteBuilder().bytes(fakeMp4(40)).bytes(boxHeader(0)).take();
-    FixedBuffer buffer(content, 100);
-    buffer.stream()->seek(12, 0);
-    for (int64_t position : {int64_t{60}, int64_t{46}, int64_t{-1}}) {
-        EXPECT_EQ(updateMP4TagStream(buffer.stream(), position), 0u) << position;
-        EXPECT_EQ(buffer.stream()->tell(), 12);
-    }
-    EXPECT_TRUE(loggedError("TEVAPIs::updateMP4TagStream", "file write error\n"));
-    EXPECT_EQ(buffer.contents(), content);
-    TempFile file(content);
-    FILE* fp = fopen(file.c_str(), "r+b");
-    EXPECT_EQ(updateMP4TagFp(fp, 1000), 0u);  // a file is never extended
-    fclose(fp);
-    EXPECT_EQ(file.read(), content);
-}
-
-TEST_F(Mp4BoxTest, KnownSizeHeaderIsWrittenWhereTheStreamStands) {
+TEST_F(Mp4BoxTest, KnownSizeHeaderIsWrittenAtTheEnd) {
     TempFile file(fakeMp4(100));
     FILE* fp = fopen(file.c_str(), "r+b");
-    lseek(fileno(fp), 0, SEEK_END);
     EXPECT_EQ(writeFirstMP4Tag(fp, 500), 1u);
     fclose(fp);
     EXPECT_EQ(file.read(), ByteBuilder().bytes(fakeMp4(100)).bytes(boxHeader(500)).take());
+}
 
-    FixedBuffer full(fakeMp4(30));
-    EXPECT_EQ(writeFirstMP4TagStream(full.stream(), 8), 0u);
-    EXPECT_TRUE(loggedError("TEV::writeFirstMP4Tag", "File Write Error"));
+// Every refusal logs its own line last and leaves the bytes as they were;
+// the update forms also put the stream back where it stood.
+TEST_F(Mp4BoxTest, RefusalsWriteNothingAndLogTheirLine) {
+    const Bytes content = ByteBuilder().bytes(fakeMp4(40)).bytes(boxHeader(0)).take();
+    FixedBuffer full(content);  // no room to grow
+    TempFile file(content);
+    FILE* readOnly = fopen(file.c_str(), "rb");
+    FILE* update = fopen(file.c_str(), "r+b");
+    TevStreamFile unusable(nullptr);
+    auto index = [&](TevStream* stream, int64_t size, int64_t start) {
+        return _TEV_info{1, size, start, stream, 32, 107, 1, 0, nullptr};
+    };
+    _TEV_info noStream = index(nullptr, 48, 40), broken = index(&unusable, 48, 40), invalid = index(full.stream(), 48, 40);
+    invalid.valid = 0;
+    int64_t position = 0;
+    const char* const kUpdate = "TEVAPIs::updateMP4TagStream";
+    const char* const kWrap = "TEV::writeMP4Tag";
+    // Each call gives 0 for a refusal; the update rows add 1 when the position moved.
+    const struct {
+        std::function<uint32_t()> call;
+        const char* tag;
+        const char* text;
+    } kCases[] = {
+        {[&] { return full.stream()->seek(0, 2) == 48 ? writeMP4TagStream(full.stream(), &position) : 9; },
+         "TEVAPIs::writeMP4TagStream", "file write error\n"},
+        {[&] { return _kbseek(full.handle(), 0, 2) == 48 ? writeMP4TagHandle(full.handle(), &position) : 9; },
+         "TEVAPIs::writeMP4TagFp", "writeMP4TagStream error\n"},
+        {[&] { return writeMP4TagFp(readOnly, &position); }, "TEVAPIs::writeMP4TagFp", "writeMP4TagStream error\n"},
+        {[&] { return writeMP4TagStream(nullptr, &position); }, kUpdate, "Stream null\n"},
+        {[&] { return writeMP4TagStream(&unusable, &position); }, kUpdate, "CheckError is false\n"},
+        {[&] { return updateMP4TagStream(full.stream(), 46) + (full.stream()->tell() != 12); }, kUpdate,
+         "file write error\n"},
+        {[&] { return updateMP4TagStream(full.stream(), -1) + (full.stream()->tell() != 12); }, kUpdate,
+         "file write error\n"},
+        {[&] { return updateMP4TagHandle(full.handle(), 60); }, "TEVAPIs::updateMP4TagFp", "updateMP4TagStream error\n"},
+        {[&] { return updateMP4TagFp(update, 1000); }, "TEVAPIs::updateMP4TagFp", "updateMP4TagStream error\n"},
+        {[&] { return updateMP4TagStream(nullptr, 0); }, kUpdate, "Stream null\n"},
+        {[&] { return updateMP4TagStream(&unusable, 0); }, kUpdate, "CheckError is false\n"},
+        {[&] { return writeFirstMP4TagStream(full.stream(), 8); }, "TEV::writeFirstMP4Tag", "File Write Error"},
+        {[&] { return writeFirstMP4TagStream(nullptr, 8); }, kWrap, "src_tev_info->Stream is null"},
+        {[&] { return writeFirstMP4Tag(nullptr, 8); }, kWrap, "src_tev_info->Stream CheckError is false"},
+        {[&] { return updateMP4Tag(&noStream); }, "TEV::updateMP4Tag", "src_tev_info->Stream is null"},
+        {[&] { return writeMP4Tag(&broken); }, kWrap, "src_tev_info->Stream CheckError is false"},
+        {[&] { return updateMP4Tag(&invalid); }, "TEV::updateMP4Tag", "TEV validation failed"},
+    };
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(std::string(c.tag) + ": " + c.text);
+        clearLog();
+        full.stream()->seek(12, 0);
+        EXPECT_EQ(c.call(), 0u);
+        ASSERT_FALSE(logLines().empty());
+        EXPECT_EQ(logLines().back().tag + ": " + logLines().back().text, std::string(c.tag) + ": " + c.text);
+    }
+    // Indexes whose appended region is empty, outside the stream or too big
+    // for a box allocate nothing and write nothing.
+    for (const _TEV_info& damaged : {index(full.stream(), int64_t(1) << 40, 0), index(full.stream(), 48, 48),
+                                     index(full.stream(), 48, 46), index(full.stream(), 48, -8)}) {
+        _TEV_info info = damaged;
+        SCOPED_TRACE(std::to_string(info.stream_size) + " " + std::to_string(info.data_start_position));
+        clearLog();
+        EXPECT_EQ(writeMP4Tag(&info), 0u);
+        EXPECT_EQ(updateMP4Tag(&info), 0u);
+        EXPECT_TRUE(loggedError(kWrap, "File Search Error") && loggedError("TEV::updateMP4Tag", "File Search Error"));
+    }
     EXPECT_EQ(writeFirstMP4TagBuffer(full.handle(), 8), 1u);  // the buffer form ignores failures
     EXPECT_EQ(writeFirstMP4TagBuffer(nullptr, 8), 1u);
-    EXPECT_EQ(full.contents(), fakeMp4(30));
+    fclose(readOnly);
+    fclose(update);
+    EXPECT_EQ(full.contents(), content);
+    EXPECT_EQ(file.read(), content);
 }
 
 TEST_F(Mp4BoxTest, UpdateFromTheIndexRestoresADamagedBoxSize) {
@@ -100,6 +129,8 @@ TEST_F(Mp4BoxTest, UpdateFromTheIndexRestoresADamagedBoxSize) {
     EXPECT_EQ(file.read(), good);
 }
 
+// Wrapping moves the container behind a header of the container's own
+// length; where the stream cannot grow by the header, nothing changes.
 TEST_F(Mp4BoxTest, WrappingMovesTheContainerBehindAHeaderOfItsOwnLength) {
     const Bytes original = buildContainer(fakeMp4(200), kThousandBytes);
     ASSERT_EQ(original.size(), 1200u);
@@ -110,30 +141,13 @@ TEST_F(Mp4BoxTest, WrappingMovesTheContainerBehindAHeaderOfItsOwnLength) {
     destroyTEVDATA(pack);
     const Bytes moved(original.begin() + 200, original.end());
     EXPECT_EQ(file.read(), ByteBuilder().bytes(fakeMp4(200)).bytes(boxHeader(1000)).bytes(moved).take());
-}
 
-TEST_F(Mp4BoxTest, WrappingThatCannotFitChangesNothing) {
-    const Bytes original = buildContainer(fakeMp4(200), kThousandBytes);
     FixedBuffer buffer(original, original.size() + 4);
-    _TEV_info_pack* pack = checkTEVInHandle(buffer.handle());
+    pack = checkTEVInHandle(buffer.handle());
     ASSERT_NE(pack, nullptr) << dumpLog();
     EXPECT_EQ(writeMP4Tag(pack->info), 0u);
     destroyTEVDATA_Buffer(pack);
     EXPECT_EQ(buffer.contents(), original);
-}
-
-TEST_F(Mp4BoxTest, DamagedIndexesAllocateNothingAndWriteNothing) {
-    const Bytes content = fakeMp4(64);
-    FixedBuffer buffer(content, 128);
-    for (_TEV_info info : {handMadeIndex(buffer.stream(), int64_t(1) << 40, 0),
-                           handMadeIndex(buffer.stream(), 64, 64), handMadeIndex(buffer.stream(), 64, 62),
-                           handMadeIndex(buffer.stream(), 64, -8)}) {
-        EXPECT_EQ(writeMP4Tag(&info), 0u) << info.stream_size << " " << info.data_start_position;
-        EXPECT_EQ(updateMP4Tag(&info), 0u) << info.stream_size << " " << info.data_start_position;
-    }
-    EXPECT_EQ(buffer.contents(), content);
-    EXPECT_TRUE(loggedError("TEV::writeMP4Tag", "File Search Error"));
-    EXPECT_TRUE(loggedError("TEV::updateMP4Tag", "File Search Error"));
 }
 
 }  // namespace
