@@ -7,25 +7,13 @@
 
 #include "support/files.h"
 
-namespace {
-
-std::string readText(const std::string& relative) {
-    const tevtest::Bytes bytes = tevtest::readFile(tevtest::sourcePath(relative));
-    return std::string(bytes.begin(), bytes.end());
-}
-
 TEST(Guide, QuickStartCopyMatchesTheExampleProgram) {
-    const std::string guide = readText("docs/api.md");
-    const std::string program = readText("examples/quickstart.cpp");
+    const tevtest::Bytes guideBytes = tevtest::readFile(tevtest::sourcePath("docs/api.md"));
+    const tevtest::Bytes programBytes = tevtest::readFile(tevtest::sourcePath("examples/quickstart.cpp"));
+    const std::string guide(guideBytes.begin(), guideBytes.end()), program(programBytes.begin(), programBytes.end());
     ASSERT_FALSE(program.empty());
-
-    const std::string open = "```cpp\n";
-    const size_t start = guide.find(open + program.substr(0, program.find('\n')));
-    ASSERT_NE(start, std::string::npos) << "no cpp block starting like examples/quickstart.cpp";
-    const size_t body = start + open.size();
-    const size_t close = guide.find("```\n", body);
-    ASSERT_NE(close, std::string::npos);
-    EXPECT_EQ(guide.substr(body, close - body), program);
+    const std::string open = "```cpp\n" + program.substr(0, program.find('\n'));
+    ASSERT_NE(guide.find(open), std::string::npos) << "no cpp block starting like examples/quickstart.cpp";
+    const size_t body = guide.find(open) + 7;  // past "```cpp\n"
+    EXPECT_EQ(guide.substr(body, guide.find("```\n", body) - body), program);
 }
-
-}  // namespace

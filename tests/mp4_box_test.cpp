@@ -45,8 +45,8 @@ TEST_F(Mp4BoxTest, KnownSizeHeaderIsWrittenAtTheEnd) {
     EXPECT_EQ(file.read(), ByteBuilder().bytes(fakeMp4(100)).bytes(boxHeader(500)).take());
 }
 
-// Every refusal logs its own line last and leaves the bytes as they were;
-// the update forms also put the stream back where it stood.
+// Every refusal logs its own line last, leaves the bytes as they were and
+// the stream where it stood (at its end, where a new box would go).
 TEST_F(Mp4BoxTest, RefusalsWriteNothingAndLogTheirLine) {
     const Bytes content = ByteBuilder().bytes(fakeMp4(40)).bytes(boxHeader(0)).take();
     FixedBuffer full(content);  // no room to grow
@@ -54,36 +54,31 @@ TEST_F(Mp4BoxTest, RefusalsWriteNothingAndLogTheirLine) {
     FILE* readOnly = fopen(file.c_str(), "rb");
     FILE* update = fopen(file.c_str(), "r+b");
     TevStreamFile unusable(nullptr);
-    auto index = [&](TevStream* stream, int64_t size, int64_t start) {
-        return _TEV_info{1, size, start, stream, 32, 107, 1, 0, nullptr};
-    };
-    _TEV_info noStream = index(nullptr, 48, 40), broken = index(&unusable, 48, 40), invalid = index(full.stream(), 48, 40);
+    TevStream* stream = full.stream();
+    auto index = [&](int64_t size, int64_t start, TevStream* on) { return _TEV_info{1, size, start, on, 32, 107, 1, 0, nullptr}; };
+    _TEV_info noStream = index(48, 40, nullptr), broken = index(48, 40, &unusable), invalid = index(48, 40, stream);
     invalid.valid = 0;
-    int64_t position = 0;
+    int64_t at = 0;
     const char* const kUpdate = "TEVAPIs::updateMP4TagStream";
+    const char* const kFp = "TEVAPIs::updateMP4TagFp";
     const char* const kWrap = "TEV::writeMP4Tag";
-    // Each call gives 0 for a refusal; the update rows add 1 when the position moved.
     const struct {
         std::function<uint32_t()> call;
         const char* tag;
         const char* text;
     } kCases[] = {
-        {[&] { return full.stream()->seek(0, 2) == 48 ? writeMP4TagStream(full.stream(), &position) : 9; },
-         "TEVAPIs::writeMP4TagStream", "file write error\n"},
-        {[&] { return _kbseek(full.handle(), 0, 2) == 48 ? writeMP4TagHandle(full.handle(), &position) : 9; },
-         "TEVAPIs::writeMP4TagFp", "writeMP4TagStream error\n"},
-        {[&] { return writeMP4TagFp(readOnly, &position); }, "TEVAPIs::writeMP4TagFp", "writeMP4TagStream error\n"},
-        {[&] { return writeMP4TagStream(nullptr, &position); }, kUpdate, "Stream null\n"},
-        {[&] { return writeMP4TagStream(&unusable, &position); }, kUpdate, "CheckError is false\n"},
-        {[&] { return updateMP4TagStream(full.stream(), 46) + (full.stream()->tell() != 12); }, kUpdate,
-         "file write error\n"},
-        {[&] { return updateMP4TagStream(full.stream(), -1) + (full.stream()->tell() != 12); }, kUpdate,
-         "file write error\n"},
-        {[&] { return updateMP4TagHandle(full.handle(), 60); }, "TEVAPIs::updateMP4TagFp", "updateMP4TagStream error\n"},
-        {[&] { return updateMP4TagFp(update, 1000); }, "TEVAPIs::updateMP4TagFp", "updateMP4TagStream error\n"},
+        {[&] { return writeMP4TagStream(stream, &at); }, "TEVAPIs::writeMP4TagStream", "file write error\n"},
+        {[&] { return writeMP4TagHandle(full.handle(), &at); }, "TEVAPIs::writeMP4TagFp", "writeMP4TagStream error\n"},
+        {[&] { return writeMP4TagFp(readOnly, &at); }, "TEVAPIs::writeMP4TagFp", "writeMP4TagStream error\n"},
+        {[&] { return writeMP4TagStream(nullptr, &at); }, kUpdate, "Stream null\n"},
+        {[&] { return writeMP4TagStream(&unusable, &at); }, kUpdate, "CheckError is false\n"},
+        {[&] { return updateMP4TagStream(stream, 46); }, kUpdate, "file write error\n"},
+        {[&] { return updateMP4TagStream(stream, -1); }, kUpdate, "file write error\n"},
+        {[&] { return updateMP4TagHandle(full.handle(), 60); }, kFp, "updateMP4TagStream error\n"},
+        {[&] { return updateMP4TagFp(update, 1000); }, kFp, "updateMP4TagStream error\n"},  // a file is never extended
         {[&] { return updateMP4TagStream(nullptr, 0); }, kUpdate, "Stream null\n"},
         {[&] { return updateMP4TagStream(&unusable, 0); }, kUpdate, "CheckError is false\n"},
-        {[&] { return writeFirstMP4TagStream(full.stream(), 8); }, "TEV::writeFirstMP4Tag", "File Write Error"},
+        {[&] { return writeFirstMP4TagStream(stream, 8); }, "TEV::writeFirstMP4Tag", "File Write Error"},
         {[&] { return writeFirstMP4TagStream(nullptr, 8); }, kWrap, "src_tev_info->Stream is null"},
         {[&] { return writeFirstMP4Tag(nullptr, 8); }, kWrap, "src_tev_info->Stream CheckError is false"},
         {[&] { return updateMP4Tag(&noStream); }, "TEV::updateMP4Tag", "src_tev_info->Stream is null"},
@@ -93,20 +88,19 @@ TEST_F(Mp4BoxTest, RefusalsWriteNothingAndLogTheirLine) {
     for (const auto& c : kCases) {
         SCOPED_TRACE(std::string(c.tag) + ": " + c.text);
         clearLog();
-        full.stream()->seek(12, 0);
+        ASSERT_EQ(stream->seek(0, 2), 48);
         EXPECT_EQ(c.call(), 0u);
+        EXPECT_EQ(stream->tell(), 48);
         ASSERT_FALSE(logLines().empty());
         EXPECT_EQ(logLines().back().tag + ": " + logLines().back().text, std::string(c.tag) + ": " + c.text);
     }
     // Indexes whose appended region is empty, outside the stream or too big
     // for a box allocate nothing and write nothing.
-    for (const _TEV_info& damaged : {index(full.stream(), int64_t(1) << 40, 0), index(full.stream(), 48, 48),
-                                     index(full.stream(), 48, 46), index(full.stream(), 48, -8)}) {
-        _TEV_info info = damaged;
+    for (_TEV_info info : {index(int64_t(1) << 40, 0, stream), index(48, 48, stream), index(48, 46, stream),
+                           index(48, -8, stream)}) {
         SCOPED_TRACE(std::to_string(info.stream_size) + " " + std::to_string(info.data_start_position));
         clearLog();
-        EXPECT_EQ(writeMP4Tag(&info), 0u);
-        EXPECT_EQ(updateMP4Tag(&info), 0u);
+        EXPECT_EQ(writeMP4Tag(&info) + updateMP4Tag(&info), 0u);
         EXPECT_TRUE(loggedError(kWrap, "File Search Error") && loggedError("TEV::updateMP4Tag", "File Search Error"));
     }
     EXPECT_EQ(writeFirstMP4TagBuffer(full.handle(), 8), 1u);  // the buffer form ignores failures
