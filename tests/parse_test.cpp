@@ -68,18 +68,16 @@ protected:
         if (names && getAllNameOfDataList(info.get()) != 1) return nullptr;
         return info;
     }
-    static Region dataAt(_TEV_info* info, uint32_t index) {
-        Region region{-1, -1};
-        readDataOfIndexOffset(info, index, &region.first, &region.second);
-        return region;
-    }
-    static Region subAt(_TEV_info* info, uint32_t index) {
-        Region region{-1, -1};
-        readSubDataInfoOfDataOffset(info, index, &region.first, &region.second);
-        return region;
-    }
     std::unique_ptr<StreamOver> stream_;
 };
+
+// Where a record's data (or sub-information) lies; kNoRegion for none.
+Region dataAt(_TEV_info* info, uint32_t index, bool sub = false) {
+    Region region{-1, -1};
+    (sub ? readSubDataInfoOfDataOffset : readDataOfIndexOffset)(info, index, &region.first, &region.second);
+    return region;
+}
+Region subAt(_TEV_info* info, uint32_t index) { return dataAt(info, index, true); }
 
 TEST_F(ParseTest, ReadsEveryRecordOnEveryStreamMedium) {
     for (StreamMedium medium : kStreamMedia) {
@@ -332,43 +330,35 @@ TEST_F(ParseTest, UnusableArgumentsAreRefusedWithTheirLog) {
     EXPECT_EQ(usable.contents(), oneRecordFile());
 }
 
-// Two records behind 100 bytes of media: alpha at 100 (20 bytes), beta at
-// 120 (19 bytes); "TEVH" at 139, the count at 147, the entries at 151 and
-// 163, KTHO at 175.
+// The stream ends inside the second entry after the directory was located.
+// The entries in front of the cut are taken one by one, as field reads take
+// them: a refused first entry is what is reported; behind a sound one the
+// cut entry keeps what its reads stored: a file hands over the start
+// offset's low half (so the list is read), a memory buffer nothing (the
+// offset stays 0 and is refused).
 TEST_F(ParseTest, DirectoryCutShortFailsAtTheSameEntryAsFieldReads) {
+    // alpha at 100 (20 bytes), beta at 120; "TEVH" at 139, the entries at 151 and 163.
     const Bytes file = buildContainer(fakeJpeg(100), {RecordSpec{1, "alpha", std::nullopt, textBytes("1234567")},
                                                       RecordSpec{2, "beta", std::nullopt, textBytes("1234567")}});
-    constexpr size_t kCountAt = 147, kSecondEntryAt = 163;
+    Bytes refused = file;
+    putU32le(refused, 151 + 4, 0);  // the first entry's start offset
     for (StreamMedium medium : {StreamMedium::Buffer, StreamMedium::File}) {
-        SCOPED_TRACE(mediumName(medium));
-        // The stream ends inside the second entry after the directory was
-        // located: the entries in front of the cut are still taken one by
-        // one, so the first entry's refusal is what is reported.
-        Bytes damaged = file;
-        putU32le(damaged, kCountAt + 8, 0);  // first entry's start offset
-        clearLog();
-        tev::Index info(ParseTEV(open(damaged, medium), SIGNATURE_TEV));
-        ASSERT_TRUE(info) << dumpLog();
-        ASSERT_EQ(stream_->get()->truncate(kSecondEntryAt + 6), 0);
-        EXPECT_EQ(getTEVList(info.get()), 0u);
-        EXPECT_TRUE(loggedError("TEVInternal::_addData", "_addData  start_offset <= 0 !!")) << dumpLog();
-        EXPECT_TRUE(loggedError("TEV::getTEVList", "_addData return is LUMET_TEV_FALSE!!")) << dumpLog();
-        EXPECT_EQ(info->meta_data, nullptr);
-
-        // With a sound first entry the cut entry keeps what its reads stored:
-        // a file hands over the start offset's low half (so the list is
-        // read), a memory buffer nothing (the offset stays 0 and is refused).
-        clearLog();
-        info.reset(ParseTEV(open(file, medium), SIGNATURE_TEV));
-        ASSERT_TRUE(info);
-        ASSERT_EQ(stream_->get()->truncate(kSecondEntryAt + 6), 0);
-        const bool onFile = medium == StreamMedium::File;
-        EXPECT_EQ(getTEVList(info.get()), onFile ? 1u : 0u) << dumpLog();
-        if (onFile) {
-            EXPECT_EQ(info->meta_data[1]->start_offset, 19u);
-            EXPECT_EQ(info->meta_data[1]->length, 0u);
-        } else {
-            EXPECT_TRUE(loggedError("TEVInternal::_addData", "_addData  start_offset <= 0 !!")) << dumpLog();
+        for (const Bytes* bytes : {static_cast<const Bytes*>(&refused), &file}) {
+            SCOPED_TRACE(mediumName(medium) + (bytes == &file ? " sound" : " refused"));
+            clearLog();
+            tev::Index info(ParseTEV(open(*bytes, medium), SIGNATURE_TEV));
+            ASSERT_TRUE(info) << dumpLog();
+            ASSERT_EQ(stream_->get()->truncate(163 + 6), 0);
+            const bool listed = bytes == &file && medium == StreamMedium::File;
+            EXPECT_EQ(getTEVList(info.get()), listed ? 1u : 0u) << dumpLog();
+            if (listed) {
+                EXPECT_EQ(std::make_pair(info->meta_data[1]->start_offset, info->meta_data[1]->length),
+                          std::make_pair(19u, 0u));
+            } else {
+                EXPECT_TRUE(loggedError("TEVInternal::_addData", "_addData  start_offset <= 0 !!")) << dumpLog();
+                EXPECT_TRUE(loggedError("TEV::getTEVList", "_addData return is LUMET_TEV_FALSE!!")) << dumpLog();
+                EXPECT_EQ(info->meta_data, nullptr);
+            }
         }
     }
 }
