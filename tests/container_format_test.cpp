@@ -35,37 +35,10 @@ TEST(ContainerLayout, MetaTypeAndLengthsFollowTheLayoutAndWrapAt32Bits) {
     EXPECT_EQ(_calculateTEV_KTHO(0x20000000u), 0x8000000Cu);
 }
 
-_TEV_data_info entryOf(uint32_t meta, uint32_t offset, uint32_t length) {
-    _TEV_data_info entry{};
-    entry.meta_type = meta;
-    entry.start_offset = offset;
-    entry.length = length;
-    return entry;
-}
-
 const Bytes kFiller = ByteBuilder().u32le(0x7FFE0000u).u32le(12).text("Invalid_Data").take();
 
 // The writers are one body over TevStream; the medium is not their concern.
 class FormatWriterTest : public LogCaptureTest {};
-
-TEST_F(FormatWriterTest, RecordsAndDirectoryMatchTheLayoutByteForByte) {
-    const Bytes media = fakeJpeg(100);
-    FixedBuffer s(media, 228);
-    ASSERT_EQ(s.stream()->seek(0, 2), 100);
-    const RecordSpec plain{7, "name", std::nullopt, textBytes("0123456789")};
-    const RecordSpec withSub{0, "key", textBytes("abcdef"), textBytes("xy")};
-    EXPECT_EQ(writeTEVData(s.stream(), 7, 0, "name", 4, nullptr, 0, plain.data.data(), 10), 10);
-    EXPECT_EQ(writeTEVData(s.stream(), 0, 1, "key", 3, withSub.sub->data(), 6, "xy", 2), 2);
-    _TEV_data_info entries[] = {entryOf(_setMetaType(7, 0), 45, 22), entryOf(_setMetaType(0, 1), 23, 23)};
-    s.stream()->writeTEV_KTSS();
-    s.stream()->writeTEV_KVER();
-    s.stream()->writeTEV_KCnt(2);
-    for (_TEV_data_info& entry : entries) EXPECT_EQ(s.stream()->writeTEV_KDR(&entry), 1u);
-    s.stream()->writeTEV_KTHO(2);
-    s.stream()->writeTEV_KTS();
-    EXPECT_EQ(s.contents(), buildContainer(media, {plain, withSub}));
-    EXPECT_TRUE(logLines().empty()) << dumpLog();
-}
 
 TEST_F(FormatWriterTest, FillersFillTheirRegionExactly) {
     FixedBuffer out({}, 256);
@@ -88,12 +61,12 @@ TEST_F(FormatWriterTest, FillersFillTheirRegionExactly) {
 }
 
 TEST_F(FormatWriterTest, HeaderMethodStoresCountPlusTwoAndStopsAtTheFirstFailure) {
-    _TEV_data_info first = entryOf(0x00010000u, 40, 20);
+    _TEV_data_info first{40, 20, 0x00010000u, 0, 0, nullptr, 0};  // start offset, length, meta type
     _TEV_data_info* missing[] = {&first, nullptr};
     FixedBuffer out({}, 128);
     EXPECT_EQ(out.stream()->writeTEVHeader(missing, 2), 0);
     EXPECT_TRUE(out.contents().empty());
-    _TEV_data_info second = entryOf(0x00028000u, 20, 20);
+    _TEV_data_info second{20, 20, 0x00028000u, 1, 0, nullptr, 0};
     _TEV_data_info* entries[] = {&first, &second};
     EXPECT_EQ(out.stream()->writeTEVHeader(entries, 2), 4);
     const Bytes expected = ByteBuilder().text("TEVH").u32le(107).u32le(4)  // the count plus two
@@ -166,23 +139,18 @@ TEST_F(FormatWriterTest, DirectoryCutByAFullBufferLeavesTheFieldsThatFit) {
 
 // Lowers the file size limit of the process for its lifetime, so that writes
 // past it stop short instead of raising SIGXFSZ.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t limit) {
-        getrlimit(RLIMIT_FSIZE, &saved_);
-        oldHandler_ = std::signal(SIGXFSZ, SIG_IGN);
-        rlimit lowered = saved_;
-        lowered.rlim_cur = limit;
+struct FileSizeLimit {
+    explicit FileSizeLimit(rlim_t limit) : handler(std::signal(SIGXFSZ, SIG_IGN)) {
+        getrlimit(RLIMIT_FSIZE, &saved);
+        const rlimit lowered{limit, saved.rlim_max};
         setrlimit(RLIMIT_FSIZE, &lowered);
     }
     ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &saved_);
-        std::signal(SIGXFSZ, oldHandler_);
+        setrlimit(RLIMIT_FSIZE, &saved);
+        std::signal(SIGXFSZ, handler);
     }
-
-private:
-    rlimit saved_{};
-    void (*oldHandler_)(int);
+    void (*handler)(int);
+    rlimit saved{};
 };
 
 TEST_F(FormatWriterTest, DirectoryCutByAFileThatStopsGrowingLeavesTheFieldByFieldBytes) {
@@ -194,12 +162,10 @@ TEST_F(FormatWriterTest, DirectoryCutByAFileThatStopsGrowingLeavesTheFieldByFiel
     // bytes that went out). The system layer reports the short write of the
     // whole directory on its own line first.
     EditableFile file(kMedia);
-    uint32_t added = 1;
-    {
+    EXPECT_EQ([&] {
         const FileSizeLimit limit(kMedia.size() + encodeRecord(kPhoto).size() + 18);
-        added = addPhoto(file.stream());
-    }
-    EXPECT_EQ(added, 0u);
+        return addPhoto(file.stream());
+    }(), 0u);
     EXPECT_EQ(file.bytes(), withDirectoryPrefix(18));
     ASSERT_EQ(logLines().size(), 2u) << dumpLog();
     EXPECT_TRUE(loggedError("TEVSystemFile::_kfwrite", "write ret != write size_of_byte  ==> fail(18 != 32)"))
