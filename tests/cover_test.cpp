@@ -45,12 +45,11 @@ const std::vector<RecordSpec> kRecords = {{3, "photo.meta", textBytes("sub"), pa
                                           {4, "b", std::nullopt, pattern(77)}};
 
 // The live records through the library's queries (name, type, sub-information,
-// data), where the first of them lies, and the fillers, counted apart.
+// data), where the first of them lies, and where the fillers are.
 struct Entries {
     std::vector<std::tuple<std::string, uint32_t, Bytes, Bytes>> records;
     int64_t firstAt = -1;
-    int fillers = 0;
-    int fillerIndex = -1;
+    std::vector<uint32_t> fillers;
 };
 
 Entries entriesOf(const std::string& path) {
@@ -59,19 +58,15 @@ Entries entriesOf(const std::string& path) {
     for (uint32_t i = 0; pack && i < GetTevCount(pack.get()); ++i) {
         const std::string name = pack->name_list[i];
         if (name == "Invalid_Data") {  // a filler of 20 bytes has no data to extract
-            ++out.fillers;
-            out.fillerIndex = int(i);
+            out.fillers.push_back(i);
             continue;
         }
         const tev::Record unit = tev::extract(pack.get(), i);
         const tev::Offset at(getTEVInFileByIndex(pack.get(), i));
         if (out.firstAt < 0 && at) out.firstAt = at->position;
-        if (!unit) {
-            out.records.emplace_back(name + " (unreadable)", 0, Bytes(), Bytes());
-            continue;
-        }
-        const tev::ByteView sub = tev::subInfoOf(*unit), data = tev::dataOf(*unit);
-        out.records.emplace_back(name, unit->data_type, Bytes(sub.begin(), sub.end()), Bytes(data.begin(), data.end()));
+        const tev::ByteView sub = unit ? tev::subInfoOf(*unit) : tev::ByteView(), data = unit ? tev::dataOf(*unit) : sub;
+        out.records.emplace_back(unit ? name : name + " (unreadable)", unit ? unit->data_type : 0,
+                                 Bytes(sub.begin(), sub.end()), Bytes(data.begin(), data.end()));
     }
     return out;
 }
@@ -102,8 +97,7 @@ TEST_F(CoverTest, EveryLengthOnJpegAndBoxedMp4KeepsRecordsAndDecodes) {
             const Entries kept = entriesOf(file.path());
             ASSERT_EQ(kept.records, before.records);
             EXPECT_EQ(kept.firstAt == before.firstAt, c.recordsStay);
-            EXPECT_EQ(kept.fillers, c.delta <= -20 ? 1 : 0);
-            EXPECT_EQ(kept.fillerIndex, c.delta <= -20 ? 0 : -1);
+            EXPECT_EQ(kept.fillers, c.delta <= -20 ? std::vector<uint32_t>{0} : std::vector<uint32_t>{});
             if (mp4) {
                 EXPECT_EQ(readText(after, media.size() + 4, 4), "tevd");
                 EXPECT_EQ(readU32be(after, media.size()), after.size() - media.size());
@@ -123,7 +117,7 @@ TEST_F(CoverTest, RepeatedReplacementsNeverStackFillers) {
         ASSERT_EQ(replace(file, realMedia(false, pad, uint8_t(pad))), 1u) << dumpLog();
         const Entries kept = entriesOf(file.path());
         EXPECT_EQ(kept.records, before.records);
-        EXPECT_EQ(kept.fillers, pad <= kBase - 20 ? 1 : 0);
+        EXPECT_EQ(kept.fillers.size(), pad <= kBase - 20 ? 1u : 0u);
         EXPECT_EQ(kept.firstAt == before.firstAt, pad <= kBase - 20);
         EXPECT_TRUE(decodes(file.path(), false));
     }
