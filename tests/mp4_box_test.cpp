@@ -20,7 +20,7 @@ const std::vector<RecordSpec> kThousandBytes = {{5, "blob", std::nullopt, Bytes(
 
 class Mp4BoxTest : public LogCaptureTest {};
 
-TEST_F(Mp4BoxTest, PlaceholderAtTheEndThenUpdateToTheWholeBox) {
+TEST_F(Mp4BoxTest, HeadersGoAtTheEndAndTheUpdateCoversTheWholeBox) {
     FixedBuffer buffer(fakeMp4(100), 300);
     buffer.stream()->seek(0, 2);
     int64_t position = -5;
@@ -35,9 +35,8 @@ TEST_F(Mp4BoxTest, PlaceholderAtTheEndThenUpdateToTheWholeBox) {
     EXPECT_EQ(buffer.stream()->tell(), 10);
     EXPECT_EQ(readU32be(buffer.contents(), 100), 77u + 8u);
     EXPECT_TRUE(logLines().empty()) << dumpLog();
-}
 
-TEST_F(Mp4BoxTest, KnownSizeHeaderIsWrittenAtTheEnd) {
+    // A header of known size goes to the end, wherever the stream stood.
     TempFile file(fakeMp4(100));
     FILE* fp = fopen(file.c_str(), "r+b");
     EXPECT_EQ(writeFirstMP4Tag(fp, 500), 1u);
