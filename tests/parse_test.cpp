@@ -4,10 +4,10 @@
 // input and unusable arguments.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <memory>
 #include <string>
 #include <tuple>
+#include <vector>
 
 #include "support/bytes.h"
 #include "support/log_capture.h"
