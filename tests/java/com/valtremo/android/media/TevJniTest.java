@@ -1,23 +1,19 @@
 package com.valtremo.android.media;
 
-import static com.valtremo.android.media.Media.concat;
-import static com.valtremo.android.media.Media.container;
-import static com.valtremo.android.media.Media.jpeg;
-import static com.valtremo.android.media.Media.mp4;
-import static com.valtremo.android.media.Media.pattern;
-import static com.valtremo.android.media.Media.prefix;
-import static com.valtremo.android.media.Media.read;
-import static com.valtremo.android.media.Media.readAt;
-import static com.valtremo.android.media.Media.voxaBlock;
-import static com.valtremo.android.media.Media.write;
 import static com.valtremo.android.media.NativeTestSupport.assertLogged;
-import static com.valtremo.android.media.NativeTestSupport.assertNothingLogged;
+import static com.valtremo.android.media.NativeTestSupport.jpeg;
+import static com.valtremo.android.media.NativeTestSupport.mp4;
+import static com.valtremo.android.media.NativeTestSupport.onFd;
+import static com.valtremo.android.media.NativeTestSupport.pattern;
+import static com.valtremo.android.media.NativeTestSupport.readAt;
+import static com.valtremo.android.media.NativeTestSupport.write;
+import static java.nio.file.Files.readAllBytes;
 import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
-import com.valtremo.android.media.Media.Rec;
+import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.Arrays;
@@ -45,30 +41,31 @@ class TevJniTest {
     /** The record's data and sub-information lie where the position methods say, behind untouched media. */
     private static void assertRecord(Path file, byte[] media, String key, byte[] sub, byte[] data) throws Exception {
         String path = file.toString();
-        assertArrayEquals(media, prefix(read(file), media.length));
+        assertArrayEquals(media, Arrays.copyOf(readAllBytes(file), media.length));
         assertArrayEquals(data, readAt(file, TEVJNI.getTEVDataPosition(path, key)));
         if (sub != null) assertArrayEquals(sub, readAt(file, TEVJNI.getTEVSubDataPosition(path, key)));
     }
 
+    private void add(Path file, String name, int type) {
+        assertEquals(1, TEVJNI.addTEVData(file.toString(), name, name.length(), null, 0, data, data.length, type, 0));
+    }
+
     @Test
     void countsNamesAndTypes() throws Exception {
-        Rec alpha = new Rec(5, "alpha", null, pattern(40, 1));
-        Rec high = new Rec(0xFFFF, "gamma", null, pattern(17, 4));
-        String path = write(dir, "two.jpg", container(media, alpha, high)).toString();
+        Path file = write(dir, "two.jpg", media);
+        add(file, "alpha", 5);
+        add(file, "gamma", 0xFFFF);
+        String path = file.toString();
         assertEquals(107, TEVJNI.getNativeVersion());
         assertEquals(107, VoxaJNI.getNativeVersion());
         assertEquals(2, TEVJNI.getTEVDataCount(path));
         assertEquals("gamma", TEVJNI.getTEVName(path, 1));
         assertNull(TEVJNI.getTEVName(path, 2));
+        assertNull(TEVJNI.getTEVName(path, -1));
         assertEquals(0xFFFF, TEVJNI.getTEVDataType(path, "gamma"));
         assertEquals(-1, TEVJNI.getTEVDataType(path, "missing"));
-        int fd = NativeTestSupport.openFile(path, false);
-        try {
-            assertEquals(2, TEVJNI.getTEVDataCountFd(fd));
-            assertEquals(5, TEVJNI.getTEVDataTypeFd(fd, "alpha"));
-        } finally {
-            NativeTestSupport.closeFile(fd);
-        }
+        assertEquals(2, (int) onFd(file, TEVJNI::getTEVDataCountFd));
+        assertEquals(5, (int) onFd(file, fd -> TEVJNI.getTEVDataTypeFd(fd, "alpha")));
 
         String plain = write(dir, "plain.jpg", media).toString();
         assertEquals(0, TEVJNI.getTEVDataCount(plain));
@@ -81,16 +78,16 @@ class TevJniTest {
 
     @Test
     void namesWrittenElsewhereReachJavaAsValidStrings() throws Exception {
-        // Four-byte UTF-8 becomes a surrogate pair, bytes that are not UTF-8 U+FFFD.
-        Rec emoji = new Rec(1, "\uD83D\uDCF7", null, data);
-        Rec broken = new Rec(1, "xyz", null, data);
-        Rec latin1 = new Rec(1, "abc", null, data);
-        byte[] bytes = container(media, emoji, broken, latin1);
-        int brokenName = media.length + emoji.encode().length + 8;
-        bytes[brokenName + 1] = (byte) 0xC3;  // a lead byte followed by 'z', not by a continuation byte
-        bytes[brokenName + broken.encode().length] = (byte) 0xFF;
-        String path = write(dir, "odd.jpg", bytes).toString();
-        String[] expected = {"\uD83D\uDCF7", "x\uFFFDz", "\uFFFDbc"};
+        // Names stored as UTF-8 by another program: four-byte UTF-8 becomes a surrogate pair, bytes
+        // that are not UTF-8 U+FFFD.
+        Path file = write(dir, "odd.jpg", media);
+        String[][] stored = {{"wxyz", "\u00F0\u009F\u0093\u00B7"}, {"pqr", "p\u00C3r"}, {"abc", "\u00FFbc"}};
+        for (String[] name : stored) add(file, name[0], 1);
+        String bytes = new String(readAllBytes(file), StandardCharsets.ISO_8859_1);
+        for (String[] name : stored) bytes = bytes.replace(name[0], name[1]);
+        Files.write(file, bytes.getBytes(StandardCharsets.ISO_8859_1));
+        String path = file.toString();
+        String[] expected = {"\uD83D\uDCF7", "p\uFFFDr", "\uFFFDbc"};
         assertArrayEquals(expected, TEVJNI.listKeyNames(path));
         assertEquals(expected[1], TEVJNI.getTEVName(path, 1));
         assertArrayEquals(expected, TEVJNI.listKeyNamesByDataType(path, 1));
@@ -100,46 +97,34 @@ class TevJniTest {
     void addFormsAndFastEdits() throws Exception {
         Path photo = write(dir, "photo.jpg", media);
         String path = photo.toString();
-        Path dataFile = write(dir, "data.bin", data);
+        String dataFile = write(dir, "data.bin", data).toString();
         // The key name length is the caller's: a shorter one stores a prefix of the name.
         assertEquals(1, TEVJNI.addFastTEVData(path, "fast-long", 4, sub, sub.length, data, 100, 8, 0));
-        assertEquals(1, TEVJNI.addTEVDataFile(path, "file", 4, null, 0, dataFile.toString(), 9, 0));
-        assertEquals(1, TEVJNI.addFastTEVDataFile(path, "ffile", 5, sub, sub.length, dataFile.toString(), 9, 0));
+        assertEquals(1, TEVJNI.addTEVDataFile(path, "file", 4, null, 0, dataFile, 9, 0));
+        assertEquals(1, TEVJNI.addFastTEVDataFile(path, "ffile", 5, sub, sub.length, dataFile, 9, 0));
         assertEquals(1, TEVJNI.addTEVDataAddTag(path, "tag", 3, null, 0, data, data.length, 3, 0));
-        assertEquals(1, TEVJNI.addTEVDataFileAddTag(path, "ftag", 4, sub, sub.length, dataFile.toString(), 3, 0));
-        int fd = NativeTestSupport.openFile(path, true);
-        try {
-            assertEquals(1, TEVJNI.addTEVDataFdAddTag(fd, "fdtag", 5, null, 0, data, 10, 2, 0));
-        } finally {
-            NativeTestSupport.closeFile(fd);
-        }
+        assertEquals(1, TEVJNI.addTEVDataFileAddTag(path, "ftag", 4, sub, sub.length, dataFile, 3, 0));
+        assertEquals(1, (int) onFd(photo, fd -> TEVJNI.addTEVDataFdAddTag(fd, "fdtag", 5, null, 0, data, 10, 2, 0)));
         assertRecord(photo, media, "fast", sub, Arrays.copyOf(data, 100));
         assertRecord(photo, media, "file", null, data);
         assertRecord(photo, media, "ffile", sub, data);
         assertRecord(photo, media, "tag", null, data);
         assertRecord(photo, media, "ftag", sub, data);
         assertRecord(photo, media, "fdtag", null, Arrays.copyOf(data, 10));
-        assertEquals(0, TEVJNI.addTEVData(path, "key", 3, null, 0, data, data.length + 1, 7, 0));
-        assertLogged("JNI::addTEVData", "length beyond the end of its Java argument");
 
         assertEquals(1, TEVJNI.fastDeleteTEVData(path, "fast"));
         assertEquals(5, TEVJNI.getTEVDataCount(path));
         assertEquals(1, TEVJNI.fastClearTEVData(path));
-        assertArrayEquals(media, read(photo));
+        assertArrayEquals(media, readAllBytes(photo));
 
         byte[] movie = mp4(500);
         Path video = write(dir, "video.mp4", movie);
         assertEquals(1, TEVJNI.addTEVDataToMP4(video.toString(), "a", 1, sub, sub.length, data, data.length, 3, 0));
-        assertEquals(1, TEVJNI.addTEVDataFileToMP4(video.toString(), "b", 1, null, 0, dataFile.toString(), 3, 0));
-        fd = NativeTestSupport.openFile(video.toString(), true);
-        try {
-            assertEquals(1, TEVJNI.addTEVDataFdToMP4(fd, "c", 1, null, 0, data, data.length, 2, 0));
-        } finally {
-            NativeTestSupport.closeFile(fd);
-        }
+        assertEquals(1, TEVJNI.addTEVDataFileToMP4(video.toString(), "b", 1, null, 0, dataFile, 3, 0));
+        assertEquals(1, (int) onFd(video, fd -> TEVJNI.addTEVDataFdToMP4(fd, "c", 1, null, 0, data, data.length, 2, 0)));
         assertRecord(video, movie, "a", sub, data);
         assertRecord(video, movie, "c", null, data);
-        assertEquals("tevd", new String(Arrays.copyOfRange(read(video), movie.length + 4, movie.length + 8)));
+        assertEquals("tevd", new String(readAllBytes(video), movie.length + 4, 4, StandardCharsets.US_ASCII));
     }
 
     @Test
@@ -153,7 +138,7 @@ class TevJniTest {
         // The same record added by path gives the bytes the buffer must hold.
         Path photo = write(dir, "photo.jpg", media);
         assertEquals(1, TEVJNI.addTEVData(photo.toString(), "memo", 4, sub, sub.length, data, data.length, 7, 0));
-        byte[] expected = read(photo);
+        byte[] expected = readAllBytes(photo);
 
         int offset = 16;
         long capacity = TEVJNI.getTEVBufferAllocSize(media.length, 1, 4, sub.length, data.length);
@@ -167,7 +152,6 @@ class TevJniTest {
 
         byte[] before = buffer.clone();
         assertEquals(0, TEVJNI.addTEVDataBufferAddTag(buffer, 100, 101, offset, "k", 1, null, 0, data, 10, 7, 0));
-        assertEquals(0, TEVJNI.addTEVDataBufferAddTag(buffer, buffer.length, 10, 1, "k", 1, null, 0, data, 10, 7, 0));
         assertArrayEquals(before, buffer);
     }
 
@@ -188,7 +172,7 @@ class TevJniTest {
             types[i] = i % 3 + 1;
         }
         assertEquals(0, TEVJNI.addTEVDataFiles(path, names, lengths, files, types, 0, 0));
-        assertArrayEquals(media, read(photo));
+        assertArrayEquals(media, readAllBytes(photo));
         assertEquals(1, TEVJNI.addTEVDataFiles(path, names, lengths, files, types, 0, count));
         assertArrayEquals(names, TEVJNI.listKeyNames(path));
         assertRecord(photo, media, "rec1999", null, data);
@@ -204,36 +188,28 @@ class TevJniTest {
 
     @Test
     void voxaSoundIsAddedCopiedAndDeleted() throws Exception {
-        byte[] first = pattern(120, 1);
-        byte[] second = pattern(80, 2);
-        int s1 = media.length;
-        int s2 = s1 + first.length;
-        Path two = write(dir, "two.jpg", concat(media, first, second, voxaBlock(106, s1, s2, s2, s2 + second.length)));
-        assertArrayEquals(new int[] {s1, s2, s2, s2 + second.length}, VoxaJNI.ParseVoxaFile(two.toString()));
-        assertArrayEquals(new int[0], VoxaJNI.ParseVoxaFile(write(dir, "e.jpg", concat(media, Media.emptyVoxaBlock())).toString()));
-
+        byte[] sound = pattern(120, 1);
         Path photo = write(dir, "photo.jpg", media);
-        int added = VoxaJNI.AddSoundInVoxaFile(photo.toString(), first, first.length);
-        assertEquals(read(photo).length, added);
-        int[] table = VoxaJNI.ParseVoxaFile(photo.toString());
-        assertArrayEquals(first, readAt(photo, new long[] {table[0], table[1] - table[0]}));
+        assertEquals(0, VoxaJNI.isVoxaFile(photo.toString()));
+        int added = VoxaJNI.AddSoundInVoxaFile(photo.toString(), sound, sound.length);
+        assertEquals(readAllBytes(photo).length, added);
+        assertEquals(1, VoxaJNI.isVoxaFile(photo.toString()));
+        int[] table = {media.length, media.length + sound.length};
+        assertArrayEquals(table, VoxaJNI.ParseVoxaFile(photo.toString()));
+        assertArrayEquals(table, onFd(photo, VoxaJNI::ParseVoxaFd));
+        assertEquals(1, (int) onFd(photo, VoxaJNI::isVoxaFd));
 
         Path other = write(dir, "other.jpg", media);
         assertEquals(1, VoxaJNI.copyAdioData(photo.toString(), other.toString()));
-        assertArrayEquals(read(photo), read(other));
+        assertArrayEquals(readAllBytes(photo), readAllBytes(other));
         assertEquals(1, VoxaJNI.copyAdioData(dir.resolve("missing.jpg").toString(), other.toString()));
         assertEquals(1, VoxaJNI.DeleteVoxaFromFile(photo.toString()));
-        assertArrayEquals(media, read(photo));
-        int fd = NativeTestSupport.openFile(other.toString(), true);
-        try {
-            assertEquals(1, VoxaJNI.DeleteVoxaFromFd(fd));
-        } finally {
-            NativeTestSupport.closeFile(fd);
-        }
-        assertArrayEquals(media, read(other));
+        assertArrayEquals(media, readAllBytes(photo));
+        assertEquals(1, (int) onFd(other, VoxaJNI::DeleteVoxaFromFd));
+        assertArrayEquals(media, readAllBytes(other));
     }
 
-    /** A refusal: the failure value and exactly this error line. */
+    /** A refusal: the failure value and this error line. */
     private static void refused(Object result, String tag, String text) {
         assertTrue(result == null || List.of(0, 0L, false).contains(result), () -> "result " + result);
         assertLogged(tag, text);
@@ -242,10 +218,12 @@ class TevJniTest {
 
     @Test
     void refusalsAreLoggedUnderTheMethodsTag() throws Exception {
-        String plain = write(dir, "plain.jpg", media).toString();
+        Path plainFile = write(dir, "plain.jpg", media);
+        String plain = plainFile.toString();
         String missing = dir.resolve("missing.bin").toString();
         String empty = write(dir, "empty.bin", new byte[0]).toString();
         byte[] d = data;
+        String beyond = "length beyond the end of its Java argument";
         refused(TEVJNI.isTEVfd(-1), "JNI::isTEVFd", "fd error");
         refused(TEVJNI.getTEVDataCountFd(-1), "JNI::getTEVDataCountFd", "fd error");
         refused(TEVJNI.getTEVDataTypeFd(-1, "a"), "JNI::getTEVDataTypeFd", "fd error");
@@ -262,24 +240,19 @@ class TevJniTest {
         refused(TEVJNI.deleteTEVData(plain, null, 1), "JNI::deleteTEVData", "TEVnamePtr is null");
         refused(TEVJNI.deleteTEVDataFd(-1, "a", 1), "JNI::deleteTEVDataFd", "fd error");
         refused(TEVJNI.deleteTEVDataFd(7, null, 1), "JNI::deleteTEVDataFd", "TEVnamePtr is null");
+        refused(onFd(plainFile, fd -> TEVJNI.deleteTEVDataFd(fd, "a", 1)), "JNI::deleteTEVDataFd", "TEV_data is null");
+        refused(onFd(plainFile, fd -> TEVJNI.deleteTEVDataFd(fd, "a", 2)), "JNI::deleteTEVDataFd", beyond);
         refused(TEVJNI.clearTEVDataFd(-1), "JNI::clearTEVDataFd", "fd error");
         refused(TEVJNI.copyAllTEVData(plain, plain), "TEV TEVJNI", "copyAllTEVData error.");
         refused(TEVJNI.copyAllTEVDataFd(-1, 5), "TEV TEVJNI", "copyAllTEVDataFd error.");
         refused(TEVJNI.addFastTEVDataFile(plain, "x", 1, null, 0, missing, 9, 0), "TEVJNI::addFastTEVDataFile", "data_fp NULL\n");
         refused(TEVJNI.addFastTEVDataFile(plain, "x", 1, null, 0, empty, 9, 0), "TEVJNI::addFastTEVDataFile", "data_len<= 0\n");
-        for (String tag : List.of("JNI::addTEVDataFd", "JNI::addTEVDataFdAddTag", "JNI::addTEVDataFdToMP4")) {
-            boolean twin = tag.endsWith("AddTag");
-            boolean mp4 = tag.endsWith("MP4");
-            refused(mp4 ? TEVJNI.addTEVDataFdToMP4(-1, "k", 1, null, 0, d, 9, 2, 0)
-                    : twin ? TEVJNI.addTEVDataFdAddTag(-1, "k", 1, null, 0, d, 9, 2, 0)
-                    : TEVJNI.addTEVDataFd(-1, "k", 1, null, 0, d, 9, 2, 0), tag, "fd error");
-            refused(mp4 ? TEVJNI.addTEVDataFdToMP4(99, null, 1, null, 0, d, 9, 2, 0)
-                    : twin ? TEVJNI.addTEVDataFdAddTag(99, null, 1, null, 0, d, 9, 2, 0)
-                    : TEVJNI.addTEVDataFd(99, null, 1, null, 0, d, 9, 2, 0), tag, "TEVname is null.");
-            refused(mp4 ? TEVJNI.addTEVDataFdToMP4(99, "k", 1, null, 0, null, 9, 2, 0)
-                    : twin ? TEVJNI.addTEVDataFdAddTag(99, "k", 1, null, 0, null, 9, 2, 0)
-                    : TEVJNI.addTEVDataFd(99, "k", 1, null, 0, null, 9, 2, 0), tag, "TEVname is null.");
-        }
+        refused(TEVJNI.addTEVData(plain, "key", 3, null, 0, d, d.length + 1, 7, 0), "JNI::addTEVData", beyond);
+        refused(TEVJNI.addTEVDataFiles(plain, new String[] {"n"}, new int[] {2}, new String[] {plain}, new int[] {1}, 0, 1),
+                "JNI::addTEVDataFiles", beyond);
+        refused(TEVJNI.addTEVDataFd(-1, "k", 1, null, 0, d, 9, 2, 0), "JNI::addTEVDataFd", "fd error");
+        refused(TEVJNI.addTEVDataFdAddTag(99, null, 1, null, 0, d, 9, 2, 0), "JNI::addTEVDataFdAddTag", "TEVname is null.");
+        refused(TEVJNI.addTEVDataFdToMP4(99, "k", 1, null, 0, null, 9, 2, 0), "JNI::addTEVDataFdToMP4", "TEVname is null.");
         byte[] buffer = new byte[64];
         refused(TEVJNI.addTEVDataBufferAddTag(null, 10, 0, 0, "k", 1, null, 0, d, 10, 7, 0),
                 "TEVJNI::addTEVDataBufferAddTag ", "Buffer is LUMET_TEV_NULL \n");
@@ -287,13 +260,15 @@ class TevJniTest {
                 "TEVJNI::addTEVDataBufferAddTag", " TEVname is LUMET_TEV_NULL\n");
         refused(TEVJNI.addTEVDataBufferAddTag(buffer, 10, 0, 0, "k", 1, null, 0, null, 10, 7, 0),
                 "TEVJNI::addTEVDataBufferAddTag", "data is LUMET_TEV_NULL\n");
+        refused(TEVJNI.addTEVDataBufferAddTag(buffer, 10, 0, 55, "k", 1, null, 0, d, 10, 7, 0),
+                "TEVJNI::addTEVDataBufferAddTag", beyond);
         assertArrayEquals(new byte[64], buffer);
         refused(VoxaJNI.isVoxaFd(-1), "JNI::isVoxaFd", "fd error");
         refused(VoxaJNI.ParseVoxaFd(-1), "JNI::ParseVoxaFd", "fd error");
         refused(VoxaJNI.DeleteVoxaFromFd(-1), "JNI::DeleteVoxaFromFd", "fd error");
         refused(VoxaJNI.ParseVoxaFile(null), "LUMET", "input filename is NULL");
         assertEquals(0, VoxaJNI.isVoxaFd(0));  // refused by the library's own descriptor check, silently
-        assertNothingLogged();
+        assertEquals(0, NativeTestSupport.capturedLog().length);
 
         // Null arguments are handed to the library as null pointers, which refuses them.
         assertEquals(0, TEVJNI.addTEVData(null, "k", 1, null, 0, d, 9, 7, 0));
@@ -304,6 +279,6 @@ class TevJniTest {
         assertEquals(1, VoxaJNI.copyAdioData(null, null));
         // User-defined data (type 0) needs sub-information.
         assertEquals(0, TEVJNI.addTEVData(plain, "k", 1, null, 4, d, 9, 0, 0));
-        assertArrayEquals(media, read(Path.of(plain)));
+        assertArrayEquals(media, readAllBytes(plainFile));
     }
 }
