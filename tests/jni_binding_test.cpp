@@ -21,133 +21,76 @@
 #include "com_valtremo_android_media_VoxaJNI.h"
 #include "support/bytes.h"
 #include "support/files.h"
-#include "support/sound_files.h"
+#include "tev/tev.h"
 
 namespace {
 
 using tevtest::Bytes;
 
-// Java values of the stand-in VM.
+// A Java value of the stand-in VM: a string, a byte or int array, or an array of values.
 struct Value {
     std::string text;
     std::vector<jbyte> bytes;
     std::vector<jint> ints;
-    std::vector<jlong> longs;
     std::vector<Value*> elements;
-    bool isArray = false;
 };
 
 class FakeVm {
 public:
     FakeVm() {
-        current_ = this;
-        table_.GetStringUTFChars = [](JNIEnv*, jstring s, jboolean*) -> const char* {
-            ++current_->borrowed_;
-            return strdup(of(s)->text.c_str());
+        vm_ = this;
+        JNINativeInterface_& t = table_;
+        t.GetStringUTFChars = [](JNIEnv*, jstring s, jboolean*) { return static_cast<const char*>(++vm_->borrowed, strdup(of(s)->text.c_str())); };
+        t.ReleaseStringUTFChars = [](JNIEnv*, jstring, const char* chars) { --vm_->borrowed, std::free(const_cast<char*>(chars)); };
+        t.GetByteArrayElements = [](JNIEnv*, jbyteArray a, jboolean*) { return borrow(of(a)->bytes); };
+        t.ReleaseByteArrayElements = [](JNIEnv*, jbyteArray a, jbyte* e, jint mode) { giveBack(of(a)->bytes, e, mode); };
+        t.GetIntArrayElements = [](JNIEnv*, jintArray a, jboolean*) { return borrow(of(a)->ints); };
+        t.ReleaseIntArrayElements = [](JNIEnv*, jintArray a, jint* e, jint mode) { giveBack(of(a)->ints, e, mode); };
+        t.GetArrayLength = [](JNIEnv*, jarray a) { return static_cast<jsize>(of(a)->bytes.size() + of(a)->ints.size() + of(a)->elements.size()); };
+        t.GetObjectArrayElement = [](JNIEnv*, jobjectArray a, jsize i) {  // out of range throws
+            return i < 0 || static_cast<size_t>(i) >= of(a)->elements.size() ? vm_->fail() : vm_->local(of(a)->elements[i]);
         };
-        table_.ReleaseStringUTFChars = [](JNIEnv*, jstring, const char* chars) {
-            --current_->borrowed_;
-            std::free(const_cast<char*>(chars));
+        t.SetObjectArrayElement = [](JNIEnv*, jobjectArray a, jsize i, jobject v) { of(a)->elements.at(i) = of(v); };
+        t.DeleteLocalRef = [](JNIEnv*, jobject) { --vm_->live; };
+        t.FindClass = [](JNIEnv*, const char*) { return static_cast<jclass>(vm_->local(vm_->make())); };
+        t.NewStringUTF = [](JNIEnv*, const char* utf) {
+            return static_cast<jstring>(vm_->stringsBeforeFailure-- == 0 ? vm_->fail() : vm_->local(vm_->make(utf)));
         };
-        table_.GetByteArrayElements = [](JNIEnv*, jbyteArray a, jboolean*) { return borrow(of(a)->bytes); };
-        table_.ReleaseByteArrayElements = [](JNIEnv*, jbyteArray a, jbyte* e, jint mode) {
-            giveBack(of(a)->bytes, e, mode);
+        t.NewObjectArray = [](JNIEnv*, jsize n, jclass, jobject init) {
+            return static_cast<jobjectArray>(vm_->local(vm_->make("", std::vector<Value*>(n, of(init)))));
         };
-        table_.GetIntArrayElements = [](JNIEnv*, jintArray a, jboolean*) { return borrow(of(a)->ints); };
-        table_.ReleaseIntArrayElements = [](JNIEnv*, jintArray a, jint* e, jint mode) {
-            giveBack(of(a)->ints, e, mode);
-        };
-        table_.GetArrayLength = [](JNIEnv*, jarray a) -> jsize {
-            const Value* v = of(a);
-            return static_cast<jsize>(v->bytes.size() + v->ints.size() + v->longs.size() + v->elements.size());
-        };
-        table_.GetObjectArrayElement = [](JNIEnv*, jobjectArray a, jsize i) -> jobject {
-            std::vector<Value*>& elements = of(a)->elements;
-            if (i < 0 || static_cast<size_t>(i) >= elements.size()) {
-                current_->pendingException_ = current_->thrown_ = true;
-                return nullptr;
-            }
-            return current_->local(elements[i]);
-        };
-        table_.SetObjectArrayElement = [](JNIEnv*, jobjectArray a, jsize i, jobject v) {
-            of(a)->elements.at(static_cast<size_t>(i)) = of(v);
-        };
-        table_.DeleteLocalRef = [](JNIEnv*, jobject) { --current_->live_; };
-        table_.FindClass = [](JNIEnv*, const char*) { return static_cast<jclass>(current_->local(current_->make())); };
-        table_.NewStringUTF = [](JNIEnv*, const char* utf) {
-            Value* v = current_->make();
-            v->text = utf;
-            return static_cast<jstring>(current_->local(v));
-        };
-        table_.NewObjectArray = [](JNIEnv*, jsize n, jclass, jobject init) {
-            Value* v = current_->make();
-            v->isArray = true;
-            v->elements.assign(static_cast<size_t>(n), of(init));
-            return static_cast<jobjectArray>(current_->local(v));
-        };
-        table_.NewIntArray = [](JNIEnv*, jsize n) {
-            Value* v = current_->make();
-            v->ints.assign(static_cast<size_t>(n), 0);
-            return static_cast<jintArray>(current_->local(v));
-        };
-        table_.SetIntArrayRegion = [](JNIEnv*, jintArray a, jsize start, jsize n, const jint* src) {
-            std::copy(src, src + n, of(a)->ints.begin() + start);
-        };
-        table_.NewLongArray = [](JNIEnv*, jsize n) {
-            Value* v = current_->make();
-            v->longs.assign(static_cast<size_t>(n), 0);
-            return static_cast<jlongArray>(current_->local(v));
-        };
-        table_.SetLongArrayRegion = [](JNIEnv*, jlongArray a, jsize start, jsize n, const jlong* src) {
-            std::copy(src, src + n, of(a)->longs.begin() + start);
-        };
-        table_.ExceptionCheck = [](JNIEnv*) -> jboolean { return current_->pendingException_; };
-        table_.ExceptionClear = [](JNIEnv*) { current_->pendingException_ = false; };
+        t.NewIntArray = [](JNIEnv*, jsize n) { return static_cast<jintArray>(vm_->local(vm_->make("", {}, std::vector<jint>(n)))); };
+        t.SetIntArrayRegion = [](JNIEnv*, jintArray a, jsize start, jsize n, const jint* src) { std::copy(src, src + n, of(a)->ints.begin() + start); };
+        t.NewLongArray = [](JNIEnv*, jsize) { return static_cast<jlongArray>(vm_->local(vm_->make())); };
+        t.SetLongArrayRegion = [](JNIEnv*, jlongArray, jsize, jsize, const jlong*) {};
+        t.ExceptionCheck = [](JNIEnv*) -> jboolean { return vm_->pending; };
+        t.ExceptionClear = [](JNIEnv*) { vm_->pending = false; };
         env_.functions = &table_;
     }
 
     JNIEnv* env() { return &env_; }
-
-    jstring string(const char* text) {
-        if (text == nullptr) return nullptr;
-        Value* v = make();
-        v->text = text;
-        return reinterpret_cast<jstring>(v);
-    }
-    jbyteArray bytes(const Bytes& b) {
-        Value* v = make();
-        v->bytes.assign(b.begin(), b.end());
-        return reinterpret_cast<jbyteArray>(v);
-    }
-    jintArray ints(const std::vector<jint>& values) {
-        Value* v = make();
-        v->ints = values;
-        return reinterpret_cast<jintArray>(v);
-    }
+    jstring string(const char* text) { return reinterpret_cast<jstring>(text ? make(text) : nullptr); }
+    jbyteArray bytes(const Bytes& b) { return reinterpret_cast<jbyteArray>(make("", {}, {}, {b.begin(), b.end()})); }
+    jintArray ints(const std::vector<jint>& values) { return reinterpret_cast<jintArray>(make("", {}, values)); }
     jobjectArray strings(const std::vector<std::string>& texts) {
-        Value* v = make();
-        v->isArray = true;
-        for (const std::string& t : texts) v->elements.push_back(of(string(t.c_str())));
-        return reinterpret_cast<jobjectArray>(v);
+        std::vector<Value*> elements;
+        for (const std::string& t : texts) elements.push_back(make(t.c_str()));
+        return reinterpret_cast<jobjectArray>(make("", elements));
     }
 
-    // A call's result goes back to the caller: it is no longer the native code's local reference.
-    void returned(const void* result) {
-        if (result != nullptr) --live_;
-    }
-    void startCall() { live_ = peak_ = 0; }
-    int borrowed() const { return borrowed_; }
-    int live() const { return live_; }
-    int peak() const { return peak_; }
-    bool thrown() const { return thrown_; }
-    bool pendingException() const { return pendingException_; }
+    int borrowed = 0;             // strings and arrays handed out and not given back
+    int live = 0;                 // local references the native code holds
+    int peak = 0;                 // the most it held at once
+    bool pending = false;         // an exception not cleared
+    bool thrown = false;          // an exception since the test began
+    int stringsBeforeFailure = -1;  // NewStringUTF throws after this many strings (-1: never)
 
 private:
     static Value* of(const void* ref) { return static_cast<Value*>(const_cast<void*>(ref)); }
 
     template <typename T>
     static T* borrow(std::vector<T>& values) {
-        ++current_->borrowed_;
+        ++vm_->borrowed;
         auto* copy = static_cast<T*>(std::malloc(sizeof(T) * (values.size() + 1)));
         std::copy(values.begin(), values.end(), copy);
         return copy;
@@ -155,45 +98,42 @@ private:
     template <typename T>
     static void giveBack(std::vector<T>& values, T* copy, jint mode) {
         if (mode != JNI_ABORT) std::copy(copy, copy + values.size(), values.begin());
-        if (mode != JNI_COMMIT) {
-            --current_->borrowed_;
-            std::free(copy);
-        }
+        if (mode == JNI_COMMIT) return;
+        --vm_->borrowed;
+        std::free(copy);
     }
 
-    Value* make() {
-        values_.push_back(std::make_unique<Value>());
+    Value* make(const char* text = "", std::vector<Value*> elements = {}, std::vector<jint> ints = {},
+                std::vector<jbyte> bytes = {}) {
+        values_.push_back(std::make_unique<Value>(Value{text, std::move(bytes), std::move(ints), std::move(elements)}));
         return values_.back().get();
     }
     jobject local(Value* v) {
         if (v == nullptr) return nullptr;
-        peak_ = std::max(peak_, ++live_);
+        peak = std::max(peak, ++live);
         return reinterpret_cast<jobject>(v);
     }
+    jobject fail() { return pending = thrown = true, nullptr; }
 
-    static FakeVm* current_;
+    static FakeVm* vm_;
     JNINativeInterface_ table_{};
     JNIEnv env_{};
     std::vector<std::unique_ptr<Value>> values_;
-    int borrowed_ = 0;
-    int live_ = 0;
-    int peak_ = 0;
-    bool pendingException_ = false;
-    bool thrown_ = false;
 };
 
-FakeVm* FakeVm::current_ = nullptr;
+FakeVm* FakeVm::vm_ = nullptr;
 
 class JniBindingTest : public ::testing::Test {
 protected:
-    // Runs one native call and checks that it gave everything back.
+    // Runs one native call and checks that it gave everything back; a result
+    // goes to the caller, so it is no longer the native code's reference.
     void call(const char* what, const std::function<const void*()>& run) {
-        vm.startCall();
-        vm.returned(run());
-        EXPECT_EQ(0, vm.borrowed()) << what;
-        EXPECT_EQ(0, vm.live()) << what;
-        EXPECT_FALSE(vm.thrown()) << what;
-        EXPECT_FALSE(vm.pendingException()) << what;
+        vm.live = vm.peak = 0;
+        if (run() != nullptr) --vm.live;
+        EXPECT_EQ(0, vm.borrowed) << what;
+        EXPECT_EQ(0, vm.live) << what;
+        EXPECT_FALSE(vm.thrown) << what;
+        EXPECT_FALSE(vm.pending) << what;
     }
     FakeVm vm;
     JNIEnv* env = vm.env();
@@ -205,7 +145,8 @@ TEST_F(JniBindingTest, EachMethodFamilyGivesBackWhatItBorrowsOnEveryPath) {
     const Bytes media = tevtest::fakeJpeg(200);
     const Bytes data = tevtest::pattern(40);
     const tevtest::TempFile file(tevtest::buildContainer(media, {{3, "a", Bytes{1, 2}, data}, {4, "b", {}, data}}));
-    const tevtest::TempFile sound(tevtest::imageWithBareSound(media, data), "sound.jpg");
+    const tevtest::TempFile sound(media, "sound.jpg");
+    ASSERT_EQ(media.size() + data.size() + 30, AddSoundInVoxaFile(sound.c_str(), data.data(), 40));
     const tevtest::TempFile dataFile(data, "data.bin");
     const tevtest::TempFile plain(media, "plain.jpg");
     const char* path = file.c_str();
@@ -217,6 +158,8 @@ TEST_F(JniBindingTest, EachMethodFamilyGivesBackWhatItBorrowsOnEveryPath) {
     jstring key = vm.string("a");
     jbyteArray bytes = vm.bytes(data);
     jbyteArray sub = vm.bytes({9, 9});
+    Bytes room = media;
+    room.resize(1000);
     jstring df = vm.string(dataFile.c_str());
 
     // Each row runs a method with usable arguments, then with null ones (or descriptor -1).
@@ -241,14 +184,8 @@ TEST_F(JniBindingTest, EachMethodFamilyGivesBackWhatItBorrowsOnEveryPath) {
         {"addTEVDataAddTag", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_addTEVDataAddTag(env, nullptr, p, ok ? vm.string("i") : nullptr, 1, sub, 2, bytes, 40, 5, 1)); }},
         {"addTEVDataFd", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_addTEVDataFd(env, nullptr, fd, vm.string("k"), 1, sub, 2, ok ? bytes : nullptr, 40, 5, 1)); }},
         {"addTEVDataFdToMP4", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_addTEVDataFdToMP4(env, nullptr, ok ? fd : -1, vm.string("m"), 1, sub, 2, bytes, 40, 5, 1)); }},
-        {"addTEVDataBufferAddTag", [&](bool ok) {
-             Bytes room = media;
-             room.resize(1000);
-             return none(Java_com_valtremo_android_media_TEVJNI_addTEVDataBufferAddTag(env, nullptr, vm.bytes(room), 1000, ok ? 200 : 1001, 0, key, 1, sub, 2, bytes, 40, 5, 0));
-         }},
-        {"addTEVDataFiles", [&](bool ok) {
-             return none(Java_com_valtremo_android_media_TEVJNI_addTEVDataFiles(env, nullptr, p, vm.strings({"n", "o"}), vm.ints({1, 1}), vm.strings({dataFile.path(), dataFile.path()}), vm.ints({5, 5}), 1, ok ? 2 : 3));
-         }},
+        {"addTEVDataBufferAddTag", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_addTEVDataBufferAddTag(env, nullptr, vm.bytes(room), 1000, ok ? 200 : 1001, 0, key, 1, sub, 2, bytes, 40, 5, 0)); }},
+        {"addTEVDataFiles", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_addTEVDataFiles(env, nullptr, p, vm.strings({"n", "o"}), vm.ints({1, 1}), vm.strings({dataFile.path(), dataFile.path()}), vm.ints({5, 5}), 1, ok ? 2 : 3)); }},
         {"saveAudioJPEG", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_saveAudioJPEG(env, nullptr, p, bytes, 40, vm.string("memo"), ok ? 4 : 5)); }},
         {"deleteVoxaData", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_deleteVoxaData(env, nullptr, p, ok ? vm.string("memo") : nullptr)); }},
         {"copyAllTEVData", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_copyAllTEVData(env, nullptr, p, vm.string(ok ? plain.c_str() : nullptr))); }},
@@ -271,13 +208,12 @@ TEST_F(JniBindingTest, EachMethodFamilyGivesBackWhatItBorrowsOnEveryPath) {
     close(plainFd);
 }
 
-TEST_F(JniBindingTest, LongListsKeepTheLocalReferencesFew) {
+TEST_F(JniBindingTest, LongListsKeepTheLocalReferencesFewAndLetGoOnFailure) {
     const tevtest::TempFile file(tevtest::fakeJpeg(100));
     const tevtest::TempFile dataFile(Bytes{1, 2, 3}, "data.bin");
     constexpr int kCount = 300;
     std::vector<std::string> names;
     std::vector<jint> lengths;
-    std::vector<std::string> paths(kCount, dataFile.path());
     for (int i = 0; i < kCount; ++i) {
         names.push_back("r" + std::to_string(i));
         lengths.push_back(static_cast<jint>(names.back().size()));
@@ -287,17 +223,30 @@ TEST_F(JniBindingTest, LongListsKeepTheLocalReferencesFew) {
     call("addTEVDataFiles", [&] {
         EXPECT_EQ(1, Java_com_valtremo_android_media_TEVJNI_addTEVDataFiles(
                          env, nullptr, path, vm.strings(names), vm.ints(lengths),
-                         vm.strings(paths), vm.ints(std::vector<jint>(kCount, 1)), 0, kCount));
+                         vm.strings(std::vector<std::string>(kCount, dataFile.path())),
+                         vm.ints(std::vector<jint>(kCount, 1)), 0, kCount));
         return nullptr;
     });
-    EXPECT_LE(vm.peak(), 2);
+    EXPECT_LE(vm.peak, 2);
 
     call("listKeyNames", [&]() -> const void* {
         jobjectArray list = Java_com_valtremo_android_media_TEVJNI_listKeyNames(env, nullptr, path);
         EXPECT_NE(nullptr, list);
         return list;
     });
-    EXPECT_LE(vm.peak(), 3);
+    EXPECT_LE(vm.peak, 3);
+
+    // A VM that cannot make a string (out of memory) throws: the list is null, the
+    // exception cleared and the half-made array let go.
+    for (int made : {0, 1, 299}) {  // the array's filler "", then the first and the last name
+        vm.stringsBeforeFailure = made;
+        vm.live = 0;
+        EXPECT_EQ(nullptr, Java_com_valtremo_android_media_TEVJNI_listKeyNames(env, nullptr, path)) << made;
+        EXPECT_EQ(0, vm.live) << made;
+        EXPECT_EQ(0, vm.borrowed) << made;
+        EXPECT_FALSE(vm.pending) << made;
+    }
 }
+
 
 }  // namespace
