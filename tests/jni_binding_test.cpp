@@ -21,6 +21,7 @@
 #include "com_valtremo_android_media_VoxaJNI.h"
 #include "support/bytes.h"
 #include "support/files.h"
+#include "support/log_capture.h"
 #include "tev/tev.h"
 
 namespace {
@@ -123,7 +124,7 @@ private:
 
 FakeVm* FakeVm::vm_ = nullptr;
 
-class JniBindingTest : public ::testing::Test {
+class JniBindingTest : public tevtest::LogCaptureTest {
 protected:
     // Runs one native call and checks that it gave everything back; a result
     // goes to the caller, so it is no longer the native code's reference.
@@ -206,6 +207,82 @@ TEST_F(JniBindingTest, EachMethodFamilyGivesBackWhatItBorrowsOnEveryPath) {
     }
     close(fd);
     close(plainFd);
+}
+
+// The binding's own refusals: 0 or null, the error line under the method's
+// tag, nothing held, the file as it was.
+TEST_F(JniBindingTest, RefusalsAnswerZeroWithTheirTagAndText) {
+    const Bytes media = tevtest::fakeJpeg(200);
+    const tevtest::TempFile plain(media, "plain.jpg");
+    const tevtest::TempFile empty(Bytes{}, "empty.bin");
+    const int fd = open(plain.c_str(), O_RDWR);
+    ASSERT_GT(fd, 0);
+    jstring p = vm.string(plain.c_str());
+    jstring a = vm.string("a");
+    jbyteArray data = vm.bytes(tevtest::pattern(10));
+    jbyteArray buffer = vm.bytes(Bytes(64));
+    const char* beyond = "length beyond the end of its Java argument";
+    const auto isNull = [](const void* result) { return jlong{result != nullptr}; };
+    struct Row {
+        const char* tag;  // "": refused without a line
+        const char* text;
+        std::function<jlong()> run;
+    };
+    const std::vector<Row> rows = {
+        {"JNI::isTEVFd", "fd error", [&] { return Java_com_valtremo_android_media_TEVJNI_isTEVfd(env, nullptr, -1); }},
+        {"JNI::getTEVDataCountFd", "fd error", [&] { return Java_com_valtremo_android_media_TEVJNI_getTEVDataCountFd(env, nullptr, -1); }},
+        {"JNI::getTEVDataTypeFd", "fd error", [&] { return Java_com_valtremo_android_media_TEVJNI_getTEVDataTypeFd(env, nullptr, -1, a); }},
+        {"JNI::listKeyNames", "fd error", [&] { return isNull(Java_com_valtremo_android_media_TEVJNI_listKeyNamesFd(env, nullptr, -1)); }},
+        {"JNI::listTEVDataTypesFd", "fd error", [&] { return isNull(Java_com_valtremo_android_media_TEVJNI_listTEVDataTypesFd(env, nullptr, -1)); }},
+        {"JNI::listKeyNamesByDataTypeFd", "fd error", [&] { return isNull(Java_com_valtremo_android_media_TEVJNI_listKeyNamesByDataTypeFd(env, nullptr, -1, 1)); }},
+        {"JNI::getTEVDataPositionFd", "fd error", [&] { return isNull(Java_com_valtremo_android_media_TEVJNI_getTEVSubDataPositionFd(env, nullptr, -1, a)); }},
+        {"JNI::getTEVDataPositionFd", "TEVnamePtr is null", [&] { return isNull(Java_com_valtremo_android_media_TEVJNI_getTEVDataPositionFd(env, nullptr, -1, nullptr)); }},
+        {"JNI::getTEVDataPosition", "filenamePtr is null", [&] { return isNull(Java_com_valtremo_android_media_TEVJNI_getTEVDataPosition(env, nullptr, nullptr, a)); }},
+        {"JNI::getTEVDataPosition", "TEVnamePtr is null", [&] { return isNull(Java_com_valtremo_android_media_TEVJNI_getTEVDataPosition(env, nullptr, p, nullptr)); }},
+        {"JNI::listTEVDataTypes", "filenamePtr is null", [&] { return isNull(Java_com_valtremo_android_media_TEVJNI_listTEVDataTypes(env, nullptr, nullptr)); }},
+        {"JNI::deleteTEVData", "TEV_data is null", [&] { return Java_com_valtremo_android_media_TEVJNI_deleteTEVData(env, nullptr, p, a, 1); }},
+        {"JNI::deleteTEVData", "filenamePtr is null", [&] { return Java_com_valtremo_android_media_TEVJNI_deleteTEVData(env, nullptr, nullptr, a, 1); }},
+        {"JNI::deleteTEVData", "TEVnamePtr is null", [&] { return Java_com_valtremo_android_media_TEVJNI_deleteTEVData(env, nullptr, p, nullptr, 1); }},
+        {"JNI::deleteTEVData", beyond, [&] { return Java_com_valtremo_android_media_TEVJNI_deleteTEVData(env, nullptr, p, a, 2); }},
+        {"JNI::deleteTEVDataFd", "fd error", [&] { return Java_com_valtremo_android_media_TEVJNI_deleteTEVDataFd(env, nullptr, -1, a, 1); }},
+        {"JNI::deleteTEVDataFd", "TEVnamePtr is null", [&] { return Java_com_valtremo_android_media_TEVJNI_deleteTEVDataFd(env, nullptr, fd, nullptr, 1); }},
+        {"JNI::deleteTEVDataFd", "TEV_data is null", [&] { return Java_com_valtremo_android_media_TEVJNI_deleteTEVDataFd(env, nullptr, fd, a, 1); }},
+        {"JNI::deleteTEVDataFd", beyond, [&] { return Java_com_valtremo_android_media_TEVJNI_deleteTEVDataFd(env, nullptr, fd, a, -1); }},
+        {"JNI::clearTEVDataFd", "fd error", [&] { return Java_com_valtremo_android_media_TEVJNI_clearTEVDataFd(env, nullptr, -1); }},
+        {"TEV TEVJNI", "copyAllTEVData error.", [&] { return Java_com_valtremo_android_media_TEVJNI_copyAllTEVData(env, nullptr, p, p); }},
+        {"TEV TEVJNI", "copyAllTEVDataFd error.", [&] { return Java_com_valtremo_android_media_TEVJNI_copyAllTEVDataFd(env, nullptr, -1, 5); }},
+        {"TEVJNI::addFastTEVDataFile", "data_fp NULL\n", [&] { return Java_com_valtremo_android_media_TEVJNI_addFastTEVDataFile(env, nullptr, p, a, 1, nullptr, 0, vm.string("/nonexistent/x"), 9, 0); }},
+        {"TEVJNI::addFastTEVDataFile", "data_len<= 0\n", [&] { return Java_com_valtremo_android_media_TEVJNI_addFastTEVDataFile(env, nullptr, p, a, 1, nullptr, 0, vm.string(empty.c_str()), 9, 0); }},
+        {"JNI::addTEVData", beyond, [&] { return Java_com_valtremo_android_media_TEVJNI_addTEVData(env, nullptr, p, a, 1, nullptr, 0, data, 11, 7, 0); }},
+        {"JNI::addFastTEVData", beyond, [&] { return Java_com_valtremo_android_media_TEVJNI_addFastTEVData(env, nullptr, p, a, 1, data, 11, data, 1, 7, 0); }},
+        {"JNI::addTEVDataFileAddTag", beyond, [&] { return Java_com_valtremo_android_media_TEVJNI_addTEVDataFileAddTag(env, nullptr, p, a, 2, nullptr, 0, p, 7, 0); }},
+        {"JNI::addTEVDataFiles", beyond, [&] { return Java_com_valtremo_android_media_TEVJNI_addTEVDataFiles(env, nullptr, p, vm.strings({"n"}), vm.ints({2}), vm.strings({plain.path()}), vm.ints({1}), 0, 1); }},
+        {"JNI::saveAudioJPEG", beyond, [&] { return Java_com_valtremo_android_media_TEVJNI_saveAudioJPEG(env, nullptr, p, data, 10, a, 2); }},
+        {"JNI::addTEVDataFd", "fd error", [&] { return Java_com_valtremo_android_media_TEVJNI_addTEVDataFd(env, nullptr, -1, a, 1, nullptr, 0, data, 9, 2, 0); }},
+        {"JNI::addTEVDataFdAddTag", "TEVname is null.", [&] { return Java_com_valtremo_android_media_TEVJNI_addTEVDataFdAddTag(env, nullptr, fd, nullptr, 1, nullptr, 0, data, 9, 2, 0); }},
+        {"JNI::addTEVDataFdToMP4", "TEVname is null.", [&] { return Java_com_valtremo_android_media_TEVJNI_addTEVDataFdToMP4(env, nullptr, fd, a, 1, nullptr, 0, nullptr, 9, 2, 0); }},
+        {"TEVJNI::addTEVDataBufferAddTag ", "Buffer is LUMET_TEV_NULL \n", [&] { return Java_com_valtremo_android_media_TEVJNI_addTEVDataBufferAddTag(env, nullptr, nullptr, 10, 0, 0, a, 1, nullptr, 0, data, 10, 7, 0); }},
+        {"TEVJNI::addTEVDataBufferAddTag", " TEVname is LUMET_TEV_NULL\n", [&] { return Java_com_valtremo_android_media_TEVJNI_addTEVDataBufferAddTag(env, nullptr, buffer, 10, 0, 0, nullptr, 1, nullptr, 0, data, 10, 7, 0); }},
+        {"TEVJNI::addTEVDataBufferAddTag", "data is LUMET_TEV_NULL\n", [&] { return Java_com_valtremo_android_media_TEVJNI_addTEVDataBufferAddTag(env, nullptr, buffer, 10, 0, 0, a, 1, nullptr, 0, nullptr, 10, 7, 0); }},
+        {"TEVJNI::addTEVDataBufferAddTag", beyond, [&] { return Java_com_valtremo_android_media_TEVJNI_addTEVDataBufferAddTag(env, nullptr, buffer, 10, 0, 55, a, 1, nullptr, 0, data, 10, 7, 0); }},
+        {"JNI::AddSoundInVoxaFile", beyond, [&] { return jlong{Java_com_valtremo_android_media_VoxaJNI_AddSoundInVoxaFile(env, nullptr, p, data, 11)}; }},
+        {"JNI::isVoxaFd", "fd error", [&] { return Java_com_valtremo_android_media_VoxaJNI_isVoxaFd(env, nullptr, -1); }},
+        {"JNI::ParseVoxaFd", "fd error", [&] { return isNull(Java_com_valtremo_android_media_VoxaJNI_ParseVoxaFd(env, nullptr, -1)); }},
+        {"JNI::DeleteVoxaFromFd", "fd error", [&] { return Java_com_valtremo_android_media_VoxaJNI_DeleteVoxaFromFd(env, nullptr, -1); }},
+        {"LUMET", "input filename is NULL", [&] { return isNull(Java_com_valtremo_android_media_VoxaJNI_ParseVoxaFile(env, nullptr, nullptr)); }},
+        {"", "", [&] { return Java_com_valtremo_android_media_VoxaJNI_isVoxaFd(env, nullptr, 0); }},  // the library's own check
+    };
+    for (const Row& row : rows) {
+        tevtest::clearLog();
+        call(row.text, [&] {
+            EXPECT_EQ(0, row.run()) << row.tag << row.text;
+            return nullptr;
+        });
+        EXPECT_EQ(*row.tag == '\0', logLines().empty()) << dumpLog();
+        EXPECT_TRUE(!*row.tag || loggedError(row.tag, row.text)) << row.tag << row.text << dumpLog();
+    }
+    EXPECT_EQ(media, plain.read());
+    close(fd);
 }
 
 TEST_F(JniBindingTest, LongListsKeepTheLocalReferencesFewAndLetGoOnFailure) {

@@ -1,16 +1,8 @@
 package com.valtremo.android.media;
 
-import static com.valtremo.android.media.NativeTestSupport.jpeg;
-import static com.valtremo.android.media.NativeTestSupport.mp4;
-import static com.valtremo.android.media.NativeTestSupport.pattern;
-import static com.valtremo.android.media.NativeTestSupport.readAt;
-import static com.valtremo.android.media.NativeTestSupport.write;
+import static com.valtremo.android.media.TestFiles.*;
 import static java.nio.file.Files.readAllBytes;
-import static org.junit.jupiter.api.Assertions.assertArrayEquals;
-import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertFalse;
-import static org.junit.jupiter.api.Assertions.assertThrows;
-import static org.junit.jupiter.api.Assertions.assertTrue;
+import static org.junit.jupiter.api.Assertions.*;
 import static org.junit.jupiter.api.Assumptions.assumeTrue;
 
 import com.valtremo.android.media.TevFile.Kind;

@@ -1,32 +1,16 @@
 package com.valtremo.android.media;
 
-import static org.junit.jupiter.api.Assertions.assertTrue;
-
+import java.io.FileDescriptor;
 import java.io.IOException;
 import java.io.RandomAccessFile;
+import java.lang.reflect.Field;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.Arrays;
-import java.util.List;
 
-/** Test-only natives (Android log capture, plain descriptors) and stand-in media. */
-final class NativeTestSupport {
-    static {
-        System.loadLibrary("tev_jvm_test_support");
-    }
-
-    private NativeTestSupport() {}
-
-    /** Installs the capturing logger and forgets earlier lines. */
-    static native void startLogCapture();
-
-    /** Lines since startLogCapture, as "priority|tag|text". */
-    static native String[] capturedLog();
-
-    /** A descriptor of the file, opened read-write or read-only; -1 on failure. */
-    static native int openFile(String path, boolean writable);
-
-    static native int closeFile(int fd);
+/** Stand-in media, files and their descriptors. */
+final class TestFiles {
+    private TestFiles() {}
 
     interface FdCall<T> {
         T run(int fd) throws Exception;
@@ -34,18 +18,11 @@ final class NativeTestSupport {
 
     /** The call's result on a read-write descriptor of the file, closed afterwards. */
     static <T> T onFd(Path file, FdCall<T> call) throws Exception {
-        int fd = openFile(file.toString(), true);
-        try {
-            return call.run(fd);
-        } finally {
-            closeFile(fd);
+        try (RandomAccessFile f = new RandomAccessFile(file.toFile(), "rw")) {
+            Field number = FileDescriptor.class.getDeclaredField("fd");
+            number.setAccessible(true);
+            return call.run(number.getInt(f.getFD()));
         }
-    }
-
-    /** Asserts an error-priority line with exactly this tag and text among the lines since the last capture. */
-    static void assertLogged(String tag, String text) {
-        List<String> log = Arrays.asList(capturedLog());
-        assertTrue(log.contains("6|" + tag + "|" + text), () -> "expected " + tag + "|" + text + " in " + log);
     }
 
     /** FF D8, filler, FF D9: what the library needs of a JPEG. */
