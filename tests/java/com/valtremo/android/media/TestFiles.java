@@ -55,12 +55,7 @@ final class TestFiles {
     }
 
     /** The bytes of a file at a position returned by the position methods. */
-    static byte[] readAt(Path file, long[] positionAndLength) throws IOException {
-        try (RandomAccessFile f = new RandomAccessFile(file.toFile(), "r")) {
-            byte[] b = new byte[(int) positionAndLength[1]];
-            f.seek(positionAndLength[0]);
-            f.readFully(b);
-            return b;
-        }
+    static byte[] readAt(Path file, long[] at) throws IOException {
+        return Arrays.copyOfRange(Files.readAllBytes(file), (int) at[0], (int) (at[0] + at[1]));
     }
 }
