@@ -151,7 +151,7 @@ class TevFileTest {
         Path file = write(dir, "image.jpg", media);
         if (signature >= 3) assertEquals(media.length + old.length + 30, VoxaJNI.AddSoundInVoxaFile(file.toString(), old, old.length));
         if (signature % 2 == 0) withRecord(file, "kept", 9, null);
-        try (Opened f = new Opened(file, signature % 2 == 0)) {
+        try (Opened f = new Opened(file, signature >= 3)) {
             TevFile tev = f.tev;
             assertEquals(Kind.values()[signature - 1], tev.kind());
             List<String> expected = new ArrayList<>(signature >= 3 ? List.of("EchoFrame_000") : List.of());
