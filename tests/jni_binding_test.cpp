@@ -3,7 +3,8 @@
 // references. After every call nothing may stay borrowed and no local
 // reference may be left but the result; under LeakSanitizer a copy that was
 // never given back, or a pack or list the method did not free, is a leak.
-// (The JVM tests cover behaviour on a real VM, where LeakSanitizer cannot run.)
+// The binding's own refusals are checked here too, with their log lines.
+// (The JVM tests cover result shapes on a real VM, where LeakSanitizer cannot run.)
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <jni.h>
@@ -41,8 +42,8 @@ public:
     FakeVm() {
         vm_ = this;
         JNINativeInterface_& t = table_;
-        t.GetStringUTFChars = [](JNIEnv*, jstring s, jboolean*) { return static_cast<const char*>(++vm_->borrowed, strdup(of(s)->text.c_str())); };
-        t.ReleaseStringUTFChars = [](JNIEnv*, jstring, const char* chars) { --vm_->borrowed, std::free(const_cast<char*>(chars)); };
+        t.GetStringUTFChars = [](JNIEnv*, jstring s, jboolean*) -> const char* { ++vm_->borrowed; return strdup(of(s)->text.c_str()); };
+        t.ReleaseStringUTFChars = [](JNIEnv*, jstring, const char* chars) { --vm_->borrowed; std::free(const_cast<char*>(chars)); };
         t.GetByteArrayElements = [](JNIEnv*, jbyteArray a, jboolean*) { return borrow(of(a)->bytes); };
         t.ReleaseByteArrayElements = [](JNIEnv*, jbyteArray a, jbyte* e, jint mode) { giveBack(of(a)->bytes, e, mode); };
         t.GetIntArrayElements = [](JNIEnv*, jintArray a, jboolean*) { return borrow(of(a)->ints); };
@@ -114,7 +115,10 @@ private:
         peak = std::max(peak, ++live);
         return reinterpret_cast<jobject>(v);
     }
-    jobject fail() { return pending = thrown = true, nullptr; }
+    jobject fail() {
+        pending = thrown = true;
+        return nullptr;
+    }
 
     static FakeVm* vm_;
     JNINativeInterface_ table_{};
