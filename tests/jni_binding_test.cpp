@@ -3,7 +3,8 @@
 // references. After every call nothing may stay borrowed and no local
 // reference may be left but the result; under LeakSanitizer a copy that was
 // never given back, or a pack or list the method did not free, is a leak.
-// (The JVM tests cover behaviour on a real VM, where LeakSanitizer cannot run.)
+// The binding's own refusals are checked here too, with their log lines.
+// (The JVM tests cover result shapes on a real VM, where LeakSanitizer cannot run.)
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <jni.h>
@@ -21,133 +22,77 @@
 #include "com_valtremo_android_media_VoxaJNI.h"
 #include "support/bytes.h"
 #include "support/files.h"
-#include "support/sound_files.h"
+#include "support/log_capture.h"
+#include "tev/tev.h"
 
 namespace {
 
 using tevtest::Bytes;
 
-// Java values of the stand-in VM.
+// A Java value of the stand-in VM: a string, a byte or int array, or an array of values.
 struct Value {
     std::string text;
     std::vector<jbyte> bytes;
     std::vector<jint> ints;
-    std::vector<jlong> longs;
     std::vector<Value*> elements;
-    bool isArray = false;
 };
 
 class FakeVm {
 public:
     FakeVm() {
-        current_ = this;
-        table_.GetStringUTFChars = [](JNIEnv*, jstring s, jboolean*) -> const char* {
-            ++current_->borrowed_;
-            return strdup(of(s)->text.c_str());
+        vm_ = this;
+        JNINativeInterface_& t = table_;
+        t.GetStringUTFChars = [](JNIEnv*, jstring s, jboolean*) -> const char* { ++vm_->borrowed; return strdup(of(s)->text.c_str()); };
+        t.ReleaseStringUTFChars = [](JNIEnv*, jstring, const char* chars) { --vm_->borrowed; std::free(const_cast<char*>(chars)); };
+        t.GetByteArrayElements = [](JNIEnv*, jbyteArray a, jboolean*) { return borrow(of(a)->bytes); };
+        t.ReleaseByteArrayElements = [](JNIEnv*, jbyteArray a, jbyte* e, jint mode) { giveBack(of(a)->bytes, e, mode); };
+        t.GetIntArrayElements = [](JNIEnv*, jintArray a, jboolean*) { return borrow(of(a)->ints); };
+        t.ReleaseIntArrayElements = [](JNIEnv*, jintArray a, jint* e, jint mode) { giveBack(of(a)->ints, e, mode); };
+        t.GetArrayLength = [](JNIEnv*, jarray a) { return static_cast<jsize>(of(a)->bytes.size() + of(a)->ints.size() + of(a)->elements.size()); };
+        t.GetObjectArrayElement = [](JNIEnv*, jobjectArray a, jsize i) {  // out of range throws
+            return i < 0 || static_cast<size_t>(i) >= of(a)->elements.size() ? vm_->fail() : vm_->local(of(a)->elements[i]);
         };
-        table_.ReleaseStringUTFChars = [](JNIEnv*, jstring, const char* chars) {
-            --current_->borrowed_;
-            std::free(const_cast<char*>(chars));
+        t.SetObjectArrayElement = [](JNIEnv*, jobjectArray a, jsize i, jobject v) { of(a)->elements.at(i) = of(v); };
+        t.DeleteLocalRef = [](JNIEnv*, jobject) { --vm_->live; };
+        t.FindClass = [](JNIEnv*, const char*) { return static_cast<jclass>(vm_->local(vm_->make())); };
+        t.NewStringUTF = [](JNIEnv*, const char* utf) {
+            return static_cast<jstring>(vm_->stringsBeforeFailure-- == 0 ? vm_->fail() : vm_->local(vm_->make(utf)));
         };
-        table_.GetByteArrayElements = [](JNIEnv*, jbyteArray a, jboolean*) { return borrow(of(a)->bytes); };
-        table_.ReleaseByteArrayElements = [](JNIEnv*, jbyteArray a, jbyte* e, jint mode) {
-            giveBack(of(a)->bytes, e, mode);
+        t.NewObjectArray = [](JNIEnv*, jsize n, jclass, jobject init) {
+            return static_cast<jobjectArray>(vm_->local(vm_->make("", std::vector<Value*>(n, of(init)))));
         };
-        table_.GetIntArrayElements = [](JNIEnv*, jintArray a, jboolean*) { return borrow(of(a)->ints); };
-        table_.ReleaseIntArrayElements = [](JNIEnv*, jintArray a, jint* e, jint mode) {
-            giveBack(of(a)->ints, e, mode);
-        };
-        table_.GetArrayLength = [](JNIEnv*, jarray a) -> jsize {
-            const Value* v = of(a);
-            return static_cast<jsize>(v->bytes.size() + v->ints.size() + v->longs.size() + v->elements.size());
-        };
-        table_.GetObjectArrayElement = [](JNIEnv*, jobjectArray a, jsize i) -> jobject {
-            std::vector<Value*>& elements = of(a)->elements;
-            if (i < 0 || static_cast<size_t>(i) >= elements.size()) {
-                current_->pendingException_ = current_->thrown_ = true;
-                return nullptr;
-            }
-            return current_->local(elements[i]);
-        };
-        table_.SetObjectArrayElement = [](JNIEnv*, jobjectArray a, jsize i, jobject v) {
-            of(a)->elements.at(static_cast<size_t>(i)) = of(v);
-        };
-        table_.DeleteLocalRef = [](JNIEnv*, jobject) { --current_->live_; };
-        table_.FindClass = [](JNIEnv*, const char*) { return static_cast<jclass>(current_->local(current_->make())); };
-        table_.NewStringUTF = [](JNIEnv*, const char* utf) {
-            Value* v = current_->make();
-            v->text = utf;
-            return static_cast<jstring>(current_->local(v));
-        };
-        table_.NewObjectArray = [](JNIEnv*, jsize n, jclass, jobject init) {
-            Value* v = current_->make();
-            v->isArray = true;
-            v->elements.assign(static_cast<size_t>(n), of(init));
-            return static_cast<jobjectArray>(current_->local(v));
-        };
-        table_.NewIntArray = [](JNIEnv*, jsize n) {
-            Value* v = current_->make();
-            v->ints.assign(static_cast<size_t>(n), 0);
-            return static_cast<jintArray>(current_->local(v));
-        };
-        table_.SetIntArrayRegion = [](JNIEnv*, jintArray a, jsize start, jsize n, const jint* src) {
-            std::copy(src, src + n, of(a)->ints.begin() + start);
-        };
-        table_.NewLongArray = [](JNIEnv*, jsize n) {
-            Value* v = current_->make();
-            v->longs.assign(static_cast<size_t>(n), 0);
-            return static_cast<jlongArray>(current_->local(v));
-        };
-        table_.SetLongArrayRegion = [](JNIEnv*, jlongArray a, jsize start, jsize n, const jlong* src) {
-            std::copy(src, src + n, of(a)->longs.begin() + start);
-        };
-        table_.ExceptionCheck = [](JNIEnv*) -> jboolean { return current_->pendingException_; };
-        table_.ExceptionClear = [](JNIEnv*) { current_->pendingException_ = false; };
+        t.NewIntArray = [](JNIEnv*, jsize n) { return static_cast<jintArray>(vm_->local(vm_->make("", {}, std::vector<jint>(n)))); };
+        t.SetIntArrayRegion = [](JNIEnv*, jintArray a, jsize start, jsize n, const jint* src) { std::copy(src, src + n, of(a)->ints.begin() + start); };
+        t.NewLongArray = [](JNIEnv*, jsize) { return static_cast<jlongArray>(vm_->local(vm_->make())); };
+        t.SetLongArrayRegion = [](JNIEnv*, jlongArray, jsize, jsize, const jlong*) {};
+        t.ExceptionCheck = [](JNIEnv*) -> jboolean { return vm_->pending; };
+        t.ExceptionClear = [](JNIEnv*) { vm_->pending = false; };
         env_.functions = &table_;
     }
 
     JNIEnv* env() { return &env_; }
-
-    jstring string(const char* text) {
-        if (text == nullptr) return nullptr;
-        Value* v = make();
-        v->text = text;
-        return reinterpret_cast<jstring>(v);
-    }
-    jbyteArray bytes(const Bytes& b) {
-        Value* v = make();
-        v->bytes.assign(b.begin(), b.end());
-        return reinterpret_cast<jbyteArray>(v);
-    }
-    jintArray ints(const std::vector<jint>& values) {
-        Value* v = make();
-        v->ints = values;
-        return reinterpret_cast<jintArray>(v);
-    }
+    jstring string(const char* text) { return reinterpret_cast<jstring>(text ? make(text) : nullptr); }
+    jbyteArray bytes(const Bytes& b) { return reinterpret_cast<jbyteArray>(make("", {}, {}, {b.begin(), b.end()})); }
+    jintArray ints(const std::vector<jint>& values) { return reinterpret_cast<jintArray>(make("", {}, values)); }
     jobjectArray strings(const std::vector<std::string>& texts) {
-        Value* v = make();
-        v->isArray = true;
-        for (const std::string& t : texts) v->elements.push_back(of(string(t.c_str())));
-        return reinterpret_cast<jobjectArray>(v);
+        std::vector<Value*> elements;
+        for (const std::string& t : texts) elements.push_back(make(t.c_str()));
+        return reinterpret_cast<jobjectArray>(make("", elements));
     }
 
-    // A call's result goes back to the caller: it is no longer the native code's local reference.
-    void returned(const void* result) {
-        if (result != nullptr) --live_;
-    }
-    void startCall() { live_ = peak_ = 0; }
-    int borrowed() const { return borrowed_; }
-    int live() const { return live_; }
-    int peak() const { return peak_; }
-    bool thrown() const { return thrown_; }
-    bool pendingException() const { return pendingException_; }
+    int borrowed = 0;             // strings and arrays handed out and not given back
+    int live = 0;                 // local references the native code holds
+    int peak = 0;                 // the most it held at once
+    bool pending = false;         // an exception not cleared
+    bool thrown = false;          // an exception since the test began
+    int stringsBeforeFailure = -1;  // NewStringUTF throws after this many strings (-1: never)
 
 private:
     static Value* of(const void* ref) { return static_cast<Value*>(const_cast<void*>(ref)); }
 
     template <typename T>
     static T* borrow(std::vector<T>& values) {
-        ++current_->borrowed_;
+        ++vm_->borrowed;
         auto* copy = static_cast<T*>(std::malloc(sizeof(T) * (values.size() + 1)));
         std::copy(values.begin(), values.end(), copy);
         return copy;
@@ -155,129 +100,169 @@ private:
     template <typename T>
     static void giveBack(std::vector<T>& values, T* copy, jint mode) {
         if (mode != JNI_ABORT) std::copy(copy, copy + values.size(), values.begin());
-        if (mode != JNI_COMMIT) {
-            --current_->borrowed_;
-            std::free(copy);
-        }
+        if (mode == JNI_COMMIT) return;
+        --vm_->borrowed;
+        std::free(copy);
     }
 
-    Value* make() {
-        values_.push_back(std::make_unique<Value>());
+    Value* make(const char* text = "", std::vector<Value*> elements = {}, std::vector<jint> ints = {},
+                std::vector<jbyte> bytes = {}) {
+        values_.push_back(std::make_unique<Value>(Value{text, std::move(bytes), std::move(ints), std::move(elements)}));
         return values_.back().get();
     }
     jobject local(Value* v) {
         if (v == nullptr) return nullptr;
-        peak_ = std::max(peak_, ++live_);
+        peak = std::max(peak, ++live);
         return reinterpret_cast<jobject>(v);
     }
+    jobject fail() {
+        pending = thrown = true;
+        return nullptr;
+    }
 
-    static FakeVm* current_;
+    static FakeVm* vm_;
     JNINativeInterface_ table_{};
     JNIEnv env_{};
     std::vector<std::unique_ptr<Value>> values_;
-    int borrowed_ = 0;
-    int live_ = 0;
-    int peak_ = 0;
-    bool pendingException_ = false;
-    bool thrown_ = false;
 };
 
-FakeVm* FakeVm::current_ = nullptr;
+FakeVm* FakeVm::vm_ = nullptr;
 
-class JniBindingTest : public ::testing::Test {
+class JniBindingTest : public tevtest::LogCaptureTest {
 protected:
-    // Runs one native call and checks that it gave everything back.
-    void call(const char* what, const std::function<const void*()>& run) {
-        vm.startCall();
-        vm.returned(run());
-        EXPECT_EQ(0, vm.borrowed()) << what;
-        EXPECT_EQ(0, vm.live()) << what;
-        EXPECT_FALSE(vm.thrown()) << what;
-        EXPECT_FALSE(vm.pendingException()) << what;
+    // Runs native calls and checks that they gave everything back.
+    void call(const char* what, const std::function<void()>& run) {
+        vm.live = vm.peak = 0;
+        run();
+        EXPECT_EQ(0, vm.borrowed) << what;
+        EXPECT_EQ(0, vm.live) << what;
+        EXPECT_FALSE(vm.thrown) << what;
+        EXPECT_FALSE(vm.pending) << what;
+    }
+    // A result goes to the caller, so it is no longer the native code's reference.
+    jlong held(const void* result) {
+        if (result != nullptr) --vm.live;
+        return result != nullptr;
     }
     FakeVm vm;
     JNIEnv* env = vm.env();
 };
 
-const void* none(jlong) { return nullptr; }
-
-TEST_F(JniBindingTest, EachMethodFamilyGivesBackWhatItBorrowsOnEveryPath) {
+// Each row runs a method with usable arguments, then with the refused ones.
+// When the row names a tag, the refusal is the binding's own: 0 or null and
+// that error line (tag "": no line). Methods whose path and descriptor forms
+// share one helper and one set of owners appear once; every owner and result
+// builder is reached.
+TEST_F(JniBindingTest, EachMethodGivesBackWhatItBorrowsOnEveryPathAndRefusesWithItsLine) {
     const Bytes media = tevtest::fakeJpeg(200);
     const Bytes data = tevtest::pattern(40);
     const tevtest::TempFile file(tevtest::buildContainer(media, {{3, "a", Bytes{1, 2}, data}, {4, "b", {}, data}}));
-    const tevtest::TempFile sound(tevtest::imageWithBareSound(media, data), "sound.jpg");
+    const tevtest::TempFile sound(media, "sound.jpg");
+    ASSERT_EQ(media.size() + data.size() + 30, AddSoundInVoxaFile(sound.c_str(), data.data(), 40));
     const tevtest::TempFile dataFile(data, "data.bin");
+    const tevtest::TempFile emptyFile(Bytes{}, "empty.bin");
     const tevtest::TempFile plain(media, "plain.jpg");
-    const char* path = file.c_str();
-    const int fd = open(path, O_RDWR);
+    const tevtest::TempFile bare(media, "bare.jpg");
+    const int fd = open(file.c_str(), O_RDWR);
     const int plainFd = open(plain.c_str(), O_RDWR);
-    ASSERT_GT(fd, 0);
-    ASSERT_GT(plainFd, 0);
-    jstring p = vm.string(path);
+    const int bareFd = open(bare.c_str(), O_RDWR);
+    ASSERT_TRUE(fd > 0 && plainFd > 0 && bareFd > 0);
+    jstring p = vm.string(file.c_str());
     jstring key = vm.string("a");
     jbyteArray bytes = vm.bytes(data);
     jbyteArray sub = vm.bytes({9, 9});
     jstring df = vm.string(dataFile.c_str());
-
-    // Each row runs a method with usable arguments, then with null ones (or descriptor -1).
-    // Methods whose path and descriptor forms share one helper and one set of
-    // owners appear once; every owner and result builder is reached.
-    const std::vector<std::pair<const char*, std::function<const void*(bool)>>> rows = {
-        {"isTEVFile", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_isTEVFile(env, nullptr, ok ? p : nullptr)); }},
-        {"isTEVfd", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_isTEVfd(env, nullptr, ok ? fd : -1)); }},
-        {"getTEVDataPosition", [&](bool ok) -> const void* { return Java_com_valtremo_android_media_TEVJNI_getTEVDataPosition(env, nullptr, p, ok ? key : nullptr); }},
-        {"getTEVSubDataPositionFd", [&](bool ok) -> const void* { return Java_com_valtremo_android_media_TEVJNI_getTEVSubDataPositionFd(env, nullptr, fd, ok ? key : nullptr); }},
-        {"getTEVDataCount", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_getTEVDataCount(env, nullptr, ok ? p : nullptr)); }},
-        {"getTEVName", [&](bool ok) -> const void* { return Java_com_valtremo_android_media_TEVJNI_getTEVName(env, nullptr, p, ok ? 1 : 5); }},
-        {"getTEVDataType", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_getTEVDataType(env, nullptr, p, ok ? key : nullptr)); }},
-        {"listKeyNames", [&](bool ok) -> const void* { return Java_com_valtremo_android_media_TEVJNI_listKeyNames(env, nullptr, ok ? p : nullptr); }},
-        {"listKeyNamesFd", [&](bool ok) -> const void* { return Java_com_valtremo_android_media_TEVJNI_listKeyNamesFd(env, nullptr, ok ? fd : -1); }},
-        {"listTEVDataTypes", [&](bool ok) -> const void* { return Java_com_valtremo_android_media_TEVJNI_listTEVDataTypes(env, nullptr, ok ? p : nullptr); }},
-        {"listKeyNamesByDataType", [&](bool ok) -> const void* { return Java_com_valtremo_android_media_TEVJNI_listKeyNamesByDataType(env, nullptr, ok ? p : nullptr, 4); }},
-        {"addTEVData", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_addTEVData(env, nullptr, p, vm.string("c"), 1, ok ? sub : nullptr, 2, bytes, ok ? 40 : 41, 5, 1)); }},
-        {"addFastTEVDataFile", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_addFastTEVDataFile(env, nullptr, p, vm.string("e"), 1, sub, 2, ok ? df : p, 5, 1)); }},
-        {"addTEVDataFile", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_addTEVDataFile(env, nullptr, p, vm.string("f"), 1, sub, 2, ok ? df : nullptr, 5, 1)); }},
-        {"addTEVDataToMP4", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_addTEVDataToMP4(env, nullptr, ok ? p : nullptr, vm.string("g"), 1, sub, 2, bytes, 40, 5, 1)); }},
-        {"addTEVDataAddTag", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_addTEVDataAddTag(env, nullptr, p, ok ? vm.string("i") : nullptr, 1, sub, 2, bytes, 40, 5, 1)); }},
-        {"addTEVDataFd", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_addTEVDataFd(env, nullptr, fd, vm.string("k"), 1, sub, 2, ok ? bytes : nullptr, 40, 5, 1)); }},
-        {"addTEVDataFdToMP4", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_addTEVDataFdToMP4(env, nullptr, ok ? fd : -1, vm.string("m"), 1, sub, 2, bytes, 40, 5, 1)); }},
-        {"addTEVDataBufferAddTag", [&](bool ok) {
-             Bytes room = media;
-             room.resize(1000);
-             return none(Java_com_valtremo_android_media_TEVJNI_addTEVDataBufferAddTag(env, nullptr, vm.bytes(room), 1000, ok ? 200 : 1001, 0, key, 1, sub, 2, bytes, 40, 5, 0));
-         }},
-        {"addTEVDataFiles", [&](bool ok) {
-             return none(Java_com_valtremo_android_media_TEVJNI_addTEVDataFiles(env, nullptr, p, vm.strings({"n", "o"}), vm.ints({1, 1}), vm.strings({dataFile.path(), dataFile.path()}), vm.ints({5, 5}), 1, ok ? 2 : 3));
-         }},
-        {"saveAudioJPEG", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_saveAudioJPEG(env, nullptr, p, bytes, 40, vm.string("memo"), ok ? 4 : 5)); }},
-        {"deleteVoxaData", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_deleteVoxaData(env, nullptr, p, ok ? vm.string("memo") : nullptr)); }},
-        {"copyAllTEVData", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_copyAllTEVData(env, nullptr, p, vm.string(ok ? plain.c_str() : nullptr))); }},
-        {"copyAllTEVDataFd", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_copyAllTEVDataFd(env, nullptr, fd, ok ? plainFd : -1)); }},
-        {"copyAllTEVDataKeyName", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_copyAllTEVDataKeyName(env, nullptr, p, vm.string(plain.c_str()), ok ? key : nullptr)); }},
-        {"deleteTEVData", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_deleteTEVData(env, nullptr, p, vm.string("c"), ok ? 1 : 7)); }},
-        {"deleteTEVDataFd", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_deleteTEVDataFd(env, nullptr, fd, ok ? vm.string("d") : nullptr, 1)); }},
-        {"ParseVoxaFile", [&](bool ok) -> const void* { return Java_com_valtremo_android_media_VoxaJNI_ParseVoxaFile(env, nullptr, ok ? vm.string(sound.c_str()) : nullptr); }},
-        {"copyAdioData", [&](bool ok) { return none(Java_com_valtremo_android_media_VoxaJNI_copyAdioData(env, nullptr, vm.string(sound.c_str()), ok ? vm.string(plain.c_str()) : nullptr)); }},
-        {"AddSoundInVoxaFile", [&](bool ok) { return none(Java_com_valtremo_android_media_VoxaJNI_AddSoundInVoxaFile(env, nullptr, vm.string(sound.c_str()), bytes, ok ? 40 : 41)); }},
-        {"DeleteVoxaFromFile", [&](bool ok) { return none(Java_com_valtremo_android_media_VoxaJNI_DeleteVoxaFromFile(env, nullptr, ok ? vm.string(sound.c_str()) : nullptr)); }},
-        {"clearVoxaData", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_clearVoxaData(env, nullptr, ok ? p : nullptr)); }},
-        {"clearTEVData", [&](bool ok) { return none(Java_com_valtremo_android_media_TEVJNI_clearTEVData(env, nullptr, ok ? vm.string(plain.c_str()) : nullptr)); }},
+    Bytes room = media;
+    room.resize(1000);
+    const char* beyond = "length beyond the end of its Java argument";
+    struct Row {
+        const char* name;
+        const char* tag;
+        const char* text;
+        std::function<jlong(bool)> run;
     };
-    for (const auto& [name, run] : rows) {
-        call(name, [&] { return run(true); });
-        call(name, [&] { return run(false); });
+    const std::vector<Row> rows = {
+        {"isTEVFile", nullptr, nullptr, [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_isTEVFile(env, nullptr, ok ? p : nullptr); }},
+        {"isTEVfd", "JNI::isTEVFd", "fd error", [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_isTEVfd(env, nullptr, ok ? fd : -1); }},
+        {"getTEVDataPosition", "JNI::getTEVDataPosition", "TEVnamePtr is null", [&](bool ok) { return held(Java_com_valtremo_android_media_TEVJNI_getTEVDataPosition(env, nullptr, p, ok ? key : nullptr)); }},
+        {"getTEVDataPosition", "JNI::getTEVDataPosition", "filenamePtr is null", [&](bool ok) { return held(Java_com_valtremo_android_media_TEVJNI_getTEVDataPosition(env, nullptr, ok ? p : nullptr, key)); }},
+        {"getTEVSubDataPositionFd", "JNI::getTEVDataPositionFd", "fd error", [&](bool ok) { return held(Java_com_valtremo_android_media_TEVJNI_getTEVSubDataPositionFd(env, nullptr, ok ? fd : -1, key)); }},
+        {"getTEVDataPositionFd", "JNI::getTEVDataPositionFd", "TEVnamePtr is null", [&](bool ok) { return held(Java_com_valtremo_android_media_TEVJNI_getTEVDataPositionFd(env, nullptr, fd, ok ? key : nullptr)); }},
+        {"getTEVDataCount", nullptr, nullptr, [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_getTEVDataCount(env, nullptr, ok ? p : nullptr); }},
+        {"getTEVDataCountFd", "JNI::getTEVDataCountFd", "fd error", [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_getTEVDataCountFd(env, nullptr, ok ? fd : -1); }},
+        {"getTEVName", nullptr, nullptr, [&](bool ok) { return held(Java_com_valtremo_android_media_TEVJNI_getTEVName(env, nullptr, p, ok ? 1 : 5)); }},
+        {"getTEVDataType", nullptr, nullptr, [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_getTEVDataType(env, nullptr, p, ok ? key : nullptr); }},
+        {"getTEVDataTypeFd", "JNI::getTEVDataTypeFd", "fd error", [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_getTEVDataTypeFd(env, nullptr, ok ? fd : -1, key); }},
+        {"listKeyNames", nullptr, nullptr, [&](bool ok) { return held(Java_com_valtremo_android_media_TEVJNI_listKeyNames(env, nullptr, ok ? p : nullptr)); }},
+        {"listKeyNamesFd", "JNI::listKeyNames", "fd error", [&](bool ok) { return held(Java_com_valtremo_android_media_TEVJNI_listKeyNamesFd(env, nullptr, ok ? fd : -1)); }},
+        {"listTEVDataTypes", "JNI::listTEVDataTypes", "filenamePtr is null", [&](bool ok) { return held(Java_com_valtremo_android_media_TEVJNI_listTEVDataTypes(env, nullptr, ok ? p : nullptr)); }},
+        {"listTEVDataTypesFd", "JNI::listTEVDataTypesFd", "fd error", [&](bool ok) { return held(Java_com_valtremo_android_media_TEVJNI_listTEVDataTypesFd(env, nullptr, ok ? fd : -1)); }},
+        {"listKeyNamesByDataType", nullptr, nullptr, [&](bool ok) { return held(Java_com_valtremo_android_media_TEVJNI_listKeyNamesByDataType(env, nullptr, ok ? p : nullptr, 4)); }},
+        {"listKeyNamesByDataTypeFd", "JNI::listKeyNamesByDataTypeFd", "fd error", [&](bool ok) { return held(Java_com_valtremo_android_media_TEVJNI_listKeyNamesByDataTypeFd(env, nullptr, ok ? fd : -1, 4)); }},
+        {"addTEVData", "JNI::addTEVData", beyond, [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_addTEVData(env, nullptr, p, vm.string("c"), 1, ok ? sub : nullptr, 2, bytes, ok ? 40 : 41, 5, 1); }},
+        {"addFastTEVData", "JNI::addFastTEVData", beyond, [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_addFastTEVData(env, nullptr, p, vm.string("ff"), 2, sub, ok ? 2 : 3, bytes, 40, 5, 1); }},
+        {"addFastTEVDataFile", "TEVJNI::addFastTEVDataFile", "data_fp NULL\n", [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_addFastTEVDataFile(env, nullptr, p, vm.string("e"), 1, sub, 2, ok ? df : vm.string("/nonexistent/e"), 5, 1); }},
+        {"addFastTEVDataFile", "TEVJNI::addFastTEVDataFile", "data_len<= 0\n", [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_addFastTEVDataFile(env, nullptr, p, vm.string("e"), 1, sub, 2, ok ? df : vm.string(emptyFile.c_str()), 5, 1); }},
+        {"addTEVDataFile", nullptr, nullptr, [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_addTEVDataFile(env, nullptr, p, vm.string("f"), 1, sub, 2, ok ? df : nullptr, 5, 1); }},
+        {"addTEVDataFileAddTag", "JNI::addTEVDataFileAddTag", beyond, [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_addTEVDataFileAddTag(env, nullptr, p, vm.string("h"), ok ? 1 : 2, sub, 2, df, 5, 1); }},
+        {"addTEVDataToMP4", nullptr, nullptr, [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_addTEVDataToMP4(env, nullptr, ok ? p : nullptr, vm.string("g"), 1, sub, 2, bytes, 40, 5, 1); }},
+        {"addTEVDataAddTag", nullptr, nullptr, [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_addTEVDataAddTag(env, nullptr, p, ok ? vm.string("i") : nullptr, 1, sub, 2, bytes, 40, 5, 1); }},
+        {"addTEVDataFd", "JNI::addTEVDataFd", "fd error", [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_addTEVDataFd(env, nullptr, ok ? fd : -1, vm.string("k"), 1, sub, 2, bytes, 40, 5, 1); }},
+        {"addTEVDataFdAddTag", "JNI::addTEVDataFdAddTag", "TEVname is null.", [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_addTEVDataFdAddTag(env, nullptr, fd, ok ? vm.string("l") : nullptr, 1, sub, 2, bytes, 40, 5, 1); }},
+        {"addTEVDataFdToMP4", "JNI::addTEVDataFdToMP4", "TEVname is null.", [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_addTEVDataFdToMP4(env, nullptr, fd, vm.string("m"), 1, sub, 2, ok ? bytes : nullptr, 40, 5, 1); }},
+        {"addTEVDataBufferAddTag", "TEVJNI::addTEVDataBufferAddTag", beyond, [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_addTEVDataBufferAddTag(env, nullptr, vm.bytes(room), 1000, 200, ok ? 0 : 1, key, 1, sub, 2, bytes, 40, 5, 0); }},
+        {"addTEVDataBufferAddTag", "TEVJNI::addTEVDataBufferAddTag ", "Buffer is LUMET_TEV_NULL \n", [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_addTEVDataBufferAddTag(env, nullptr, ok ? vm.bytes(room) : nullptr, 1000, 200, 0, key, 1, sub, 2, bytes, 40, 5, 0); }},
+        {"addTEVDataBufferAddTag", "TEVJNI::addTEVDataBufferAddTag", " TEVname is LUMET_TEV_NULL\n", [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_addTEVDataBufferAddTag(env, nullptr, vm.bytes(room), 1000, 200, 0, ok ? key : nullptr, 1, sub, 2, bytes, 40, 5, 0); }},
+        {"addTEVDataBufferAddTag", "TEVJNI::addTEVDataBufferAddTag", "data is LUMET_TEV_NULL\n", [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_addTEVDataBufferAddTag(env, nullptr, vm.bytes(room), 1000, 200, 0, key, 1, sub, 2, ok ? bytes : nullptr, 40, 5, 0); }},
+        {"addTEVDataFiles", nullptr, nullptr, [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_addTEVDataFiles(env, nullptr, p, vm.strings({"n", "o"}), vm.ints({1, 1}), vm.strings({dataFile.path(), dataFile.path()}), vm.ints({5, 5}), 1, ok ? 2 : 3); }},
+        {"addTEVDataFiles", "JNI::addTEVDataFiles", beyond, [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_addTEVDataFiles(env, nullptr, p, vm.strings({"q"}), vm.ints({ok ? 1 : 2}), vm.strings({dataFile.path()}), vm.ints({5}), 1, 1); }},
+        {"saveAudioJPEG", "JNI::saveAudioJPEG", beyond, [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_saveAudioJPEG(env, nullptr, p, bytes, 40, vm.string("memo"), ok ? 4 : 5); }},
+        {"saveAudioJPEG", nullptr, nullptr, [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_saveAudioJPEG(env, nullptr, p, ok ? bytes : nullptr, 40, vm.string("memo"), 4); }},
+        {"deleteVoxaData", nullptr, nullptr, [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_deleteVoxaData(env, nullptr, p, ok ? vm.string("memo") : nullptr); }},
+        {"copyAllTEVData", "TEV TEVJNI", "copyAllTEVData error.", [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_copyAllTEVData(env, nullptr, ok ? p : vm.string(bare.c_str()), vm.string(ok ? plain.c_str() : bare.c_str())); }},
+        {"copyAllTEVDataFd", "TEV TEVJNI", "copyAllTEVDataFd error.", [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_copyAllTEVDataFd(env, nullptr, ok ? fd : -1, plainFd); }},
+        {"copyAllTEVDataKeyName", nullptr, nullptr, [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_copyAllTEVDataKeyName(env, nullptr, p, vm.string(plain.c_str()), ok ? key : nullptr); }},
+        {"deleteTEVData", "JNI::deleteTEVData", beyond, [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_deleteTEVData(env, nullptr, p, vm.string("c"), ok ? 1 : 7); }},
+        {"deleteTEVData", "JNI::deleteTEVData", "filenamePtr is null", [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_deleteTEVData(env, nullptr, ok ? p : nullptr, vm.string("e"), 1); }},
+        {"deleteTEVData", "JNI::deleteTEVData", "TEVnamePtr is null", [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_deleteTEVData(env, nullptr, p, ok ? vm.string("f") : nullptr, 1); }},
+        {"deleteTEVData", "JNI::deleteTEVData", "TEV_data is null", [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_deleteTEVData(env, nullptr, vm.string(ok ? file.c_str() : bare.c_str()), vm.string("g"), 1); }},
+        {"deleteTEVDataFd", "JNI::deleteTEVDataFd", "TEVnamePtr is null", [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_deleteTEVDataFd(env, nullptr, fd, ok ? vm.string("d") : nullptr, 1); }},
+        {"deleteTEVDataFd", "JNI::deleteTEVDataFd", "fd error", [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_deleteTEVDataFd(env, nullptr, ok ? fd : -1, vm.string("h"), 1); }},
+        {"deleteTEVDataFd", "JNI::deleteTEVDataFd", "TEV_data is null", [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_deleteTEVDataFd(env, nullptr, ok ? fd : bareFd, vm.string("i"), 1); }},
+        {"deleteTEVDataFd", "JNI::deleteTEVDataFd", beyond, [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_deleteTEVDataFd(env, nullptr, fd, vm.string("k"), ok ? 1 : -1); }},
+        {"ParseVoxaFile", "LUMET", "input filename is NULL", [&](bool ok) { return held(Java_com_valtremo_android_media_VoxaJNI_ParseVoxaFile(env, nullptr, ok ? vm.string(sound.c_str()) : nullptr)); }},
+        {"ParseVoxaFd", "JNI::ParseVoxaFd", "fd error", [&](bool ok) { return held(Java_com_valtremo_android_media_VoxaJNI_ParseVoxaFd(env, nullptr, ok ? fd : -1)); }},
+        {"isVoxaFd", "JNI::isVoxaFd", "fd error", [&](bool ok) { return Java_com_valtremo_android_media_VoxaJNI_isVoxaFd(env, nullptr, ok ? fd : -1); }},
+        {"isVoxaFd", "", "", [&](bool ok) { return Java_com_valtremo_android_media_VoxaJNI_isVoxaFd(env, nullptr, ok ? fd : 0); }},  // the library's own check
+        {"copyAdioData", nullptr, nullptr, [&](bool ok) { return Java_com_valtremo_android_media_VoxaJNI_copyAdioData(env, nullptr, vm.string(sound.c_str()), ok ? vm.string(plain.c_str()) : nullptr); }},
+        {"copyAdioData", nullptr, nullptr, [&](bool ok) { return Java_com_valtremo_android_media_VoxaJNI_copyAdioData(env, nullptr, ok ? vm.string(sound.c_str()) : nullptr, vm.string(plain.c_str())); }},
+        {"AddSoundInVoxaFile", "JNI::AddSoundInVoxaFile", beyond, [&](bool ok) { return Java_com_valtremo_android_media_VoxaJNI_AddSoundInVoxaFile(env, nullptr, vm.string(sound.c_str()), bytes, ok ? 40 : 41); }},
+        {"DeleteVoxaFromFile", nullptr, nullptr, [&](bool ok) { return Java_com_valtremo_android_media_VoxaJNI_DeleteVoxaFromFile(env, nullptr, ok ? vm.string(sound.c_str()) : nullptr); }},
+        {"DeleteVoxaFromFd", "JNI::DeleteVoxaFromFd", "fd error", [&](bool ok) { return Java_com_valtremo_android_media_VoxaJNI_DeleteVoxaFromFd(env, nullptr, ok ? bareFd : -1); }},
+        {"clearVoxaData", nullptr, nullptr, [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_clearVoxaData(env, nullptr, ok ? p : nullptr); }},
+        {"clearTEVDataFd", "JNI::clearTEVDataFd", "fd error", [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_clearTEVDataFd(env, nullptr, ok ? bareFd : -1); }},
+        {"clearTEVData", nullptr, nullptr, [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_clearTEVData(env, nullptr, ok ? vm.string(plain.c_str()) : nullptr); }},
+    };
+    for (const Row& row : rows) {
+        call(row.name, [&] { row.run(true); });
+        tevtest::clearLog();
+        jlong refused = -1;
+        call(row.name, [&] { refused = row.run(false); });
+        if (row.tag == nullptr) continue;
+        EXPECT_EQ(0, refused) << row.name << ": " << row.text;
+        EXPECT_EQ(*row.tag == '\0', logLines().empty()) << row.name << dumpLog();
+        EXPECT_TRUE(!*row.tag || loggedError(row.tag, row.text)) << row.name << ": " << row.text << dumpLog();
     }
-    close(fd);
-    close(plainFd);
+    EXPECT_EQ(media, bare.read());
+    for (int open : {fd, plainFd, bareFd}) close(open);
 }
 
-TEST_F(JniBindingTest, LongListsKeepTheLocalReferencesFew) {
+TEST_F(JniBindingTest, LongListsKeepTheLocalReferencesFewAndLetGoOnFailure) {
     const tevtest::TempFile file(tevtest::fakeJpeg(100));
     const tevtest::TempFile dataFile(Bytes{1, 2, 3}, "data.bin");
     constexpr int kCount = 300;
     std::vector<std::string> names;
     std::vector<jint> lengths;
-    std::vector<std::string> paths(kCount, dataFile.path());
     for (int i = 0; i < kCount; ++i) {
         names.push_back("r" + std::to_string(i));
         lengths.push_back(static_cast<jint>(names.back().size()));
@@ -287,17 +272,24 @@ TEST_F(JniBindingTest, LongListsKeepTheLocalReferencesFew) {
     call("addTEVDataFiles", [&] {
         EXPECT_EQ(1, Java_com_valtremo_android_media_TEVJNI_addTEVDataFiles(
                          env, nullptr, path, vm.strings(names), vm.ints(lengths),
-                         vm.strings(paths), vm.ints(std::vector<jint>(kCount, 1)), 0, kCount));
-        return nullptr;
+                         vm.strings(std::vector<std::string>(kCount, dataFile.path())),
+                         vm.ints(std::vector<jint>(kCount, 1)), 0, kCount));
     });
-    EXPECT_LE(vm.peak(), 2);
+    EXPECT_LE(vm.peak, 2);
 
-    call("listKeyNames", [&]() -> const void* {
-        jobjectArray list = Java_com_valtremo_android_media_TEVJNI_listKeyNames(env, nullptr, path);
-        EXPECT_NE(nullptr, list);
-        return list;
-    });
-    EXPECT_LE(vm.peak(), 3);
+    call("listKeyNames", [&] { EXPECT_EQ(1, held(Java_com_valtremo_android_media_TEVJNI_listKeyNames(env, nullptr, path))); });
+    EXPECT_LE(vm.peak, 3);
+
+    // A VM that cannot make a string (out of memory) throws: the list is null, the
+    // exception cleared and the half-made array let go.
+    for (int made : {0, 1, 299}) {  // the array's filler "", then the first and the last name
+        vm.stringsBeforeFailure = made;
+        vm.live = 0;
+        EXPECT_EQ(nullptr, Java_com_valtremo_android_media_TEVJNI_listKeyNames(env, nullptr, path)) << made;
+        EXPECT_EQ(0, vm.live) << made;
+        EXPECT_EQ(0, vm.borrowed) << made;
+        EXPECT_FALSE(vm.pending) << made;
+    }
 }
 
 }  // namespace
