@@ -65,7 +65,7 @@ coverage: deps
 	find $(COV_BUILD) -name '*.gcda' -delete
 	ctest --test-dir $(COV_BUILD) --output-on-failure -j2
 	@gcovr -r $(CURDIR) --filter '$(CURDIR)/src/' --object-directory $(COV_BUILD) \
-	  --print-summary -o /dev/null 2>/dev/null | grep '^lines:'
+	  --print-summary -o $(COV_BUILD)/coverage.txt 2>$(COV_BUILD)/gcovr.log | grep '^lines:'
 
 # TEV.aar (classes.jar, jni/arm64-v8a/libTEV.lumet.so, AndroidManifest.xml).
 # With ANDROID_NDK set: from the NDK build, an archive an app can use. Without
