@@ -92,13 +92,10 @@ TEST_P(VoxaOnMedium, CheckReadsTheSoundBackOrReleasesWhatItStoodOn) {
     _voxa_info_struct* info = check(imageWithBareSound(media(), sound));
     ASSERT_NE(info, nullptr) << dumpLog();
     EXPECT_EQ(_getAudioCountInImageFile(info), 1u);
-    VoxaSoundOffset* offset = _getAudioInImageFile(info);
-    ASSERT_NE(offset, nullptr);
-    EXPECT_EQ(std::make_pair(offset->offset, offset->length), std::make_pair(kMedia, 100u));
-    _destroyVOXAOFFSET(offset);
-    unsigned char* copy = _getAudioStreamBuffer(info);
-    EXPECT_EQ(Bytes(copy, copy + (copy != nullptr ? 100 : 0)), sound);
-    _kfree(copy);
+    const tev::VoxaOffset offset(_getAudioInImageFile(info));
+    EXPECT_EQ(offset ? std::make_pair(offset->offset, offset->length) : std::make_pair(0u, 0u), std::make_pair(kMedia, 100u));
+    const tev::KBytes copy(_getAudioStreamBuffer(info));
+    EXPECT_EQ(copy ? Bytes(copy.get(), copy.get() + 100) : Bytes{}, sound);
     const Medium m = GetParam();
     EXPECT_EQ(m == Medium::Path ? DestroyVoxa(info) : m == Medium::Handle ? DestroyVoxaBuffer(info) : DestroyVoxaFP(info),
               1u);
@@ -110,7 +107,7 @@ INSTANTIATE_TEST_SUITE_P(AllMedia, VoxaOnMedium,
                          [](const testing::TestParamInfo<Medium>& info) { return mediumName(info); });
 
 // The parser is one body over TevStream: the boundaries run on a buffer.
-class VoxaParseTest : public LogCaptureTest {
+class SoundBlock : public LogCaptureTest {
 protected:
     TevStream* load(const Bytes& content) {
         info_.reset();
@@ -130,7 +127,7 @@ protected:
 // file without block), or accepted, handing out the first sound's length
 // (0: none; a reversed sound's counted in 32 bits) and, if it is not
 // empty or reversed, its bytes.
-TEST_F(VoxaParseTest, BlocksAreRefusedWithTheirLogOrHandOutTheFirstSound) {
+TEST_F(SoundBlock, BlocksAreRefusedWithTheirLogOrHandOutTheFirstSound) {
     const std::string kNoOffs = "file has no suond OFFS";
     const auto version = [](uint32_t v) {
         Bytes b = imageWithBareSound(media(), pattern(8));
@@ -187,7 +184,7 @@ TEST_F(VoxaParseTest, BlocksAreRefusedWithTheirLogOrHandOutTheFirstSound) {
     }
 }
 
-TEST_F(VoxaParseTest, ReadersHandOutTheFirstSoundOrRefuse) {
+TEST_F(SoundBlock, ReadersHandOutTheFirstSoundOrRefuse) {
     const Bytes sound = pattern(10);
     TempFile withSound(imageWithBareSound(media(), sound)), plain(fakeJpeg(300)), target(Bytes{1, 2, 3});
     uint32_t size = 1234;
@@ -223,7 +220,7 @@ TEST_F(VoxaParseTest, ReadersHandOutTheFirstSoundOrRefuse) {
 }
 
 // The record whose data is the block's first sound, if any.
-TEST_F(VoxaParseTest, FindsTheRecordThatHoldsTheSound) {
+TEST_F(SoundBlock, FindsTheRecordThatHoldsTheSound) {
     const RecordSpec user{1, "user", Bytes{9, 9, 9, 9}, pattern(12)}, sound = soundRecord(kFirst, pattern(20));
     const auto blockAt = [](const std::vector<RecordSpec>& records, uint32_t start) {
         return buildContainer(media(), records, {107, false, true, start, start + 20});
@@ -318,6 +315,21 @@ TEST(SoundWriters, BlockAndFirstRecordsByteForByte) {
     }
 }
 
+class SoundWriterLog : public LogCaptureTest {};
+
+TEST_F(SoundWriterLog, FirstRecordsRefuseMissingPartsWithoutWriting) {
+    const char* tag = "TEVEncoder::NewAddVoxaDataInFirstTimeStream";
+    const unsigned char part[5] = {};
+    StreamOver s(StreamMedium::File, media());
+    EXPECT_EQ(NewAddVoxaDataInFirstTimeStream(s.get(), 2048, 256, "a", 1, nullptr, 5, part, 5), 0u);
+    EXPECT_TRUE(loggedError(tag, "voxa_data == LUMET_TEV_NULL || voxa_data_size <= 0 "));
+    EXPECT_EQ(NewAddVoxaDataInFirstTimeStream(s.get(), 2048, 256, "a", 1, part, 5, part, 0), 0u);
+    EXPECT_TRUE(loggedError(tag, "voxa_info_data == LUMET_TEV_NULL || voxa_info_data_size <= 0 "));
+    EXPECT_EQ(NewAddVoxaDataInFirstTimeStream(nullptr, 2048, 256, "a", 1, part, 5, part, 5), 0u);
+    EXPECT_TRUE(loggedError(tag, "Stream == LUMET_TEV_NULL "));
+    EXPECT_EQ(s.contents(), media());
+}
+
 // Adding to and removing from a stored list copies its two leading words,
 // whatever they hold; payloads whose lengths run past them are refused.
 TEST(SoundWriters, ListEdits) {
@@ -349,12 +361,10 @@ TEST(SoundWriters, ListEdits) {
     }
 }
 
-class SoundRoom : public LogCaptureTest {};
-
 // The bound is 0xFFEFFFEB for the last sound's end (1000 here) plus the two
 // lengths; without sounds the file size stands in for that end, and sums
 // past 32 bits do not wrap into acceptance.
-TEST_F(SoundRoom, BoundIsExclusiveAtTheLastSoundsEnd) {
+TEST_F(SoundBlock, RoomBoundIsExclusiveAtTheLastSoundsEnd) {
     uint32_t table[] = {10, 20, 30, 1000};
     _voxa_info_struct voxa{};
     voxa.is_valid = 1, voxa.file_size = 5000, voxa.sound_count = 2, voxa.sound_table = table;
@@ -412,16 +422,11 @@ protected:
     const Bytes justX_ = buildContainer(media(), {kX});
 };
 
-// `use` over the file opened for update and a file stream on it, both gone before it is read.
-int64_t withStream(const char* path, const std::function<int64_t(FILE*, TevStream*)>& use) {
+// `use` over the file opened for update, closed again before it is read.
+int64_t withFile(const char* path, const std::function<int64_t(FILE*)>& use) {
     FILE* fp = std::fopen(path, "r+b");
-    if (fp == nullptr) return -1;
-    int64_t result = 0;
-    {
-        TevStreamFile stream(fp);
-        result = use(fp, &stream);
-    }
-    std::fclose(fp);
+    const int64_t result = fp != nullptr ? use(fp) : -1;
+    if (fp != nullptr) std::fclose(fp);
     return result;
 }
 
@@ -441,7 +446,7 @@ std::function<int64_t(const char*)> saveRecord(const RecordSpec& r, uint32_t upd
 std::function<int64_t(const char*)> directSave(const RecordSpec& r, uint32_t update) {
     return [=](const char* path) {
         const Bytes bytes = encodeRecord(r);
-        return withStream(path, [&](FILE* fp, TevStream*) -> int64_t {
+        return withFile(path, [&](FILE* fp) -> int64_t {
             return saveDirectTEVData(fp, bytes.data(), uint32_t(bytes.size()), r.name.c_str(), r.sub ? 1 : 0, r.type,
                                      update);
         });
@@ -503,20 +508,16 @@ TEST_F(DocumentedSteps, SoundEdits) {
     const Bytes twoNames = image({first_, list2_, memo_}, 0, 106);
     const Bytes inFront = imageWithSoundBeforeContainer(media(), soundA(), {kX});
     const TempFile copySource(onlySound_);
-    const auto save = [](const std::string& name, Bytes sound) {
+    // `size` stands in for the sound's own; the length of a null name is 4.
+    const auto save = [](const char* name, Bytes sound, uint32_t size = 0) {
         return [=](const char* path) mutable -> int64_t {
-            return saveVoxaToImageFile(path, sound.data(), uint32_t(sound.size()), name.c_str(), uint32_t(name.size()));
+            return saveVoxaToImageFile(path, sound.data(), size ? size : uint32_t(sound.size()), name,
+                                       name ? uint32_t(std::string(name).size()) : 4);
         };
     };
     const auto saveMemo = save("memo", soundB()), saveNote = save("note", soundC());
-    const auto remove = [](const std::string& name) {
-        return [=](const char* path) -> int64_t { return deleteVoxaFromImageFile(path, name.c_str()); };
-    };
-    const auto sized = [](uint32_t size) {
-        return [=](const char* path) -> int64_t {
-            unsigned char byte = 0;
-            return saveVoxaToImageFile(path, &byte, size, "memo", 4);
-        };
+    const auto remove = [](const char* name) {
+        return [=](const char* path) -> int64_t { return deleteVoxaFromImageFile(path, name); };
     };
     const auto copyFrom = [](const char* src) {
         return [=](const char* path) -> int64_t { return copyVoxaData(src, path); };
@@ -535,16 +536,15 @@ TEST_F(DocumentedSteps, SoundEdits) {
         {"HEIC with listed sounds", listedHeic, saveMemo, 0, listedHeic,
          {{saveTag, "SIGNATURE_VOXA_TEV is not use MP4 Format"}}},
         {"an empty sound", bare_, save("memo", {}), 0, bare_, {{saveTag, "audioStream null"}}},
-        {"a sound without name", bare_, [](const char* path) -> int64_t {
-             return saveVoxaToImageFile(path, soundB().data(), 23, nullptr, 4);
-         }, 0, bare_, {{saveTag, "voxa name is null or voxa_name_len is 0"}}},
-        {"no stream", bare_, [](const char*) -> int64_t {
-             return saveVoxaToImageStream(nullptr, soundB().data(), 23, "memo", 4);
-         }, 0, bare_, {{saveTag, "Stream is null"}}},
-        {"too big", bare_, sized(0xFFF00001u), 0, bare_, {{"TEVVoxaAPIs::saveVoxaToImageFile", "Too big file to add"}}},
+        {"a sound without name", bare_, save(nullptr, soundB()), 0, bare_,
+         {{saveTag, "voxa name is null or voxa_name_len is 0"}}},
+        {"no stream", bare_, [](const char*) -> int64_t { return saveVoxaToImageStream(nullptr, nullptr, 1, "a", 1); },
+         0, bare_, {{saveTag, "Stream is null"}}},
+        {"too big", bare_, save("memo", {0}, 0xFFF00001u), 0, bare_,
+         {{"TEVVoxaAPIs::saveVoxaToImageFile", "Too big file to add"}}},
         // 0xFFF00000 passes the size check; the room check then refuses a sum
         // of exactly 0xFFEFFFEB (sound end + name length + size) before any byte is read.
-        {"no room", bare_, sized(0xFFEFFFEBu - kMedia - 37 - 4), 0, bare_,
+        {"no room", bare_, save("memo", {0}, 0xFFEFFFEBu - kMedia - 37 - 4), 0, bare_,
          {{"checkVoxaInfoForSaving", "There is no space for saving TEV data in the source file, a voax data"}}},
         {"plain image", media(), saveMemo, 1, image({memo_, listMemo}, 0)},
         {"container without sound", justX_, saveMemo, 1, image({kX, memo_, listMemo}, 1)},
@@ -565,7 +565,7 @@ TEST_F(DocumentedSteps, SoundEdits) {
         {"old block without sound", empty106, saveMemo, 0, empty106},
         // Saved under the first sound's own name, the list names it twice;
         // replacing it then leaves nothing to add it behind.
-        {"bare sound saved as EchoFrame_000", bare_, save(kFirst, soundB()), 0, media(), {kMetaNull}},
+        {"bare sound saved as EchoFrame_000", bare_, save(kFirst.c_str(), soundB()), 0, media(), {kMetaNull}},
         {"damaged list", damaged, saveMemo, 0, damaged,
          {{"TEVEncoderAPIs::saveTEVDataToStream", "data == LUMET_TEV_NULL || data_len <= 0"},
           {saveTag, "SIGNATURE_VOXA_TEV NOT UPDATE!!"},
@@ -575,12 +575,12 @@ TEST_F(DocumentedSteps, SoundEdits) {
         {"delete an unlisted record, two names", xAndTwo_, remove("x"), 1, image({first_, memo_, list2_}, 0)},
         {"delete one of two names", xAndTwo_, remove("memo"), 1, image({kX, first_, list1_}, 1, 106)},
         // The last sound takes the list and the block with it; x stays.
-        {"delete the last name", xFirst_, remove(kFirst), 1, justX_},
-        {"delete the only sound", onlySound_, remove(kFirst), 1, media()},
+        {"delete the last name", xFirst_, remove(kFirst.c_str()), 1, justX_},
+        {"delete the only sound", onlySound_, remove(kFirst.c_str()), 1, media()},
         {"delete an absent name", xAndTwo_, remove("none"), 1, xAndTwo_},
         {"delete without a list", inFront, remove("memo"), 0, inFront},
         {"delete from a plain image", media(), remove("memo"), 0, media()},
-        {"delete a bare sound by name", bare_, remove(kFirst), 1, media(), {kMetaNull}},
+        {"delete a bare sound by name", bare_, remove(kFirst.c_str()), 1, media(), {kMetaNull}},
         {"delete all listed sounds", image({kX, first_, list2_, memo_}, 1), deleteAllVoxaFromImageFile, 1, justX_},
         {"delete all, sound before container", inFront, deleteAllVoxaFromImageFile, 1, justX_},
         {"delete all leaves a bare sound", bare_, deleteAllVoxaFromImageFile, 0, bare_},
@@ -617,21 +617,14 @@ TEST_F(DocumentedSteps, BareSoundEdits) {
         return [=](const char* path) -> int64_t { return _copyAudioData(TempFile(source).c_str(), path); };
     };
     const auto convert = [](const char* path) {
-        return withStream(path, [](FILE*, TevStream* stream) -> int64_t {
-            tev::VoxaStream voxa(_checkAudioInImageStream(stream));
-            _voxa_info_struct* record = voxa.get();
-            return convertVoxaToEchoFrame(&record);
+        return withFile(path, [](FILE* fp) -> int64_t {
+            TevStreamFile stream(fp);
+            _voxa_info_struct* voxa = _checkAudioInImageStream(&stream);
+            const uint32_t result = convertVoxaToEchoFrame(&voxa);
+            DestroyVoxaStream(voxa);
+            return result;
         });
     };
-    const auto firstTime = [](bool stream, const unsigned char* sound, uint32_t listSize) {
-        return [=](const char* path) {
-            return withStream(path, [&](FILE*, TevStream* s) -> int64_t {
-                return NewAddVoxaDataInFirstTimeStream(stream ? s : nullptr, 2048, 256, "a", 1, sound, 5, sound, listSize);
-            });
-        };
-    };
-    const char* firstTag = "TEVEncoder::NewAddVoxaDataInFirstTimeStream";
-    const unsigned char* five = first.data();
     std::vector<EditCase> cases = {
         {"add to a plain image", media(), addFirst, kMedia + 70 + 30, bare},
         {"add over a bare sound", bare, addSecond, kMedia + 25 + 30, imageWithBareSound(media(), second), {kMetaNull}},
@@ -662,12 +655,6 @@ TEST_F(DocumentedSteps, BareSoundEdits) {
         {"cut a sound running into the container", intoContainer, deleteAVoxa, 1, intoContainer, {kMetaNotNull}},
         {"cut a sound ending past the file", pastEnd, deleteAVoxa, 0, pastEnd, {{"Voxa::ParseVoxaSound", kTableTooLong}}},
         {"convert into the first record", bare, convert, 1, image({soundRecord(kFirst, first), metaRecord({kFirst})}, 0)},
-        {"first-time records without stream", media(), firstTime(false, five, 5), 0, media(),
-         {{firstTag, "Stream == LUMET_TEV_NULL "}}},
-        {"first-time records without sound", media(), firstTime(true, nullptr, 5), 0, media(),
-         {{firstTag, "voxa_data == LUMET_TEV_NULL || voxa_data_size <= 0 "}}},
-        {"first-time records without list", media(), firstTime(true, five, 0), 0, media(),
-         {{firstTag, "voxa_info_data == LUMET_TEV_NULL || voxa_info_data_size <= 0 "}}},
         // Nothing is logged: no descriptor is used after its file was closed.
         {"copy the first sound over another", imageWithBareSound(thirty, Bytes(9, 1)), copyFrom(bare), 1, copied,
          {kMetaNull}},
