@@ -492,14 +492,12 @@ TEST_F(DocumentedSteps, RecordSavesOnSoundImages) {
     });
 }
 
-// Storing, adding and deleting named sounds in files of every kind.
+// Storing, adding, converting, copying and deleting sounds in files of every kind.
 TEST_F(DocumentedSteps, SoundEdits) {
     const char* saveTag = "TEVVoxaAPIs::saveVoxaToImageStream";
-    const Bytes mp4 = fakeMp4(kMedia);
-    Bytes heic = fakeMp4(kMedia);
+    const Bytes mp4 = fakeMp4(kMedia), thirty = fakeJpeg(30), padded = withMedia(pattern(30));
+    Bytes heic = mp4;
     for (size_t i = 0; i < 4; ++i) heic[8 + i] = uint8_t("heic"[i]);
-    const Bytes boxedHeic = buildContainer(heic, {kX}, boxed()), bareMp4 = imageWithBareSound(mp4, soundA());
-    const Bytes listedHeic = imageWithRecordSound(heic, {first_, list1_}, 0);
     const RecordSpec note = soundRecord("note", soundC()), listMemo = metaRecord({"memo"});
     const Bytes empty107 = withMedia(rawBlock(107, 0, {0, 0}, 20)), empty106 = withMedia(rawBlock(106, 0, {0, 0}, 20));
     Bytes damagedList = metaPayload({kFirst});
@@ -507,6 +505,13 @@ TEST_F(DocumentedSteps, SoundEdits) {
     const Bytes damaged = image({first_, {2048, kMetaName, {}, damagedList}}, 0);
     const Bytes twoNames = image({first_, list2_, memo_}, 0, 106);
     const Bytes inFront = imageWithSoundBeforeContainer(media(), soundA(), {kX});
+    const Bytes bInFront = imageWithSoundBeforeContainer(media(), soundB(), {kX});
+    const Bytes torn = withMedia(textBytes("not a directoryTEVT"));
+    const Bytes emptyFirst = concat(padded, voxaBlock(106, kMedia + 30, kMedia + 30));
+    Bytes intoContainer = inFront, pastEnd = inFront;  // the sound runs into x, or past the end
+    putU32le(intoContainer, intoContainer.size() - 18, kMedia + 40);
+    putU32le(intoContainer, intoContainer.size() - 14, kMedia + 50);
+    putU32le(pastEnd, pastEnd.size() - 14, 0xFFFFFF00u);
     const TempFile copySource(onlySound_);
     // `size` stands in for the sound's own; the length of a null name is 4.
     const auto save = [](const char* name, Bytes sound, uint32_t size = 0) {
@@ -519,8 +524,12 @@ TEST_F(DocumentedSteps, SoundEdits) {
     const auto remove = [](const char* name) {
         return [=](const char* path) -> int64_t { return deleteVoxaFromImageFile(path, name); };
     };
-    const auto copyFrom = [](const char* src) {
+    const auto add = [](const char* path) -> int64_t { return AddSoundInVoxaFile(path, soundB().data(), 23); };
+    const auto copyVoxa = [](const char* src) {
         return [=](const char* path) -> int64_t { return copyVoxaData(src, path); };
+    };
+    const auto copyAudio = [](const Bytes& source) {
+        return [=](const char* path) -> int64_t { return _copyAudioData(TempFile(source).c_str(), path); };
     };
     const auto addRecords = [&](const char* path) {
         const Bytes meta = metaPayload({"memo"});
@@ -528,13 +537,17 @@ TEST_F(DocumentedSteps, SoundEdits) {
             return NewAddVoxaData(info, 2048, 256, "memo", 4, soundB().data(), 23, meta.data(), uint32_t(meta.size()));
         });
     };
+    const auto convert = [](const char* path) {
+        return withFile(path, [](FILE* fp) -> int64_t {
+            TevStreamFile stream(fp);
+            _voxa_info_struct* voxa = _checkAudioInImageStream(&stream);
+            const uint32_t result = convertVoxaToEchoFrame(&voxa);
+            DestroyVoxaStream(voxa);
+            return result;
+        });
+    };
     const Line refused{saveTag, "sound is not saved in MP4 or HEIC"};
-    run({
-        {"plain MP4", mp4, saveMemo, 0, mp4, {refused}},
-        {"HEIC with a boxed container", boxedHeic, saveMemo, 0, boxedHeic, {refused}},
-        {"MP4 with a bare sound", bareMp4, saveMemo, 0, bareMp4, {{saveTag, "SIGNATURE_VOXA is not use MP4 Format"}}},
-        {"HEIC with listed sounds", listedHeic, saveMemo, 0, listedHeic,
-         {{saveTag, "SIGNATURE_VOXA_TEV is not use MP4 Format"}}},
+    std::vector<EditCase> cases = {
         {"an empty sound", bare_, save("memo", {}), 0, bare_, {{saveTag, "audioStream null"}}},
         {"a sound without name", bare_, save(nullptr, soundB()), 0, bare_,
          {{saveTag, "voxa name is null or voxa_name_len is 0"}}},
@@ -542,8 +555,8 @@ TEST_F(DocumentedSteps, SoundEdits) {
          0, bare_, {{saveTag, "Stream is null"}}},
         {"too big", bare_, save("memo", {0}, 0xFFF00001u), 0, bare_,
          {{"TEVVoxaAPIs::saveVoxaToImageFile", "Too big file to add"}}},
-        // 0xFFF00000 passes the size check; the room check then refuses a sum
-        // of exactly 0xFFEFFFEB (sound end + name length + size) before any byte is read.
+        // 0xFFF00000 passes the size check; the room check then refuses a sum of
+        // exactly 0xFFEFFFEB (sound end + name length + size) before any byte is read.
         {"no room", bare_, save("memo", {0}, 0xFFEFFFEBu - kMedia - 37 - 4), 0, bare_,
          {{"checkVoxaInfoForSaving", "There is no space for saving TEV data in the source file, a voax data"}}},
         {"plain image", media(), saveMemo, 1, image({memo_, listMemo}, 0)},
@@ -556,15 +569,13 @@ TEST_F(DocumentedSteps, SoundEdits) {
         // A listed container: the list is stored again with the name last.
         {"sound records", onlySound_, saveMemo, 1, twoNames},
         {"third name", twoNames, saveNote, 1, image({first_, memo_, metaRecord({kFirst, "memo", "note"}), note}, 0, 106)},
-        // A container without block gets the sound with a list of its name
-        // alone; the older list stays where it is.
+        // Without block the sound comes with a list of its name alone; the older list stays.
         {"container with a list", buildContainer(media(), {kX, memo_, listMemo}), saveNote, 1,
          image({kX, memo_, listMemo, note, metaRecord({"note"})}, 3)},
         // A current block that lists no sound stays between media and records.
         {"block without sound", empty107, saveMemo, 1, imageWithRecordSound(empty107, {memo_, list1_}, 0)},
         {"old block without sound", empty106, saveMemo, 0, empty106},
-        // Saved under the first sound's own name, the list names it twice;
-        // replacing it then leaves nothing to add it behind.
+        // Under the first sound's own name the list names it twice; replacing it leaves nothing to add it behind.
         {"bare sound saved as EchoFrame_000", bare_, save(kFirst.c_str(), soundB()), 0, media(), {kMetaNull}},
         {"damaged list", damaged, saveMemo, 0, damaged,
          {{"TEVEncoderAPIs::saveTEVDataToStream", "data == LUMET_TEV_NULL || data_len <= 0"},
@@ -584,95 +595,58 @@ TEST_F(DocumentedSteps, SoundEdits) {
         {"delete all listed sounds", image({kX, first_, list2_, memo_}, 1), deleteAllVoxaFromImageFile, 1, justX_},
         {"delete all, sound before container", inFront, deleteAllVoxaFromImageFile, 1, justX_},
         {"delete all leaves a bare sound", bare_, deleteAllVoxaFromImageFile, 0, bare_},
-        {"copy listed sounds into a plain image", fakeJpeg(30), copyFrom(copySource.c_str()), 1,
-         imageWithRecordSound(fakeJpeg(30), {first_, list1_}, 0)},
-        {"copy from a file that is not there", fakeJpeg(30), copyFrom("/nonexistent/x.jpg"), 1, fakeJpeg(30)},
-    });
-}
-
-// Adding, replacing, converting and cutting the first sound of the block.
-TEST_F(DocumentedSteps, BareSoundEdits) {
-    const RecordSpec note = record("note", 6, 0x33), photo = record("photo", 9, 0x44, 7);
-    const Bytes first = pattern(70), second(25, 0xC3), thirty = fakeJpeg(30);
-    const Bytes bare = imageWithBareSound(media(), first), container = buildContainer(media(), {note, photo});
-    const Bytes inFront = imageWithSoundBeforeContainer(media(), first, {note, photo});
-    const Bytes secondInFront = imageWithSoundBeforeContainer(media(), second, {note, photo});
-    const Bytes secondBeforeNote = imageWithSoundBeforeContainer(media(), second, {note});
-    const Bytes torn = withMedia(textBytes("not a directoryTEVT")), padded = withMedia(pattern(30));
-    const Bytes emptyFirst = concat(padded, voxaBlock(106, kMedia + 30, kMedia + 30));
-    const Bytes emptyBlock = withMedia(rawBlock(106, 0, {0, 0}, 20)), copied = imageWithBareSound(thirty, first);
-    Bytes intoContainer = inFront;  // the sound runs into "note"
-    putU32le(intoContainer, intoContainer.size() - 18, kMedia + 75);
-    putU32le(intoContainer, intoContainer.size() - 14, kMedia + 90);
-    Bytes pastEnd = imageWithSoundBeforeContainer(media(), first, {note});
-    putU32le(pastEnd, pastEnd.size() - 14, 0xFFFFFF00u);
-    const auto listedWith = [&](const std::vector<std::string>& names) {
-        return image({soundRecord(kFirst, first), note, metaRecord(names)}, 0);
-    };
-    const auto add = [](const Bytes& sound) {
-        return [=](const char* path) -> int64_t { return AddSoundInVoxaFile(path, sound.data(), uint32_t(sound.size())); };
-    };
-    const auto addFirst = add(first), addSecond = add(second);
-    const auto copyFrom = [](const Bytes& source) {
-        return [=](const char* path) -> int64_t { return _copyAudioData(TempFile(source).c_str(), path); };
-    };
-    const auto convert = [](const char* path) {
-        return withFile(path, [](FILE* fp) -> int64_t {
-            TevStreamFile stream(fp);
-            _voxa_info_struct* voxa = _checkAudioInImageStream(&stream);
-            const uint32_t result = convertVoxaToEchoFrame(&voxa);
-            DestroyVoxaStream(voxa);
-            return result;
-        });
-    };
-    std::vector<EditCase> cases = {
-        {"add to a plain image", media(), addFirst, kMedia + 70 + 30, bare},
-        {"add over a bare sound", bare, addSecond, kMedia + 25 + 30, imageWithBareSound(media(), second), {kMetaNull}},
-        {"add in front of a container", container, addFirst, int64_t(inFront.size()), inFront, {kMetaNotNull}},
-        {"add over a sound in front of a container", inFront, addSecond, int64_t(secondInFront.size()), secondInFront,
-         {kMetaNotNull}},
+        {"add to a plain image", media(), add, kMedia + 23 + 30, imageWithBareSound(media(), soundB())},
+        {"add over a bare sound", bare_, add, kMedia + 23 + 30, imageWithBareSound(media(), soundB()), {kMetaNull}},
+        {"add in front of a container", justX_, add, int64_t(bInFront.size()), bInFront, {kMetaNotNull}},
+        {"add over a sound in front of a container", inFront, add, int64_t(bInFront.size()), bInFront, {kMetaNotNull}},
         // A sound kept as a record leaves with its record and its list.
-        {"add over a sound record", listedWith({kFirst}), addSecond, int64_t(secondBeforeNote.size()),
-         secondBeforeNote, {kMetaNotNull}},
+        {"add over a sound record", image({first_, kX, list1_}, 0), add, int64_t(bInFront.size()), bInFront,
+         {kMetaNotNull}},
         // A file that ends in "TEVT" but holds no container takes the sound behind it.
-        {"add behind a torn container", torn, addSecond, int64_t(torn.size() + 25 + 30), imageWithBareSound(torn, second),
+        {"add behind a torn container", torn, add, int64_t(torn.size() + 23 + 30), imageWithBareSound(torn, soundB()),
          {{"TEV::ParseTEV", "file has no sound OFFS"}, kMetaNotNull}},
-        {"add over an empty sound", emptyFirst, addSecond, kMedia + 30 + 25 + 30, imageWithBareSound(padded, second),
+        {"add over an empty sound", emptyFirst, add, kMedia + 30 + 23 + 30, imageWithBareSound(padded, soundB()),
          {kMetaNull}},
         {"add to a file that is not there", media(),
          [](const char*) -> int64_t { return AddSoundInVoxaFile("/nonexistent/x.jpg", "a", 1); }, 0, media(),
          {{"VoxaAPIs::AddSoundInVoxaFile", "File Search error"}}},
-        {"add over a damaged table", intoContainer, addSecond, 0, intoContainer, {kMetaNotNull}},
-        {"cut a bare sound", bare, deleteAVoxa, 1, media(), {kMetaNull}},
+        {"add over a damaged table", intoContainer, add, 0, intoContainer, {kMetaNotNull}},
+        {"cut a bare sound", bare_, deleteAVoxa, 1, media(), {kMetaNull}},
         // The container moves whole to where the sound began.
-        {"cut a sound in front of a container", inFront, deleteAVoxa, 1, container, {kMetaNotNull}},
-        {"cut a listed sound", listedWith({kFirst, "note"}), deleteAVoxa, 1,
-         buildContainer(media(), {note, metaRecord({"note"})}), {kMetaNotNull}},
-        {"cut the only listed sound", listedWith({kFirst}), deleteAVoxa, 1, buildContainer(media(), {note}),
-         {kMetaNotNull}},
+        {"cut a sound in front of a container", inFront, deleteAVoxa, 1, justX_, {kMetaNotNull}},
+        {"cut a listed sound", image({first_, kX, metaRecord({kFirst, "x"})}, 0), deleteAVoxa, 1,
+         buildContainer(media(), {kX, metaRecord({"x"})}), {kMetaNotNull}},
+        {"cut the only listed sound", image({first_, kX, list1_}, 0), deleteAVoxa, 1, justX_, {kMetaNotNull}},
         {"cut an empty sound", emptyFirst, deleteAVoxa, 1, padded, {kMetaNull}},
-        {"cut a block without sounds", emptyBlock, deleteAVoxa, 0, emptyBlock, {{"stdout", "sound_count 0\n"}}},
+        {"cut a block without sounds", empty106, deleteAVoxa, 0, empty106, {{"stdout", "sound_count 0\n"}}},
         {"cut a sound running into the container", intoContainer, deleteAVoxa, 1, intoContainer, {kMetaNotNull}},
         {"cut a sound ending past the file", pastEnd, deleteAVoxa, 0, pastEnd, {{"Voxa::ParseVoxaSound", kTableTooLong}}},
-        {"convert into the first record", bare, convert, 1, image({soundRecord(kFirst, first), metaRecord({kFirst})}, 0)},
+        {"convert into the first record", bare_, convert, 1, onlySound_},
+        {"copy listed sounds into a plain image", thirty, copyVoxa(copySource.c_str()), 1,
+         imageWithRecordSound(thirty, {first_, list1_}, 0)},
+        {"copy from a file that is not there", thirty, copyVoxa("/nonexistent/x.jpg"), 1, thirty},
         // Nothing is logged: no descriptor is used after its file was closed.
-        {"copy the first sound over another", imageWithBareSound(thirty, Bytes(9, 1)), copyFrom(bare), 1, copied,
-         {kMetaNull}},
-        {"copy the first sound into a plain image", thirty, copyFrom(bare), 1, copied},
-        {"copy from an image without sound", bare, copyFrom(media()), 1, bare},
-        {"copy into a file that is not there", bare,
-         [](const char* path) -> int64_t { return _copyAudioData(path, "/nonexistent/x.jpg"); }, 0, bare,
+        {"copy the first sound over another", imageWithBareSound(thirty, soundC()), copyAudio(bare_), 1,
+         imageWithBareSound(thirty, soundA()), {kMetaNull}},
+        {"copy the first sound into a plain image", thirty, copyAudio(bare_), 1, imageWithBareSound(thirty, soundA())},
+        {"copy from an image without sound", bare_, copyAudio(media()), 1, bare_},
+        {"copy into a file that is not there", bare_,
+         [](const char* path) -> int64_t { return _copyAudioData(path, "/nonexistent/x.jpg"); }, 0, bare_,
          {{"Voxa::_copyAudioData", "Dst File Open Error"}}},
+        {"plain MP4", mp4, saveMemo, 0, mp4, {refused}},
+        {"MP4 with a bare sound", imageWithBareSound(mp4, soundA()), saveMemo, 0, imageWithBareSound(mp4, soundA()),
+         {{saveTag, "SIGNATURE_VOXA is not use MP4 Format"}}},
+        {"HEIC with a boxed container", buildContainer(heic, {kX}, boxed()), saveMemo, 0,
+         buildContainer(heic, {kX}, boxed()), {refused}},
+        {"HEIC with listed sounds", imageWithRecordSound(heic, {first_, list1_}, 0), saveMemo, 0,
+         imageWithRecordSound(heic, {first_, list1_}, 0), {{saveTag, "SIGNATURE_VOXA_TEV is not use MP4 Format"}}},
     };
     // MP4 and HEIC media keep their container as it is.
-    for (const std::string brand : {"isom", "heic"}) {
-        Bytes box = media();
-        const Bytes head = ByteBuilder().u32be(kMedia).text("ftyp").text(brand).take();
-        std::copy(head.begin(), head.end(), box.begin());
-        const Bytes boxed = buildContainer(box, {note}), boxedSound = imageWithSoundBeforeContainer(box, first, {note});
-        cases.push_back({"add to boxed media", boxed, addSecond, 0, boxed,
+    for (const Bytes& box : {mp4, heic}) {
+        const Bytes container = buildContainer(box, {kX}), withSound = imageWithSoundBeforeContainer(box, soundA(), {kX});
+        cases.push_back({"add to boxed media", container, add, 0, container,
                          {{"VoxaAPIs", "addVoxaSound voxa not use MP4, heic tag\n"}, kMetaNotNull}});
-        cases.push_back({"cut from boxed media", boxedSound, deleteAVoxa, 1, boxedSound,
+        cases.push_back({"cut from boxed media", withSound, deleteAVoxa, 1, withSound,
                          {{"VoxaAPIs", "deleteVoxa_ExistTEV voxa not use MP4, heic tag\n"}, kMetaNotNull}});
     }
     run(cases);
