@@ -53,9 +53,8 @@ Bytes rawBlock(uint32_t version, uint32_t count, const std::vector<uint32_t>& ta
 
 // ------------------------------------------------------------ reading the block
 
-// The path, FILE*, descriptor and buffer checks, each over its own copy of
-// the bytes, released as that medium's callers release them. A table that
-// fails its check closes the FILE* and destroys the buffer handle handed in.
+// The path, FILE*, descriptor and buffer checks, each over its own copy of the bytes, released as that medium's
+// callers release them. A table that fails its check closes the FILE* and destroys the buffer handle handed in.
 class VoxaOnMedium : public LogCaptureTest, public testing::WithParamInterface<Medium> {
 protected:
     _voxa_info_struct* check(const Bytes& content) {
@@ -93,11 +92,13 @@ TEST_P(VoxaOnMedium, CheckReadsTheSoundBackOrReleasesWhatItStoodOn) {
     ASSERT_NE(info, nullptr) << dumpLog();
     EXPECT_EQ(_getAudioCountInImageFile(info), 1u);
     const tev::VoxaOffset offset(_getAudioInImageFile(info));
-    EXPECT_EQ(offset ? std::make_pair(offset->offset, offset->length) : std::make_pair(0u, 0u), std::make_pair(kMedia, 100u));
+    ASSERT_NE(offset, nullptr);
+    EXPECT_EQ(std::make_pair(offset->offset, offset->length), std::make_pair(kMedia, 100u));
     const tev::KBytes copy(_getAudioStreamBuffer(info));
     EXPECT_EQ(copy ? Bytes(copy.get(), copy.get() + 100) : Bytes{}, sound);
     const Medium m = GetParam();
-    EXPECT_EQ(m == Medium::Path ? DestroyVoxa(info) : m == Medium::Handle ? DestroyVoxaBuffer(info) : DestroyVoxaFP(info),
+    EXPECT_EQ(m == Medium::Path ? DestroyVoxa(info) : m == Medium::Handle ? DestroyVoxaBuffer(info)
+                                                                          : DestroyVoxaFP(info),
               1u);
     EXPECT_TRUE(logLines().empty()) << dumpLog();
 }
@@ -123,10 +124,8 @@ protected:
     tev::VoxaStream info_;  // released before the buffer it stands on
 };
 
-// Blocks parsed with their table: refused with their log line (none for a
-// file without block), or accepted, handing out the first sound's length
-// (0: none; a reversed sound's counted in 32 bits) and, if it is not
-// empty or reversed, its bytes.
+// Blocks parsed with their table: refused with their log line (none without a block), or accepted, handing out
+// the first sound's length (0: none; a reversed one's counted in 32 bits) and, unless empty or reversed, its bytes.
 TEST_F(SoundBlock, BlocksAreRefusedWithTheirLogOrHandOutTheFirstSound) {
     const std::string kNoOffs = "file has no suond OFFS";
     const auto version = [](uint32_t v) {
@@ -248,14 +247,11 @@ TEST_F(SoundBlock, FindsTheRecordThatHoldsTheSound) {
     EXPECT_EQ(FindOldVoxaIndex(nullptr, nullptr), kNotFound);
 }
 
-// ------------------------------------------------------------ sounds kept as records
-
 TEST(SoundList, NamesCountAndSoundsAreReadBackDamagedListsRefused) {
     Bytes damaged = metaPayload({kFirst, "memo"});
     putU32le(damaged, 16, 5);  // the second name runs one byte past the payload
     const RecordSpec first = soundRecord(kFirst, soundA()), note = soundRecord("note", soundC());
-    // getEchoFrameNameList's result and names, getVoxaCntInFile, whether
-    // kFirst is listed, and the record "note" (empty: none) as handed out.
+    // getEchoFrameNameList's result and names, getVoxaCntInFile, kFirst listed, the record "note" (empty: none).
     const struct { Bytes file; uint32_t result; std::vector<std::string> names; uint32_t count, listed; Bytes note; }
         kCases[] = {
             {imageWithRecordSound(media(), {first, note, metaRecord({kFirst, "memo", "note"})}, 0), 1,
@@ -287,8 +283,6 @@ TEST(SoundList, NamesCountAndSoundsAreReadBackDamagedListsRefused) {
     }
 }
 
-// ------------------------------------------------------------ writers
-
 TEST(SoundWriters, BlockAndFirstRecordsByteForByte) {
     StreamOver out(StreamMedium::Buffer, {}, 128);
     TevStream& s = *out.get();
@@ -315,9 +309,7 @@ TEST(SoundWriters, BlockAndFirstRecordsByteForByte) {
     }
 }
 
-class SoundWriterLog : public LogCaptureTest {};
-
-TEST_F(SoundWriterLog, FirstRecordsRefuseMissingPartsWithoutWriting) {
+TEST_F(SoundBlock, FirstRecordsRefuseMissingPartsWithoutWriting) {
     const char* tag = "TEVEncoder::NewAddVoxaDataInFirstTimeStream";
     const unsigned char part[5] = {};
     StreamOver s(StreamMedium::File, media());
@@ -330,8 +322,8 @@ TEST_F(SoundWriterLog, FirstRecordsRefuseMissingPartsWithoutWriting) {
     EXPECT_EQ(s.contents(), media());
 }
 
-// Adding to and removing from a stored list copies its two leading words,
-// whatever they hold; payloads whose lengths run past them are refused.
+// Adding to and removing from a stored list copies its two leading words, whatever they hold; payloads whose
+// lengths run past them are refused.
 TEST(SoundWriters, ListEdits) {
     std::vector<char> out(1000);
     const auto list = [](const std::vector<std::string>& names) {
@@ -361,9 +353,8 @@ TEST(SoundWriters, ListEdits) {
     }
 }
 
-// The bound is 0xFFEFFFEB for the last sound's end (1000 here) plus the two
-// lengths; without sounds the file size stands in for that end, and sums
-// past 32 bits do not wrap into acceptance.
+// The bound is 0xFFEFFFEB for the last sound's end (1000 here) plus the two lengths; without sounds the file
+// size stands in for that end, and sums past 32 bits do not wrap into acceptance.
 TEST_F(SoundBlock, RoomBoundIsExclusiveAtTheLastSoundsEnd) {
     uint32_t table[] = {10, 20, 30, 1000};
     _voxa_info_struct voxa{};
@@ -379,9 +370,8 @@ TEST_F(SoundBlock, RoomBoundIsExclusiveAtTheLastSoundsEnd) {
 
 // ------------------------------------------------------------ the documented steps, byte for byte
 
-// One edit of a file built byte by byte, given its path: the result, the
-// whole file after it, every log line (all at error priority), then what
-// it printed.
+// One edit of a file built byte by byte, given its path: the result, the whole file after it, every log line
+// (all at error priority), then what it printed.
 struct EditCase {
     const char* what;
     Bytes before;
@@ -430,12 +420,6 @@ int64_t withFile(const char* path, const std::function<int64_t(FILE*)>& use) {
     return result;
 }
 
-// `use` over the container of the file parsed for update.
-int64_t withPack(const char* path, const std::function<int64_t(_TEV_info*)>& use) {
-    FilePack pack(checkTEVInFile(path));
-    return pack ? use(pack->info) : -1;
-}
-
 std::function<int64_t(const char*)> saveRecord(const RecordSpec& r, uint32_t update) {
     // The name is followed by a byte that is not part of it (saveSpec).
     return [=](const char* path) -> int64_t {
@@ -458,23 +442,21 @@ TEST_F(DocumentedSteps, RecordSavesOnSoundImages) {
     const RecordSpec withSub{256, kFirst, Bytes{1, 2, 3}, soundC()}, plainFirst = record(kFirst, 11, 0xC3);
     const RecordSpec memoC = soundRecord("memo", soundC());
     const auto deleteListed = [](const char* path) {
-        return withPack(path, [](_TEV_info* info) -> int64_t {
+        return editParsed(path, [](_TEV_info* info) -> int64_t {
             tev::VoxaStream voxa(_checkAudioInImageStream(info->Stream));
             return DeleteATEVDataStream(info, 1, voxa.get());
         });
     };
     const auto deleteByIndex = [](const char* path) {
-        return withPack(path, [](_TEV_info* i) -> int64_t { return deleteEchoFrameDataFromFilebyIndex(i, 0, 0); });
+        return editParsed(path, [](_TEV_info* i) -> int64_t { return deleteEchoFrameDataFromFilebyIndex(i, 0, 0); });
     };
     run({
         // A bare sound becomes the first sound record before the record goes in.
         {"save on a bare sound", bare_, saveRecord(kX, 0), 1, image({first_, list1_, kX}, 0, 106)},
         {"direct save on a bare sound", bare_, directSave(kX, 0), 1, image({first_, list1_, kX}, 0), {}},
-        // The only listed sound goes with its list and block; the caller's
-        // record, sub-information and all, becomes a first record.
+        // The only listed sound goes with its list and block; the record, sub-information and all, comes first.
         {"replace the only sound", onlySound_, saveRecord(withSub, 1), 1, buildContainer(media(), {withSub}), {}},
-        // The delete took the list with its last name; with another record
-        // left there is no list to put the name back into.
+        // The delete took the list with its last name; beside x there is no list to put the name back into.
         {"replace the only sound beside x", xFirst_, saveRecord(soundRecord(kFirst, soundC()), 1), 0, justX_, {}},
         // The pointed record comes back as a sound (type 256 whatever the caller's), listed last.
         {"replace the pointed sound of two", image({first_, memo_, list2_}, 0), saveRecord(plainFirst, 1), 1,
@@ -533,7 +515,7 @@ TEST_F(DocumentedSteps, SoundEdits) {
     };
     const auto addRecords = [&](const char* path) {
         const Bytes meta = metaPayload({"memo"});
-        return withPack(path, [&](_TEV_info* info) -> int64_t {
+        return editParsed(path, [&](_TEV_info* info) -> int64_t {
             return NewAddVoxaData(info, 2048, 256, "memo", 4, soundB().data(), 23, meta.data(), uint32_t(meta.size()));
         });
     };
@@ -568,7 +550,8 @@ TEST_F(DocumentedSteps, SoundEdits) {
         {"sound before container", inFront, saveMemo, 1, image({kX, first_, list2_, memo_}, 1, 106), {kMetaNotNull}},
         // A listed container: the list is stored again with the name last.
         {"sound records", onlySound_, saveMemo, 1, twoNames},
-        {"third name", twoNames, saveNote, 1, image({first_, memo_, metaRecord({kFirst, "memo", "note"}), note}, 0, 106)},
+        {"third name", twoNames, saveNote, 1,
+         image({first_, memo_, metaRecord({kFirst, "memo", "note"}), note}, 0, 106)},
         // Without block the sound comes with a list of its name alone; the older list stays.
         {"container with a list", buildContainer(media(), {kX, memo_, listMemo}), saveNote, 1,
          image({kX, memo_, listMemo, note, metaRecord({"note"})}, 3)},
@@ -620,7 +603,8 @@ TEST_F(DocumentedSteps, SoundEdits) {
         {"cut an empty sound", emptyFirst, deleteAVoxa, 1, padded, {kMetaNull}},
         {"cut a block without sounds", empty106, deleteAVoxa, 0, empty106, {{"stdout", "sound_count 0\n"}}},
         {"cut a sound running into the container", intoContainer, deleteAVoxa, 1, intoContainer, {kMetaNotNull}},
-        {"cut a sound ending past the file", pastEnd, deleteAVoxa, 0, pastEnd, {{"Voxa::ParseVoxaSound", kTableTooLong}}},
+        {"cut a sound ending past the file", pastEnd, deleteAVoxa, 0, pastEnd,
+         {{"Voxa::ParseVoxaSound", kTableTooLong}}},
         {"convert into the first record", bare_, convert, 1, onlySound_},
         {"copy listed sounds into a plain image", thirty, copyVoxa(copySource.c_str()), 1,
          imageWithRecordSound(thirty, {first_, list1_}, 0)},
@@ -633,21 +617,23 @@ TEST_F(DocumentedSteps, SoundEdits) {
         {"copy into a file that is not there", bare_,
          [](const char* path) -> int64_t { return _copyAudioData(path, "/nonexistent/x.jpg"); }, 0, bare_,
          {{"Voxa::_copyAudioData", "Dst File Open Error"}}},
-        {"plain MP4", mp4, saveMemo, 0, mp4, {refused}},
-        {"MP4 with a bare sound", imageWithBareSound(mp4, soundA()), saveMemo, 0, imageWithBareSound(mp4, soundA()),
-         {{saveTag, "SIGNATURE_VOXA is not use MP4 Format"}}},
-        {"HEIC with a boxed container", buildContainer(heic, {kX}, boxed()), saveMemo, 0,
-         buildContainer(heic, {kX}, boxed()), {refused}},
-        {"HEIC with listed sounds", imageWithRecordSound(heic, {first_, list1_}, 0), saveMemo, 0,
-         imageWithRecordSound(heic, {first_, list1_}, 0), {{saveTag, "SIGNATURE_VOXA_TEV is not use MP4 Format"}}},
     };
-    // MP4 and HEIC media keep their container as it is.
+    // MP4 and HEIC files keep what they hold: sound does not go behind their box.
     for (const Bytes& box : {mp4, heic}) {
-        const Bytes container = buildContainer(box, {kX}), withSound = imageWithSoundBeforeContainer(box, soundA(), {kX});
-        cases.push_back({"add to boxed media", container, add, 0, container,
-                         {{"VoxaAPIs", "addVoxaSound voxa not use MP4, heic tag\n"}, kMetaNotNull}});
-        cases.push_back({"cut from boxed media", withSound, deleteAVoxa, 1, withSound,
-                         {{"VoxaAPIs", "deleteVoxa_ExistTEV voxa not use MP4, heic tag\n"}, kMetaNotNull}});
+        const auto unchanged = [&](const char* what, const Bytes& file, auto edit, int64_t result,
+                                   std::vector<Line> log) {
+            cases.push_back({what, file, edit, result, file, std::move(log)});
+        };
+        unchanged("save into plain box media", box, saveMemo, 0, {refused});
+        unchanged("save into a boxed container", buildContainer(box, {kX}, boxed()), saveMemo, 0, {refused});
+        unchanged("save beside a bare sound", imageWithBareSound(box, soundA()), saveMemo, 0,
+                  {{saveTag, "SIGNATURE_VOXA is not use MP4 Format"}});
+        unchanged("save beside listed sounds", imageWithRecordSound(box, {first_, list1_}, 0), saveMemo, 0,
+                  {{saveTag, "SIGNATURE_VOXA_TEV is not use MP4 Format"}});
+        unchanged("add in front of a container", buildContainer(box, {kX}), add, 0,
+                  {{"VoxaAPIs", "addVoxaSound voxa not use MP4, heic tag\n"}, kMetaNotNull});
+        unchanged("cut in front of a container", imageWithSoundBeforeContainer(box, soundA(), {kX}), deleteAVoxa, 1,
+                  {{"VoxaAPIs", "deleteVoxa_ExistTEV voxa not use MP4, heic tag\n"}, kMetaNotNull});
     }
     run(cases);
 }
