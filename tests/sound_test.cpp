@@ -513,12 +513,6 @@ TEST_F(DocumentedSteps, SoundEdits) {
     const auto copyAudio = [](const Bytes& source) {
         return [=](const char* path) -> int64_t { return _copyAudioData(TempFile(source).c_str(), path); };
     };
-    const auto addRecords = [&](const char* path) {
-        const Bytes meta = metaPayload({"memo"});
-        return editParsed(path, [&](_TEV_info* info) -> int64_t {
-            return NewAddVoxaData(info, 2048, 256, "memo", 4, soundB().data(), 23, meta.data(), uint32_t(meta.size()));
-        });
-    };
     const auto convert = [](const char* path) {
         return withFile(path, [](FILE* fp) -> int64_t {
             TevStreamFile stream(fp);
@@ -543,7 +537,6 @@ TEST_F(DocumentedSteps, SoundEdits) {
          {{"checkVoxaInfoForSaving", "There is no space for saving TEV data in the source file, a voax data"}}},
         {"plain image", media(), saveMemo, 1, image({memo_, listMemo}, 0)},
         {"container without sound", justX_, saveMemo, 1, image({kX, memo_, listMemo}, 1)},
-        {"the same through the record writer", justX_, addRecords, 1, image({kX, memo_, listMemo}, 1)},
         // The bare sound becomes "EchoFrame_000"; the new one follows it.
         {"bare sound", bare_, saveMemo, 1, twoNames, {kMetaNull}},
         // A sound in front of a container without list becomes a listed record.
