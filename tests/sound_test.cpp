@@ -192,9 +192,8 @@ TEST_F(SoundBlock, ReadersHandOutTheFirstSoundOrRefuse) {
     EXPECT_TRUE(loggedError("LUMET", "ParseVoxaFile :: voxa_info NULL")) << dumpLog();
     EXPECT_EQ(_destroyVOXADATA(ParseVoxa(withSound.c_str())), 1u);
     // The new file stays empty: the sound goes through the record's stream, right behind itself.
-    EXPECT_EQ(_getSoundFileCreate(tev::VoxaStream(_checkAudioInImageStream(load(withSound.read()))).get(),
-                                  target.c_str()),
-              10u);
+    info_.reset(_checkAudioInImageStream(load(withSound.read())));
+    EXPECT_EQ(_getSoundFileCreate(info_.get(), target.c_str()), 10u);
     EXPECT_TRUE(target.read().empty());
     Bytes twice = withSound.read();
     std::copy(sound.begin(), sound.end(), twice.begin() + kMedia + 10);
@@ -236,7 +235,7 @@ TEST_F(SoundBlock, FindsTheRecordThatHoldsTheSound) {
         tev::VoxaStream voxa(_checkAudioInImageStream(stream));
         ASSERT_NE(voxa, nullptr) << dumpLog();
         EXPECT_EQ(hasTEVDataStream(stream, voxa.get()), 2u);
-        std::unique_ptr<_TEV_info, decltype(&DestroyTEV)> index(ParseTEV(stream, SIGNATURE_VOXA_TEV), DestroyTEV);
+        const tev::Index index(ParseTEV(stream, SIGNATURE_VOXA_TEV));
         ASSERT_TRUE(index && getTEVList(index.get()) == 1u) << dumpLog();
         EXPECT_EQ(FindOldVoxaIndex(index.get(), voxa.get()), record);
         if (record != 1) continue;
@@ -261,19 +260,16 @@ TEST(SoundList, NamesCountAndSoundsAreReadBackDamagedListsRefused) {
         };
     for (const auto& c : kCases) {
         TempFile file(c.file);
-        FilePack pack(checkTEVWithReadPM(file.c_str()));
+        const tev::Pack pack = tev::openForReading(file.c_str());
         ASSERT_NE(pack, nullptr);
         char** names = nullptr;
         uint32_t count = 7;
         EXPECT_EQ(getEchoFrameNameList(pack.get(), &names, &count), c.result);
-        std::vector<std::string> listed;
-        for (uint32_t i = 0; i < count; ++i) listed.emplace_back(names[i]), _kfree(names[i]);
-        _kfree(names);
-        EXPECT_EQ(listed, c.names);
+        const tev::NameList listed(names, count);
+        EXPECT_EQ(std::vector<std::string>(listed.begin(), listed.end()), c.names);
         EXPECT_EQ(getVoxaCntInFile(pack.get()), c.count);
-        _TEV_data_unit* unit = extractTEVDataFromFilebyName(pack.get(), kMetaName.c_str(), 19);
-        EXPECT_EQ(isIdenticalNameInMetaInfo(unit, kFirst.c_str()), c.listed);
-        destroyTEVDATA_UNIT(unit);
+        const tev::Record list = tev::extract(pack.get(), kMetaName.c_str());
+        EXPECT_EQ(isIdenticalNameInMetaInfo(list.get(), kFirst.c_str()), c.listed);
         char noteName[] = "note";
         _voxa_audio_buffer* audio = getAudioStreamBuffer(pack.get(), noteName, 4);
         const _TEV_data_unit* data = audio != nullptr ? audio->data_unit : nullptr;
