@@ -128,12 +128,7 @@ protected:
 // the first sound's length (0: none; a reversed one's counted in 32 bits) and, unless empty or reversed, its bytes.
 TEST_F(SoundBlock, BlocksAreRefusedWithTheirLogOrHandOutTheFirstSound) {
     const std::string kNoOffs = "file has no suond OFFS";
-    const auto version = [](uint32_t v) {
-        Bytes b = imageWithBareSound(media(), pattern(8));
-        putU32le(b, b.size() - 26, v);
-        return b;
-    };
-    Bytes noMagic = version(106);
+    Bytes noMagic = imageWithBareSound(media(), pattern(8));
     noMagic[noMagic.size() - 30] = 'X';
     const struct { Bytes file; const char* tag; std::string text; } kRefused[] = {  // tag null: no log line
         {fakeJpeg(200), nullptr, ""},
@@ -142,7 +137,7 @@ TEST_F(SoundBlock, BlocksAreRefusedWithTheirLogOrHandOutTheFirstSound) {
         {voxaBlock(106, 0, 0), "Voxa::ParseVoxa", "File Search Error"},       // block at the first byte
         {withMedia(rawBlock(106, 0, {}, 12)), "Voxa::ParseVoxa", kNoOffs},  // no room for a sound
         {rawBlock(106, 1, {0, 1}, 500), "Voxa::ParseVoxa", kNoOffs},
-        {version(207), "Voxa::ParseVoxa",
+        {withMedia(concat(pattern(8), voxaBlock(207, kMedia, kMedia + 8))), "Voxa::ParseVoxa",
          "the source file has TEV data but current TEV version is too old to parse the source file"},
         {withMedia(rawBlock(106, 0x8000000u, {0, 0}, 20)), "Voxa::ParseVoxa", "There is too much sound data."},
         {withMedia(rawBlock(106, 0x7FFFFFFu, {0, 0}, 20)), "Voxa::ParseVoxaSound",
@@ -159,7 +154,7 @@ TEST_F(SoundBlock, BlocksAreRefusedWithTheirLogOrHandOutTheFirstSound) {
     }
     const struct { Bytes file; uint32_t count, length; } kAccepted[] = {
         {withMedia(voxaBlock(106, 0, kMedia)), 1, kMedia},
-        {version(206), 1, 8},
+        {withMedia(concat(pattern(8), voxaBlock(206, kMedia, kMedia + 8))), 1, 8},
         // Header length thirteen with a count of 0 in the block: an empty table.
         {withMedia(rawBlock(106, 0, {}, 13, 1)), 0, 0},
         {withMedia(concat(pattern(30), rawBlock(106, 2, {kMedia, kMedia + 10, kMedia + 10, kMedia + 30}, 28))), 2, 10},
@@ -234,7 +229,6 @@ TEST_F(SoundBlock, FindsTheRecordThatHoldsTheSound) {
         TevStream* stream = load(file);
         tev::VoxaStream voxa(_checkAudioInImageStream(stream));
         ASSERT_NE(voxa, nullptr) << dumpLog();
-        EXPECT_EQ(hasTEVDataStream(stream, voxa.get()), 2u);
         const tev::Index index(ParseTEV(stream, SIGNATURE_VOXA_TEV));
         ASSERT_TRUE(index && getTEVList(index.get()) == 1u) << dumpLog();
         EXPECT_EQ(FindOldVoxaIndex(index.get(), voxa.get()), record);
@@ -366,8 +360,8 @@ TEST_F(SoundBlock, RoomBoundIsExclusiveAtTheLastSoundsEnd) {
 
 // ------------------------------------------------------------ the documented steps, byte for byte
 
-// One edit of a file built byte by byte, given its path: the result, the whole file after it, every log line
-// (all at error priority), then what it printed.
+// One edit of a file built byte by byte, given its path: the result, the whole file after it (empty: as it was),
+// every log line (all at error priority), then what it printed.
 struct EditCase {
     const char* what;
     Bytes before;
@@ -387,11 +381,10 @@ protected:
             const int64_t result = c.edit(file.c_str());
             const std::string printed = testing::internal::GetCapturedStdout();
             EXPECT_EQ(result, c.result) << c.what;
-            EXPECT_EQ(file.read(), c.after) << c.what;
+            EXPECT_EQ(file.read(), c.after.empty() ? c.before : c.after) << c.what;
             std::vector<Line> lines;
             for (const LogLine& line : logLines()) {
-                EXPECT_EQ(line.priority, ANDROID_LOG_ERROR) << c.what;
-                lines.emplace_back(line.tag, line.text);
+                lines.emplace_back((line.priority == ANDROID_LOG_ERROR ? "" : "not error: ") + line.tag, line.text);
             }
             if (!printed.empty()) lines.emplace_back("stdout", printed);
             EXPECT_EQ(lines, c.log) << c.what;
@@ -518,7 +511,7 @@ TEST_F(DocumentedSteps, SoundEdits) {
             return result;
         });
     };
-    const Line refused{saveTag, "sound is not saved in MP4 or HEIC"};
+    const Line refusal{saveTag, "sound is not saved in MP4 or HEIC"};
     std::vector<EditCase> cases = {
         {"an empty sound", bare_, save("memo", {}), 0, bare_, {{saveTag, "audioStream null"}}},
         {"a sound without name", bare_, save(nullptr, soundB()), 0, bare_,
@@ -609,20 +602,19 @@ TEST_F(DocumentedSteps, SoundEdits) {
     };
     // MP4 and HEIC files keep what they hold: sound does not go behind their box.
     for (const Bytes& box : {mp4, heic}) {
-        const auto unchanged = [&](const char* what, const Bytes& file, auto edit, int64_t result,
-                                   std::vector<Line> log) {
-            cases.push_back({what, file, edit, result, file, std::move(log)});
+        const std::vector<EditCase> refused = {
+            {"save into plain box media", box, saveMemo, 0, {}, {refusal}},
+            {"save into a boxed container", buildContainer(box, {kX}, boxed()), saveMemo, 0, {}, {refusal}},
+            {"save beside a bare sound", imageWithBareSound(box, soundA()), saveMemo, 0, {},
+             {{saveTag, "SIGNATURE_VOXA is not use MP4 Format"}}},
+            {"save beside listed sounds", imageWithRecordSound(box, {first_, list1_}, 0), saveMemo, 0, {},
+             {{saveTag, "SIGNATURE_VOXA_TEV is not use MP4 Format"}}},
+            {"add in front of a container", buildContainer(box, {kX}), add, 0, {},
+             {{"VoxaAPIs", "addVoxaSound voxa not use MP4, heic tag\n"}, kMetaNotNull}},
+            {"cut in front of a container", imageWithSoundBeforeContainer(box, soundA(), {kX}), deleteAVoxa, 1, {},
+             {{"VoxaAPIs", "deleteVoxa_ExistTEV voxa not use MP4, heic tag\n"}, kMetaNotNull}},
         };
-        unchanged("save into plain box media", box, saveMemo, 0, {refused});
-        unchanged("save into a boxed container", buildContainer(box, {kX}, boxed()), saveMemo, 0, {refused});
-        unchanged("save beside a bare sound", imageWithBareSound(box, soundA()), saveMemo, 0,
-                  {{saveTag, "SIGNATURE_VOXA is not use MP4 Format"}});
-        unchanged("save beside listed sounds", imageWithRecordSound(box, {first_, list1_}, 0), saveMemo, 0,
-                  {{saveTag, "SIGNATURE_VOXA_TEV is not use MP4 Format"}});
-        unchanged("add in front of a container", buildContainer(box, {kX}), add, 0,
-                  {{"VoxaAPIs", "addVoxaSound voxa not use MP4, heic tag\n"}, kMetaNotNull});
-        unchanged("cut in front of a container", imageWithSoundBeforeContainer(box, soundA(), {kX}), deleteAVoxa, 1,
-                  {{"VoxaAPIs", "deleteVoxa_ExistTEV voxa not use MP4, heic tag\n"}, kMetaNotNull});
+        cases.insert(cases.end(), refused.begin(), refused.end());
     }
     run(cases);
 }
