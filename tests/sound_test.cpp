@@ -450,7 +450,7 @@ TEST_F(DocumentedSteps, RecordSavesOnSoundImages) {
         // The pointed record comes back as a sound (type 256 whatever the caller's), listed last.
         {"replace the pointed sound of two", image({first_, memo_, list2_}, 0), saveRecord(plainFirst, 1), 1,
          image({memo_, soundRecord(kFirst, plainFirst.data), metaRecord({"memo", kFirst})}, 1), {}},
-        {"existing name without update", xFirst_, saveRecord(kX, 0), 0, xFirst_,
+        {"existing name without update", xFirst_, saveRecord(kX, 0), 0, {},
          {{"TEVEncoderAPIs::saveTEVDataToStream", "SIGNATURE_VOXA_TEV NOT UPDATE!!"}}},
         // The direct save deletes with the block and appends: the name leaves the list.
         {"direct replace of a listed sound", xAndTwo_, directSave(memoC, 1), 1, image({kX, first_, list1_, memoC}, 1)},
@@ -514,14 +514,12 @@ TEST_F(DocumentedSteps, SoundEdits) {
     const Line refusal{saveTag, "sound is not saved in MP4 or HEIC"};
     std::vector<EditCase> cases = {
         {"an empty sound", bare_, save("memo", {}), 0, bare_, {{saveTag, "audioStream null"}}},
-        {"a sound without name", bare_, save(nullptr, soundB()), 0, bare_,
-         {{saveTag, "voxa name is null or voxa_name_len is 0"}}},
+        {"no name", bare_, save(nullptr, soundB()), 0, {}, {{saveTag, "voxa name is null or voxa_name_len is 0"}}},
         {"no stream", bare_, [](const char*) -> int64_t { return saveVoxaToImageStream(nullptr, nullptr, 1, "a", 1); },
          0, bare_, {{saveTag, "Stream is null"}}},
-        {"too big", bare_, save("memo", {0}, 0xFFF00001u), 0, bare_,
+        {"too big", bare_, save("memo", {0}, 0xFFF00001u), 0, {},
          {{"TEVVoxaAPIs::saveVoxaToImageFile", "Too big file to add"}}},
-        // 0xFFF00000 passes the size check; the room check then refuses a sum of
-        // exactly 0xFFEFFFEB (sound end + name length + size) before any byte is read.
+        // Past the size check, the room check refuses a sum (end + name + size) of exactly 0xFFEFFFEB unread.
         {"no room", bare_, save("memo", {0}, 0xFFEFFFEBu - kMedia - 37 - 4), 0, bare_,
          {{"checkVoxaInfoForSaving", "There is no space for saving TEV data in the source file, a voax data"}}},
         {"plain image", media(), saveMemo, 1, image({memo_, listMemo}, 0)},
@@ -542,10 +540,9 @@ TEST_F(DocumentedSteps, SoundEdits) {
         {"old block without sound", empty106, saveMemo, 0, empty106},
         // Under the first sound's own name the list names it twice; replacing it leaves nothing to add it behind.
         {"bare sound saved as EchoFrame_000", bare_, save(kFirst.c_str(), soundB()), 0, media(), {kMetaNull}},
-        {"damaged list", damaged, saveMemo, 0, damaged,
+        {"damaged list", damaged, saveMemo, 0, {},
          {{"TEVEncoderAPIs::saveTEVDataToStream", "data == LUMET_TEV_NULL || data_len <= 0"},
-          {saveTag, "SIGNATURE_VOXA_TEV NOT UPDATE!!"},
-          {"stdout", "error!!!!!!!!\n"}}},
+          {saveTag, "SIGNATURE_VOXA_TEV NOT UPDATE!!"}, {"stdout", "error!!!!!!!!\n"}}},
         // One listed name: the record asked for and the list go, whatever the record is.
         {"delete an unlisted record, one name", xFirst_, remove("x"), 1, image({first_}, 0)},
         {"delete an unlisted record, two names", xAndTwo_, remove("x"), 1, image({first_, memo_, list2_}, 0)},
@@ -572,9 +569,8 @@ TEST_F(DocumentedSteps, SoundEdits) {
          {{"TEV::ParseTEV", "file has no sound OFFS"}, kMetaNotNull}},
         {"add over an empty sound", emptyFirst, add, kMedia + 30 + 23 + 30, imageWithBareSound(padded, soundB()),
          {kMetaNull}},
-        {"add to a file that is not there", media(),
-         [](const char*) -> int64_t { return AddSoundInVoxaFile("/nonexistent/x.jpg", "a", 1); }, 0, media(),
-         {{"VoxaAPIs::AddSoundInVoxaFile", "File Search error"}}},
+        {"add to a missing file", media(), [](const char*) -> int64_t { return AddSoundInVoxaFile("/no", "a", 1); }, 0,
+         {}, {{"VoxaAPIs::AddSoundInVoxaFile", "File Search error"}}},
         {"add over a damaged table", intoContainer, add, 0, intoContainer, {kMetaNotNull}},
         {"cut a bare sound", bare_, deleteAVoxa, 1, media(), {kMetaNull}},
         // The container moves whole to where the sound began.
@@ -585,8 +581,7 @@ TEST_F(DocumentedSteps, SoundEdits) {
         {"cut an empty sound", emptyFirst, deleteAVoxa, 1, padded, {kMetaNull}},
         {"cut a block without sounds", empty106, deleteAVoxa, 0, empty106, {{"stdout", "sound_count 0\n"}}},
         {"cut a sound running into the container", intoContainer, deleteAVoxa, 1, intoContainer, {kMetaNotNull}},
-        {"cut a sound ending past the file", pastEnd, deleteAVoxa, 0, pastEnd,
-         {{"Voxa::ParseVoxaSound", kTableTooLong}}},
+        {"cut a sound ending past the file", pastEnd, deleteAVoxa, 0, {}, {{"Voxa::ParseVoxaSound", kTableTooLong}}},
         {"convert into the first record", bare_, convert, 1, onlySound_},
         {"copy listed sounds into a plain image", thirty, copyVoxa(copySource.c_str()), 1,
          imageWithRecordSound(thirty, {first_, list1_}, 0)},
@@ -596,9 +591,8 @@ TEST_F(DocumentedSteps, SoundEdits) {
          imageWithBareSound(thirty, soundA()), {kMetaNull}},
         {"copy the first sound into a plain image", thirty, copyAudio(bare_), 1, imageWithBareSound(thirty, soundA())},
         {"copy from an image without sound", bare_, copyAudio(media()), 1, bare_},
-        {"copy into a file that is not there", bare_,
-         [](const char* path) -> int64_t { return _copyAudioData(path, "/nonexistent/x.jpg"); }, 0, bare_,
-         {{"Voxa::_copyAudioData", "Dst File Open Error"}}},
+        {"copy into a missing file", bare_, [](const char* path) -> int64_t { return _copyAudioData(path, "/no"); }, 0,
+         {}, {{"Voxa::_copyAudioData", "Dst File Open Error"}}},
     };
     // MP4 and HEIC files keep what they hold: sound does not go behind their box.
     for (const Bytes& box : {mp4, heic}) {
