@@ -51,8 +51,6 @@ Bytes rawBlock(uint32_t version, uint32_t count, const std::vector<uint32_t>& ta
     return b.zeros(padding).u32le(headerLength).text("VOXABS").take();
 }
 
-// ------------------------------------------------------------ reading the block
-
 // The path, FILE*, descriptor and buffer checks, each over its own copy of the bytes, released as that medium's
 // callers release them. A table that fails its check closes the FILE* and destroys the buffer handle handed in.
 class VoxaOnMedium : public LogCaptureTest, public testing::WithParamInterface<Medium> {
@@ -131,8 +129,7 @@ TEST_F(SoundBlock, BlocksAreRefusedWithTheirLogOrHandOutTheFirstSound) {
     Bytes noMagic = imageWithBareSound(media(), pattern(8));
     noMagic[noMagic.size() - 30] = 'X';
     const struct { Bytes file; const char* tag; std::string text; } kRefused[] = {  // tag null: no log line
-        {fakeJpeg(200), nullptr, ""},
-        {noMagic, nullptr, ""},
+        {fakeJpeg(200), nullptr, ""}, {noMagic, nullptr, ""},
         {Bytes(10, 'x'), "Voxa::ParseVoxa", "File Search Error"},
         {voxaBlock(106, 0, 0), "Voxa::ParseVoxa", "File Search Error"},       // block at the first byte
         {withMedia(rawBlock(106, 0, {}, 12)), "Voxa::ParseVoxa", kNoOffs},  // no room for a sound
@@ -358,8 +355,6 @@ TEST_F(SoundBlock, RoomBoundIsExclusiveAtTheLastSoundsEnd) {
     EXPECT_TRUE(loggedError("checkVoxaInfoForSaving", "tev info null"));
 }
 
-// ------------------------------------------------------------ the documented steps, byte for byte
-
 // One edit of a file built byte by byte, given its path: the result, the whole file after it (empty: as it was),
 // every log line (all at error priority), then what it printed.
 struct EditCase {
@@ -440,25 +435,22 @@ TEST_F(DocumentedSteps, RecordSavesOnSoundImages) {
         return editParsed(path, [](_TEV_info* i) -> int64_t { return deleteEchoFrameDataFromFilebyIndex(i, 0, 0); });
     };
     run({
-        // A bare sound becomes the first sound record before the record goes in.
-        {"save on a bare sound", bare_, saveRecord(kX, 0), 1, image({first_, list1_, kX}, 0, 106)},
+        {"bare sound: first record now", bare_, saveRecord(kX, 0), 1, image({first_, list1_, kX}, 0, 106)},
         {"direct save on a bare sound", bare_, directSave(kX, 0), 1, image({first_, list1_, kX}, 0), {}},
-        // The only listed sound goes with its list and block; the record, sub-information and all, comes first.
-        {"replace the only sound", onlySound_, saveRecord(withSub, 1), 1, buildContainer(media(), {withSub}), {}},
-        // The delete took the list with its last name; beside x there is no list to put the name back into.
+        {"replace the only sound: list and block go, it comes first", onlySound_, saveRecord(withSub, 1), 1,
+         buildContainer(media(), {withSub})},
+        // The delete took the list with its last name: beside x there is no list to put it back into.
         {"replace the only sound beside x", xFirst_, saveRecord(soundRecord(kFirst, soundC()), 1), 0, justX_, {}},
-        // The pointed record comes back as a sound (type 256 whatever the caller's), listed last.
-        {"replace the pointed sound of two", image({first_, memo_, list2_}, 0), saveRecord(plainFirst, 1), 1,
-         image({memo_, soundRecord(kFirst, plainFirst.data), metaRecord({"memo", kFirst})}, 1), {}},
+        {"replace the pointed sound: type 256, last", image({first_, memo_, list2_}, 0), saveRecord(plainFirst, 1), 1,
+         image({memo_, soundRecord(kFirst, plainFirst.data), metaRecord({"memo", kFirst})}, 1)},
         {"existing name without update", xFirst_, saveRecord(kX, 0), 0, {},
          {{"TEVEncoderAPIs::saveTEVDataToStream", "SIGNATURE_VOXA_TEV NOT UPDATE!!"}}},
-        // The direct save deletes with the block and appends: the name leaves the list.
-        {"direct replace of a listed sound", xAndTwo_, directSave(memoC, 1), 1, image({kX, first_, list1_, memoC}, 1)},
+        {"direct replace of a listed sound: it leaves the list", xAndTwo_, directSave(memoC, 1), 1,
+         image({kX, first_, list1_, memoC}, 1)},
         {"direct save of an existing name", xAndTwo_, directSave(kX, 0), 0, xAndTwo_},
         {"clear a bare sound", bare_, deleteAllDataFromFile, 1, media(), {kMetaNull}},
-        // With the block passed along, the list is stored again, last, without the name.
-        {"delete a listed sound", image({first_, memo_, kX, list2_}, 0), deleteListed, 1,
-         image({first_, kX, list1_}, 0, 106)},
+        {"delete a listed sound: the list is stored again, last", image({first_, memo_, kX, list2_}, 0), deleteListed,
+         1, image({first_, kX, list1_}, 0, 106)},
         {"delete by index deletes nothing", xFirst_, deleteByIndex, 0, xFirst_},
     });
 }
@@ -524,31 +516,25 @@ TEST_F(DocumentedSteps, SoundEdits) {
          {{"checkVoxaInfoForSaving", "There is no space for saving TEV data in the source file, a voax data"}}},
         {"plain image", media(), saveMemo, 1, image({memo_, listMemo}, 0)},
         {"container without sound", justX_, saveMemo, 1, image({kX, memo_, listMemo}, 1)},
-        // The bare sound becomes "EchoFrame_000"; the new one follows it.
-        {"bare sound", bare_, saveMemo, 1, twoNames, {kMetaNull}},
-        // A sound in front of a container without list becomes a listed record.
-        {"sound before container", inFront, saveMemo, 1, image({kX, first_, list2_, memo_}, 1, 106), {kMetaNotNull}},
-        // A listed container: the list is stored again with the name last.
-        {"sound records", onlySound_, saveMemo, 1, twoNames},
+        {"bare sound: it becomes EchoFrame_000, the new one follows", bare_, saveMemo, 1, twoNames, {kMetaNull}},
+        {"sound before a container: it becomes a listed record", inFront, saveMemo, 1,
+         image({kX, first_, list2_, memo_}, 1, 106), {kMetaNotNull}},
+        {"sound records: the list is stored again, the name last", onlySound_, saveMemo, 1, twoNames},
         {"third name", twoNames, saveNote, 1,
          image({first_, memo_, metaRecord({kFirst, "memo", "note"}), note}, 0, 106)},
-        // Without block the sound comes with a list of its name alone; the older list stays.
-        {"container with a list", buildContainer(media(), {kX, memo_, listMemo}), saveNote, 1,
-         image({kX, memo_, listMemo, note, metaRecord({"note"})}, 3)},
-        // A current block that lists no sound stays between media and records.
-        {"block without sound", empty107, saveMemo, 1, imageWithRecordSound(empty107, {memo_, list1_}, 0)},
+        {"container with a list and no block: a second list", buildContainer(media(), {kX, memo_, listMemo}), saveNote,
+         1, image({kX, memo_, listMemo, note, metaRecord({"note"})}, 3)},
+        {"block without sound stays", empty107, saveMemo, 1, imageWithRecordSound(empty107, {memo_, list1_}, 0)},
         {"old block without sound", empty106, saveMemo, 0, empty106},
         // Under the first sound's own name the list names it twice; replacing it leaves nothing to add it behind.
         {"bare sound saved as EchoFrame_000", bare_, save(kFirst.c_str(), soundB()), 0, media(), {kMetaNull}},
         {"damaged list", damaged, saveMemo, 0, {},
          {{"TEVEncoderAPIs::saveTEVDataToStream", "data == LUMET_TEV_NULL || data_len <= 0"},
           {saveTag, "SIGNATURE_VOXA_TEV NOT UPDATE!!"}, {"stdout", "error!!!!!!!!\n"}}},
-        // One listed name: the record asked for and the list go, whatever the record is.
-        {"delete an unlisted record, one name", xFirst_, remove("x"), 1, image({first_}, 0)},
+        {"delete an unlisted record, one name: it and the list go", xFirst_, remove("x"), 1, image({first_}, 0)},
         {"delete an unlisted record, two names", xAndTwo_, remove("x"), 1, image({first_, memo_, list2_}, 0)},
         {"delete one of two names", xAndTwo_, remove("memo"), 1, image({kX, first_, list1_}, 1, 106)},
-        // The last sound takes the list and the block with it; x stays.
-        {"delete the last name", xFirst_, remove(kFirst.c_str()), 1, justX_},
+        {"delete the last name: list and block go, x stays", xFirst_, remove(kFirst.c_str()), 1, justX_},
         {"delete the only sound", onlySound_, remove(kFirst.c_str()), 1, media()},
         {"delete an absent name", xAndTwo_, remove("none"), 1, xAndTwo_},
         {"delete without a list", inFront, remove("memo"), 0, inFront},
@@ -561,11 +547,10 @@ TEST_F(DocumentedSteps, SoundEdits) {
         {"add over a bare sound", bare_, add, kMedia + 23 + 30, imageWithBareSound(media(), soundB()), {kMetaNull}},
         {"add in front of a container", justX_, add, int64_t(bInFront.size()), bInFront, {kMetaNotNull}},
         {"add over a sound in front of a container", inFront, add, int64_t(bInFront.size()), bInFront, {kMetaNotNull}},
-        // A sound kept as a record leaves with its record and its list.
-        {"add over a sound record", image({first_, kX, list1_}, 0), add, int64_t(bInFront.size()), bInFront,
-         {kMetaNotNull}},
-        // A file that ends in "TEVT" but holds no container takes the sound behind it.
-        {"add behind a torn container", torn, add, int64_t(torn.size() + 23 + 30), imageWithBareSound(torn, soundB()),
+        {"add over a sound record: record and list go", image({first_, kX, list1_}, 0), add,
+         int64_t(bInFront.size()), bInFront, {kMetaNotNull}},
+        {"add behind a file ending in TEVT without container", torn, add, int64_t(torn.size() + 23 + 30),
+         imageWithBareSound(torn, soundB()),
          {{"TEV::ParseTEV", "file has no sound OFFS"}, kMetaNotNull}},
         {"add over an empty sound", emptyFirst, add, kMedia + 30 + 23 + 30, imageWithBareSound(padded, soundB()),
          {kMetaNull}},
@@ -573,8 +558,7 @@ TEST_F(DocumentedSteps, SoundEdits) {
          {}, {{"VoxaAPIs::AddSoundInVoxaFile", "File Search error"}}},
         {"add over a damaged table", intoContainer, add, 0, intoContainer, {kMetaNotNull}},
         {"cut a bare sound", bare_, deleteAVoxa, 1, media(), {kMetaNull}},
-        // The container moves whole to where the sound began.
-        {"cut a sound in front of a container", inFront, deleteAVoxa, 1, justX_, {kMetaNotNull}},
+        {"cut a sound in front: the container moves whole", inFront, deleteAVoxa, 1, justX_, {kMetaNotNull}},
         {"cut a listed sound", image({first_, kX, metaRecord({kFirst, "x"})}, 0), deleteAVoxa, 1,
          buildContainer(media(), {kX, metaRecord({"x"})}), {kMetaNotNull}},
         {"cut the only listed sound", image({first_, kX, list1_}, 0), deleteAVoxa, 1, justX_, {kMetaNotNull}},
