@@ -1,12 +1,12 @@
-// Sound: the Voxa block that ends an image (parsed over every medium), its
-// writers and those of the "EchoFrame_Meta_Info" list, and every edit of a
-// file that carries sound, byte for byte with the lines it logs and prints.
+// Sound: the Voxa block (parsed over every medium), its writers and those of the "EchoFrame_Meta_Info" list,
+// and every edit of a file that carries sound, byte for byte with the lines it logs and prints.
 #include <android/log.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 #include <memory>
@@ -125,23 +125,21 @@ protected:
 // Blocks parsed with their table: refused with their log line (none without a block), or accepted, handing out
 // the first sound's length (0: none; a reversed one's counted in 32 bits) and, unless empty or reversed, its bytes.
 TEST_F(SoundBlock, BlocksAreRefusedWithTheirLogOrHandOutTheFirstSound) {
-    const std::string kNoOffs = "file has no suond OFFS";
     Bytes noMagic = imageWithBareSound(media(), pattern(8));
     noMagic[noMagic.size() - 30] = 'X';
     const struct { Bytes file; const char* tag; std::string text; } kRefused[] = {  // tag null: no log line
         {fakeJpeg(200), nullptr, ""}, {noMagic, nullptr, ""},
         {Bytes(10, 'x'), "Voxa::ParseVoxa", "File Search Error"},
         {voxaBlock(106, 0, 0), "Voxa::ParseVoxa", "File Search Error"},       // block at the first byte
-        {withMedia(rawBlock(106, 0, {}, 12)), "Voxa::ParseVoxa", kNoOffs},  // no room for a sound
-        {rawBlock(106, 1, {0, 1}, 500), "Voxa::ParseVoxa", kNoOffs},
+        {withMedia(rawBlock(106, 0, {}, 12)), "Voxa::ParseVoxa", "file has no suond OFFS"},  // no room for a sound
+        {rawBlock(106, 1, {0, 1}, 500), "Voxa::ParseVoxa", "file has no suond OFFS"},
         {withMedia(concat(pattern(8), voxaBlock(207, kMedia, kMedia + 8))), "Voxa::ParseVoxa",
          "the source file has TEV data but current TEV version is too old to parse the source file"},
         {withMedia(rawBlock(106, 0x8000000u, {0, 0}, 20)), "Voxa::ParseVoxa", "There is too much sound data."},
         {withMedia(rawBlock(106, 0x7FFFFFFu, {0, 0}, 20)), "Voxa::ParseVoxaSound",
          "header is bigger then file -> that's not true!!"},
         {withMedia(rawBlock(106, 5, {0, 0}, 20)), "Voxa::ParseVoxa", "sound data read fail."},
-        // Every sound must end one block (30 bytes) before the end of the file.
-        {withMedia(voxaBlock(106, 0, kMedia + 1)), "Voxa::ParseVoxaSound", kTableTooLong},
+        {withMedia(voxaBlock(106, 0, kMedia + 1)), "Voxa::ParseVoxaSound", kTableTooLong},  // ends inside the block
     };
     for (const auto& c : kRefused) {
         clearLog();
@@ -152,8 +150,7 @@ TEST_F(SoundBlock, BlocksAreRefusedWithTheirLogOrHandOutTheFirstSound) {
     const struct { Bytes file; uint32_t count, length; } kAccepted[] = {
         {withMedia(voxaBlock(106, 0, kMedia)), 1, kMedia},
         {withMedia(concat(pattern(8), voxaBlock(206, kMedia, kMedia + 8))), 1, 8},
-        // Header length thirteen with a count of 0 in the block: an empty table.
-        {withMedia(rawBlock(106, 0, {}, 13, 1)), 0, 0},
+        {withMedia(rawBlock(106, 0, {}, 13, 1)), 0, 0},  // header length 13, count 0: an empty table
         {withMedia(concat(pattern(30), rawBlock(106, 2, {kMedia, kMedia + 10, kMedia + 10, kMedia + 30}, 28))), 2, 10},
         {withMedia(voxaBlock(106, 20, 20)), 1, 0},
         {withMedia(voxaBlock(106, 30, 20)), 1, 0xFFFFFFF6u},
@@ -176,6 +173,9 @@ TEST_F(SoundBlock, BlocksAreRefusedWithTheirLogOrHandOutTheFirstSound) {
 }
 
 TEST_F(SoundBlock, ReadersHandOutTheFirstSoundOrRefuse) {
+    EXPECT_EQ(_getAudioCountInImageFile(nullptr), 0u);
+    EXPECT_EQ(ParseVoxaFd(0), nullptr);
+    EXPECT_TRUE(logLines().empty()) << dumpLog();
     const Bytes sound = pattern(10);
     TempFile withSound(imageWithBareSound(media(), sound)), plain(fakeJpeg(300)), target(Bytes{1, 2, 3});
     uint32_t size = 1234;
@@ -190,10 +190,6 @@ TEST_F(SoundBlock, ReadersHandOutTheFirstSoundOrRefuse) {
     Bytes twice = withSound.read();
     std::copy(sound.begin(), sound.end(), twice.begin() + kMedia + 10);
     EXPECT_EQ(over_->contents(), twice);
-    clearLog();
-    EXPECT_EQ(_getAudioCountInImageFile(nullptr), 0u);
-    EXPECT_EQ(ParseVoxaFd(0), nullptr);
-    EXPECT_TRUE(logLines().empty()) << dumpLog();
     EXPECT_EQ(ParseVoxa("/nonexistent/x.jpg"), nullptr);
     EXPECT_TRUE(loggedError("Voxa::ParseVoxa", "File Open Error"));
     EXPECT_EQ(deleteAVoxaFd(0), 0u);
@@ -421,7 +417,6 @@ std::function<int64_t(const char*)> directSave(const RecordSpec& r, uint32_t upd
     };
 }
 
-// Saving records into images whose container is followed by a sound block.
 TEST_F(DocumentedSteps, RecordSavesOnSoundImages) {
     const RecordSpec withSub{256, kFirst, Bytes{1, 2, 3}, soundC()}, plainFirst = record(kFirst, 11, 0xC3);
     const RecordSpec memoC = soundRecord("memo", soundC());
@@ -430,9 +425,6 @@ TEST_F(DocumentedSteps, RecordSavesOnSoundImages) {
             tev::VoxaStream voxa(_checkAudioInImageStream(info->Stream));
             return DeleteATEVDataStream(info, 1, voxa.get());
         });
-    };
-    const auto deleteByIndex = [](const char* path) {
-        return editParsed(path, [](_TEV_info* i) -> int64_t { return deleteEchoFrameDataFromFilebyIndex(i, 0, 0); });
     };
     run({
         {"bare sound: first record now", bare_, saveRecord(kX, 0), 1, image({first_, list1_, kX}, 0, 106)},
@@ -451,16 +443,17 @@ TEST_F(DocumentedSteps, RecordSavesOnSoundImages) {
         {"clear a bare sound", bare_, deleteAllDataFromFile, 1, media(), {kMetaNull}},
         {"delete a listed sound: the list is stored again, last", image({first_, memo_, kX, list2_}, 0), deleteListed,
          1, image({first_, kX, list1_}, 0, 106)},
-        {"delete by index deletes nothing", xFirst_, deleteByIndex, 0, xFirst_},
+        {"delete by index deletes nothing", xFirst_, [](const char* path) {
+             return editParsed(path, [](_TEV_info* i) { return deleteEchoFrameDataFromFilebyIndex(i, 0, 0); });
+         }, 0, {}},
     });
 }
 
-// Storing, adding, converting, copying and deleting sounds in files of every kind.
 TEST_F(DocumentedSteps, SoundEdits) {
     const char* saveTag = "TEVVoxaAPIs::saveVoxaToImageStream";
     const Bytes mp4 = fakeMp4(kMedia), thirty = fakeJpeg(30), padded = withMedia(pattern(30));
     Bytes heic = mp4;
-    for (size_t i = 0; i < 4; ++i) heic[8 + i] = uint8_t("heic"[i]);
+    std::copy_n("heic", 4, heic.begin() + 8);
     const RecordSpec note = soundRecord("note", soundC()), listMemo = metaRecord({"memo"});
     const Bytes empty107 = withMedia(rawBlock(107, 0, {0, 0}, 20)), empty106 = withMedia(rawBlock(106, 0, {0, 0}, 20));
     Bytes damagedList = metaPayload({kFirst});
