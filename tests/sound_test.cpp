@@ -305,8 +305,7 @@ TEST_F(SoundBlock, FirstRecordsRefuseMissingPartsWithoutWriting) {
     EXPECT_EQ(s.contents(), media());
 }
 
-// Adding to and removing from a stored list copies its two leading words, whatever they hold; payloads whose
-// lengths run past them are refused.
+// List edits keep the two leading words, whatever they hold, and refuse payloads whose lengths run past them.
 TEST(SoundWriters, ListEdits) {
     std::vector<char> out(1000);
     const auto list = [](const std::vector<std::string>& names) {
@@ -336,8 +335,7 @@ TEST(SoundWriters, ListEdits) {
     }
 }
 
-// The bound is 0xFFEFFFEB for the last sound's end (1000 here) plus the two lengths; without sounds the file
-// size stands in for that end, and sums past 32 bits do not wrap into acceptance.
+// Below 0xFFEFFFEB: the last sound's end (else the file size) plus both lengths, sums not wrapping in 32 bits.
 TEST_F(SoundBlock, RoomBoundIsExclusiveAtTheLastSoundsEnd) {
     uint32_t table[] = {10, 20, 30, 1000};
     _voxa_info_struct voxa{};
@@ -351,8 +349,7 @@ TEST_F(SoundBlock, RoomBoundIsExclusiveAtTheLastSoundsEnd) {
     EXPECT_TRUE(loggedError("checkVoxaInfoForSaving", "tev info null"));
 }
 
-// One edit of a file built byte by byte, given its path: the result, the whole file after it (empty: as it was),
-// every log line (all at error priority), then what it printed.
+// One edit of a file given by path: its result, the file after it (empty: as it was), its log lines, its output.
 struct EditCase {
     const char* what;
     Bytes before;
@@ -481,9 +478,6 @@ TEST_F(DocumentedSteps, SoundEdits) {
         return [=](const char* path) -> int64_t { return deleteVoxaFromImageFile(path, name); };
     };
     const auto add = [](const char* path) -> int64_t { return AddSoundInVoxaFile(path, soundB().data(), 23); };
-    const auto copyVoxa = [](const char* src) {
-        return [=](const char* path) -> int64_t { return copyVoxaData(src, path); };
-    };
     const auto copyAudio = [](const Bytes& source) {
         return [=](const char* path) -> int64_t { return _copyAudioData(TempFile(source).c_str(), path); };
     };
@@ -560,9 +554,9 @@ TEST_F(DocumentedSteps, SoundEdits) {
         {"cut a sound running into the container", intoContainer, deleteAVoxa, 1, intoContainer, {kMetaNotNull}},
         {"cut a sound ending past the file", pastEnd, deleteAVoxa, 0, {}, {{"Voxa::ParseVoxaSound", kTableTooLong}}},
         {"convert into the first record", bare_, convert, 1, onlySound_},
-        {"copy listed sounds into a plain image", thirty, copyVoxa(copySource.c_str()), 1,
-         imageWithRecordSound(thirty, {first_, list1_}, 0)},
-        {"copy from a file that is not there", thirty, copyVoxa("/nonexistent/x.jpg"), 1, thirty},
+        {"copy listed sounds into a JPEG", thirty, [&](const char* p) { return copyVoxaData(copySource.c_str(), p); },
+         1, imageWithRecordSound(thirty, {first_, list1_}, 0)},
+        {"copy from a missing file", thirty, [](const char* path) { return copyVoxaData("/no", path); }, 1, {}},
         // Nothing is logged: no descriptor is used after its file was closed.
         {"copy the first sound over another", imageWithBareSound(thirty, soundC()), copyAudio(bare_), 1,
          imageWithBareSound(thirty, soundA()), {kMetaNull}},
