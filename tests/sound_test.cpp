@@ -398,7 +398,7 @@ int64_t withFile(const char* path, const std::function<int64_t(FILE*)>& use) {
 }
 
 std::function<int64_t(const char*)> saveRecord(const RecordSpec& r, uint32_t update) {
-    // The name is followed by a byte that is not part of it (saveSpec).
+    // The name is followed by a byte that is not part of it.
     return [=](const char* path) -> int64_t {
         return saveSpec([&](auto... args) { return saveTEVDataToFile(path, args...); }, r, update);
     };
@@ -424,7 +424,7 @@ TEST_F(DocumentedSteps, RecordSavesOnSoundImages) {
         });
     };
     run({
-        {"bare sound: first record now", bare_, saveRecord(kX, 0), 1, image({first_, list1_, kX}, 0, 106)},
+        {"save on a bare sound, converted", bare_, saveRecord(kX, 0), 1, image({first_, list1_, kX}, 0, 106)},
         {"direct save on a bare sound", bare_, directSave(kX, 0), 1, image({first_, list1_, kX}, 0), {}},
         {"replace the only sound: list and block go, it comes first", onlySound_, saveRecord(withSub, 1), 1,
          buildContainer(media(), {withSub})},
@@ -537,8 +537,7 @@ TEST_F(DocumentedSteps, SoundEdits) {
         {"add over a sound record: record and list go", image({first_, kX, list1_}, 0), add,
          int64_t(bInFront.size()), bInFront, {kMetaNotNull}},
         {"add behind a file ending in TEVT without container", torn, add, int64_t(torn.size() + 23 + 30),
-         imageWithBareSound(torn, soundB()),
-         {{"TEV::ParseTEV", "file has no sound OFFS"}, kMetaNotNull}},
+         imageWithBareSound(torn, soundB()), {{"TEV::ParseTEV", "file has no sound OFFS"}, kMetaNotNull}},
         {"add over an empty sound", emptyFirst, add, kMedia + 30 + 23 + 30, imageWithBareSound(padded, soundB()),
          {kMetaNull}},
         {"add to a missing file", media(), [](const char*) -> int64_t { return AddSoundInVoxaFile("/no", "a", 1); }, 0,
