@@ -306,8 +306,10 @@ TEST_F(SoundBlock, FirstRecordsRefuseMissingPartsWithoutWriting) {
 }
 
 // List edits keep the two leading words, whatever they hold, and refuse payloads whose lengths run past them.
-TEST(SoundWriters, ListEdits) {
+TEST(SoundWriters, ListBuildersAndEdits) {
     std::vector<char> out(1000);
+    EXPECT_EQ(makeSecondVoxaHeader(out.data(), kFirst.c_str(), 13, "memo", 4), 37u);
+    EXPECT_EQ(Bytes(out.begin(), out.begin() + 37), metaPayload({kFirst, "memo"}));
     const auto list = [](const std::vector<std::string>& names) {
         Bytes b = metaPayload(names);
         putU32le(b, 0, 7);
