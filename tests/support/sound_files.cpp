@@ -14,22 +14,16 @@ Bytes metaPayload(const std::vector<std::string>& names) {
 
 Bytes imageWithBareSound(const Bytes& media, const Bytes& sound) {
     const uint32_t start = uint32_t(media.size());
-    const uint32_t end = start + uint32_t(sound.size());
-    return ByteBuilder().bytes(media).bytes(sound).bytes(voxaBlock(106, start, end)).take();
+    return concat(concat(media, sound), voxaBlock(106, start, start + uint32_t(sound.size())));
 }
 
 Bytes imageWithSoundBeforeContainer(const Bytes& media, const Bytes& sound,
                                     const std::vector<RecordSpec>& records) {
-    ContainerOptions options;
-    options.voxaTrailer = true;
-    options.voxaStart = uint32_t(media.size());
-    options.voxaEnd = options.voxaStart + uint32_t(sound.size());
-    return buildContainer(ByteBuilder().bytes(media).bytes(sound).take(), records, options);
+    const uint32_t start = uint32_t(media.size());
+    return buildContainer(concat(media, sound), records, {107, false, true, start, start + uint32_t(sound.size())});
 }
 
-RecordSpec soundRecord(const std::string& name, const Bytes& sound) {
-    return {256, name, std::nullopt, sound};
-}
+RecordSpec soundRecord(const std::string& name, const Bytes& sound) { return {256, name, std::nullopt, sound}; }
 
 RecordSpec metaRecord(const std::vector<std::string>& names) {
     return {2048, "EchoFrame_Meta_Info", std::nullopt, metaPayload(names)};

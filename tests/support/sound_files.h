@@ -1,6 +1,5 @@
-// Files that carry sound, laid out byte by byte: an image with a bare sound,
-// sounds kept as container records with the "EchoFrame_Meta_Info" list
-// naming them and the Voxa block pointing at one of them.
+// Files that carry sound, laid out byte by byte: a bare sound, or sounds kept
+// as records named by the "EchoFrame_Meta_Info" list, and the Voxa block.
 #ifndef TEV_TESTS_SUPPORT_SOUND_FILES_H
 #define TEV_TESTS_SUPPORT_SOUND_FILES_H
 
@@ -23,9 +22,8 @@ Bytes imageWithBareSound(const Bytes& media, const Bytes& sound);
 Bytes imageWithSoundBeforeContainer(const Bytes& media, const Bytes& sound,
                                     const std::vector<RecordSpec>& records);
 
-// A record of type 256 holding a sound.
+// A record of type 256 holding a sound; one of type 2048 listing `names`.
 RecordSpec soundRecord(const std::string& name, const Bytes& sound);
-// A record of type 2048 listing `names`.
 RecordSpec metaRecord(const std::vector<std::string>& names);
 
 // Media, `records` back to back with their directory, then a one-sound block
