@@ -1,12 +1,15 @@
-// The save family: the same behaviour over every entry point and medium,
-// each entry point's own refusals, the "FileData" forms, the two-step save,
-// and the central save's size limits, MP4 box and Voxa cases, checked byte
-// for byte against containers built independently of the library's writers.
+// The save family: the same behaviour over every entry point and medium
+// (memory buffers filled from a file and written back out included), each
+// save and first-time add entry point's own refusals, the "FileData" forms,
+// the two-step save, the buffer's capacity as a hard wall, and the central
+// save's size limits, MP4 box and Voxa cases, checked byte for byte against
+// containers built independently of the library's writers.
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 
 #include "support/bytes.h"
@@ -14,6 +17,7 @@
 #include "support/files.h"
 #include "support/log_capture.h"
 #include "tev/tev.h"
+#include "tev/tev.hpp"
 
 using namespace tevtest;
 
@@ -77,6 +81,27 @@ uint32_t viaBuffer(const char* path, const RecordSpec& r, uint32_t update) {
     return result;
 }
 
+// A file stream over the opened file.
+template <auto Fn>
+uint32_t viaStream(const char* path, const RecordSpec& r, uint32_t update) {
+    FILE* fp = fopen(path, "r+b");
+    TevStreamFile stream(fp);
+    const uint32_t result = saveSpec([&](auto... a) { return Fn(&stream, a...); }, r, update);
+    fclose(fp);
+    return result;
+}
+
+// The file copied into a buffer sized for the save, saved into, and written back over the path.
+uint32_t viaCopiedBuffer(const char* path, const RecordSpec& r, uint32_t update) {
+    tev::Buffer handle(initTEVBuffer(getTEVBufferAllocSize(int64_t(readFile(path).size()), 2, 64, 64, 64)));
+    FILE* fp = fopen(path, "rb");
+    const int64_t copied = copyFpToBuffer(fp, handle.get());
+    fclose(fp);
+    const uint32_t result = saveSpec([&](auto... a) { return saveTEVDataToBuffer(handle.get(), a...); }, r, update);
+    const int64_t written = WriteHandle_FilePath(path, handle.get());
+    return copied > 0 && written == int64_t(readFile(path).size()) ? result : 100;
+}
+
 struct SaveMedium {
     const char* label;
     Save save;
@@ -86,17 +111,19 @@ void PrintTo(const SaveMedium& m, std::ostream* os) { *os << m.label; }
 
 class SaveMediumTest : public LogCaptureTest, public ::testing::WithParamInterface<SaveMedium> {};
 
+// 70,000 bytes of media take more than one block of each buffer copy.
 TEST_P(SaveMediumTest, AddsAppendsReplacesAndKeepsExistingNames) {
-    TempFile file(fakeJpeg(80));
+    const Bytes media = fakeJpeg(70000);
+    TempFile file(media);
     const auto save = [&](const RecordSpec& r, uint32_t update) { return GetParam().save(file.c_str(), r, update); };
     EXPECT_EQ(save(kAlpha, 0), 1u) << dumpLog();
     EXPECT_EQ(save(kBeta, 0), 1u) << dumpLog();
-    const Bytes before = buildContainer(fakeJpeg(80), {kAlpha, kBeta});
+    const Bytes before = buildContainer(media, {kAlpha, kBeta});
     EXPECT_EQ(file.read(), before);
     EXPECT_EQ(save(kNewAlpha, 2), GetParam().existingNameResult);  // only bit 0 replaces
     EXPECT_EQ(file.read(), before);
     EXPECT_EQ(save(kNewAlpha, 1), 1u) << dumpLog();
-    EXPECT_EQ(file.read(), buildContainer(fakeJpeg(80), {kBeta, kNewAlpha}));
+    EXPECT_EQ(file.read(), buildContainer(media, {kBeta, kNewAlpha}));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -108,10 +135,13 @@ INSTANTIATE_TEST_SUITE_P(
                       SaveMedium{"FpAddTag", viaFp<saveTEVDataToFPAddTag>, 0},
                       SaveMedium{"FpToMp4", viaFp<saveTEVDataToFPToMP4>, 0}, SaveMedium{"Fd", viaFd, 0},
                       SaveMedium{"Direct", viaDirect, 0}, SaveMedium{"Buffer", viaBuffer<saveTEVDataToBuffer>, 1},
-                      SaveMedium{"BufferAddTag", viaBuffer<saveTEVDataToBufferAddTag>, 1}),
+                      SaveMedium{"BufferAddTag", viaBuffer<saveTEVDataToBufferAddTag>, 1},
+                      SaveMedium{"CopiedBuffer", viaCopiedBuffer, 1}, SaveMedium{"Stream", viaStream<saveTEVDataToStream>, 0},
+                      SaveMedium{"FastStream", viaStream<saveFastTEVDataToStream>, 0}),
     [](const ::testing::TestParamInfo<SaveMedium>& info) { return std::string(info.param.label); });
 
-// --- Each entry point's own refusals. The target is a plain JPEG that must stay as it is.
+// --- Each save and first-time add entry point's own refusals. The target is
+// a plain JPEG that must stay as it is.
 struct Env {
     FILE* fp;
     const char* path;
@@ -135,6 +165,12 @@ std::vector<Refusal> refusals() {
     const char* fastFp = "TEVEncoderAPIs::saveFastTEVDataToFP";
     const char* fileDataFp = "TEVEncoderAPIs::saveTEVFileDataToFP";
     const char* direct = "TEVEncoderAPIs::saveDirectTEVData";
+    const char* header = "TEVEncoderAPIs::saveTEVDataHeaderToStream";
+    const char* tail = "TEVEncoderAPIs::saveTEVTailToStream";
+    const char* firstTail = "TEVEncoder::saveFirstTEVTailToFP";
+    const char* firstStream = "TEVEncoder::AddTEVDataInFirstTimeStream";
+    const char* first = "TEVEncoder::AddTEVDataInFirstTime";
+    const char* firstDirect = "TEVEncoder::AddDirectTEVDataInFirstTimeStream";
     return {
         {"NameLengthZero", [](const Env& e) { return saveTEVDataToFP(e.fp, "n", 0, nullptr, 0, kData, 4, 1, 0); }, kTag, "TEVName == LUMET_TEV_NULL || TEVName_len <= 0"},
         {"UserDataEmptySub", [](const Env& e) { return saveTEVDataToFP(e.fp, "n", 1, kSub, 0, kData, 4, 0, 0); }, kTag, "type & sub wrong !!"},
@@ -158,6 +194,43 @@ std::vector<Refusal> refusals() {
         {"DirectType", [](const Env& e) { return saveDirectTEVData(e.fp, kData, 4, "n", 0, 0, 0); }, direct, "data_type == TEV_USER_DEFINED_DATA && ( !check_data_sub_info )"},
         {"HeaderType", [](const Env& e) { return saveTEVDataHeaderToFP(e.fp, "n", 1, nullptr, 0, 0); }, "TEVEncoderAPIs::saveTEVDataHeaderToStream", "data_type == TEV_USER_DEFINED_DATA && (data_sub_info == LUMET_TEV_NULL || data_sub_info_len <= 0)"},
         {"TailTooBig", [](const Env& e) { return saveTEVTailToFP(e.fp, kTooBig, 1, 0); }, "TEVEncoderAPIs::saveTEVTailToStream", "Too big TEV data to add in the file"},
+        {"StreamNull", [](const Env&) { return saveTEVDataToStream(nullptr, "n", 1, nullptr, 0, kData, 4, 1, 0); }, kTag, "Stream NULL !!"},
+        {"DirectFpNull", [](const Env&) { return saveDirectTEVData(nullptr, kData, 4, "n", 0, 1, 0); }, direct, "fp == LUMET_TEV_NULL"},
+        {"DirectNameNull", [](const Env& e) { return saveDirectTEVData(e.fp, kData, 4, nullptr, 0, 1, 0); }, direct, "TEVName == LUMET_TEV_NULL"},
+        {"DirectNoBytes", [](const Env& e) { return saveDirectTEVData(e.fp, kData, 0, "n", 0, 1, 0); }, direct, "data == LUMET_TEV_NULL || data_len <= 0"},
+        {"FastFpNull", [](const Env&) { return saveFastTEVDataToFP(nullptr, "n", 1, nullptr, 0, kData, 4, 1, 0); }, fastFp, "fp null\n"},
+        {"FastFpNameNull", [](const Env& e) { return saveFastTEVDataToFP(e.fp, nullptr, 1, nullptr, 0, kData, 4, 1, 0); }, fastFp, "TEVName null\n"},
+        {"FastFpDataNull", [](const Env& e) { return saveFastTEVDataToFP(e.fp, "n", 1, nullptr, 0, nullptr, 4, 1, 0); }, fastFp, "data is null\n"},
+        {"FileDataFpNull", [](const Env& e) { return saveTEVFileDataToFP(nullptr, "n", 1, nullptr, 0, e.path, 1, 0); }, fileDataFp, "fp null\n"},
+        {"FileDataFpNameEmpty", [](const Env& e) { return saveTEVFileDataToFP(e.fp, "n", 0, nullptr, 0, e.path, 1, 0); }, fileDataFp, "TEVName null or tev name length is 0. the length is larger than 1\n"},
+        {"SyncPathNull", [](const Env&) { return saveTEVDataToFileSync(nullptr, "n", 1, nullptr, 0, kData, 4, 1, 0, 0); }, "TEVAPI", "filename == LUMET_TEV_NULL"},
+        {"SyncNameNull", [](const Env& e) { return saveTEVDataToFileSync(e.path, nullptr, 1, nullptr, 0, kData, 4, 1, 0, 0); }, "TEVAPI", "TEVName == LUMET_TEV_NULL || TEVName_len <= 0"},
+        {"SyncDataNull", [](const Env& e) { return saveTEVDataToFileSync(e.path, "n", 1, nullptr, 0, nullptr, 4, 1, 0, 0); }, "TEVAPI", "data == LUMET_TEV_NULL || data_len <= 0"},
+        {"SyncUnopenable", [](const Env& e) { return saveTEVDataToFileSync(e.missing, "n", 1, nullptr, 0, kData, 4, 1, 0, 0); }, "TEVEncoderAPIs::saveTEVDataToFileSync", "Stream CheckError is false"},
+        {"HeaderStreamNull", [](const Env&) { return saveTEVDataHeaderToStream(nullptr, "n", 1, nullptr, 0, 1); }, header, "Stream open error"},
+        {"HeaderStreamUnusable", [](const Env&) { TevStreamFile unusable(nullptr); return saveTEVDataHeaderToStream(&unusable, "n", 1, nullptr, 0, 1); }, header, "Stream CheckError is false"},
+        {"HeaderNameNull", [](const Env& e) { return saveTEVDataHeaderToFP(e.fp, nullptr, 1, nullptr, 0, 1); }, header, "TEVName == LUMET_TEV_NULL || TEVName_len <= 0"},
+        {"HeaderFpNull", [](const Env&) { return saveTEVDataHeaderToFP(nullptr, "n", 1, nullptr, 0, 1); }, "TEVEncoderAPIs::saveTEVDataHeaderToFP", "fp open error"},
+        {"TailStreamNull", [](const Env&) { return saveTEVTailToStream(nullptr, 9, 1, 0); }, tail, "Stream open error"},
+        {"TailStreamUnusable", [](const Env&) { TevStreamFile unusable(nullptr); return saveTEVTailToStream(&unusable, 9, 1, 0); }, tail, "Stream CheckError is false"},
+        {"TailFpNull", [](const Env&) { return saveTEVTailToFP(nullptr, 9, 1, 0); }, "TEVEncoderAPIs::saveTEVTailToFP", "fp open error"},
+        {"FirstTailStreamNull", [](const Env&) { return saveFirstTEVTailToStream(nullptr, 9, 1, 0); }, firstTail, "Stream open error"},
+        {"FirstTailUnusable", [](const Env&) { return saveFirstTEVTailToFP(nullptr, 9, 1, 0); }, firstTail, "Stream CheckError is false"},
+        {"FirstStreamNull", [](const Env&) { return AddTEVDataInFirstTimeStream(nullptr, "n", 1, 1, nullptr, 0, kData, 4); }, firstStream, "Stream open error"},
+        {"FirstStreamUnusable", [](const Env&) { TevStreamFile unusable(nullptr); return AddTEVDataInFirstTimeStream(&unusable, "n", 1, 1, nullptr, 0, kData, 4); }, firstStream, "file open error"},
+        {"FirstStreamDataNull", [](const Env& e) { TevStreamFile s(e.fp); return AddTEVDataInFirstTimeStream(&s, "n", 1, 1, nullptr, 0, nullptr, 4); }, firstStream, "data == 0 || data_size <= 0"},
+        {"FirstFpNull", [](const Env&) { return AddTEVDataInFirstTimeFP(nullptr, "n", 1, 1, nullptr, 0, kData, 4); }, first, "file open error"},
+        {"FirstBufferNull", [](const Env&) { return AddTEVDataInFirstTimeBuffer(nullptr, "n", 1, 1, nullptr, 0, kData, 4); }, first, "file open error"},
+        {"FirstPathUserData", [](const Env& e) { return AddTEVDataInFirstTime(e.path, "n", 1, 0, kSub, 0, kData, 4); }, first, "if Data type is UserData then must use DataSubInfo"},
+        {"FirstPathNameNull", [](const Env& e) { return AddTEVDataInFirstTime(e.path, nullptr, 1, 1, nullptr, 0, kData, 4); }, first, "name null"},
+        {"FirstPathDataNull", [](const Env& e) { return AddTEVDataInFirstTime(e.path, "n", 1, 1, nullptr, 0, kData, 0); }, first, "data null"},
+        {"FirstPathTooBig", [](const Env& e) { return AddTEVDataInFirstTime(e.path, "n", 1, 1, nullptr, 0, kData, 0xFFFFFFF7u); }, first, "Too big TEV data to add in the file"},
+        {"FirstPathUnopenable", [](const Env& e) { return AddTEVDataInFirstTime(e.missing, "n", 1, 1, nullptr, 0, kData, 4); }, first, "file open error"},
+        {"FirstDirectStreamNull", [](const Env&) { return AddDirectTEVDataInFirstTimeStream(nullptr, 1, 0, kData, 4); }, firstDirect, "src_tev_info->Stream is null"},
+        {"FirstDirectUnusable", [](const Env&) { TevStreamFile unusable(nullptr); return AddDirectTEVDataInFirstTimeStream(&unusable, 1, 0, kData, 4); }, firstDirect, "src_tev_info->Stream CheckError is false"},
+        {"FirstDirectNoBytes", [](const Env& e) { return AddDirectTEVDataInFirstTimeFP(e.fp, 1, 0, nullptr, 4); }, firstDirect, "data == LUMET_TEV_NULL || data_size <= 0"},
+        {"CopyIntoNoBuffer", [](const Env& e) { return uint32_t(copyFpToBuffer(e.fp, nullptr)); }, "TEVEncoderAPIsBuffer::copyFpToBuffer", "Buffer NULL !!"},
+        {"CopyIntoASmallerBuffer", [](const Env& e) { tev::Buffer small(initTEVBuffer(63)); return uint32_t(copyFpToBuffer(e.fp, small.get()) + getTEVWriteSize(small.get())); }, "TEVEncoderAPIsBuffer::copyFpToBuffer", "ret != ReadSize !!"},
     };
 }
 
@@ -240,6 +313,46 @@ TEST_F(SaveTwoStepTest, HeaderDataAndTailMakeAContainerOnlyOnPlainMedia) {
     EXPECT_EQ(saveTEVTailToFP(fp, 30, 7, 0), 1u);
     fclose(fp);
     EXPECT_EQ(file.read(), saved);
+}
+
+// A record written by other means behind plain media gets its one-entry
+// directory from the first-time tail; formatted bytes get theirs from the
+// direct first-time add.
+TEST_F(SaveTwoStepTest, FirstTimeTailAndDirectAddCompleteARecordWrittenByOthers) {
+    for (bool direct : {false, true}) {
+        TempFile file(concat(fakeJpeg(64), direct ? Bytes{} : encodeRecord(kBeta)));
+        FILE* fp = fopen(file.c_str(), "r+b");
+        const Bytes bytes = encodeRecord(kBeta);
+        EXPECT_EQ(direct ? AddDirectTEVDataInFirstTimeFP(fp, 7, 1, bytes.data(), uint32_t(bytes.size()))
+                         : saveFirstTEVTailToFP(fp, recordLength(kBeta), 7, 1), 1u) << dumpLog();
+        fclose(fp);
+        EXPECT_EQ(file.read(), buildContainer(fakeJpeg(64), {kBeta}));
+    }
+}
+
+// --- A memory buffer never grows: nothing is written past its capacity, and
+// writing it out opens the path ("w+b") before the handle is looked at, so a
+// handle with nothing to write still empties the file.
+TEST_F(SaveTwoStepTest, BufferCapacityIsAWallAndWritingOutOpensThePathFirst) {
+    const Bytes media = fakeJpeg(100);
+    const size_t capacity = media.size() + 30;  // too small for the record and its directory
+    Bytes memory = concat(media, Bytes(capacity + 64 - media.size(), 0xEE));
+    tev::Buffer handle(initTEVUsedBuffer(memory.data(), int64_t(capacity), int64_t(media.size())));
+    EXPECT_EQ(saveSpec([&](auto... a) { return saveTEVDataToBuffer(handle.get(), a...); }, kAlpha, 0), 0u);
+    EXPECT_TRUE(std::equal(media.begin(), media.end(), memory.begin()));
+    EXPECT_TRUE(std::all_of(memory.begin() + long(capacity), memory.end(), [](uint8_t b) { return b == 0xEE; }));
+
+    tev::Buffer unused(initTEVAllocatedBuffer(memory.data(), int64_t(memory.size())));
+    TempFile out(textBytes("keep me"));
+    FILE* fp = fopen(out.c_str(), "r+b");
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(WriteHandle_FilePath(out.c_str(), unused.get()), -2);
+    EXPECT_EQ(WriteHandle_FilePath("/nonexistent/dir/out.bin", nullptr), -1);
+    EXPECT_EQ(WriteHandle_Fp(nullptr, fp), -2);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+              "WriteHandle : write size error \nfp null!!\nWriteHandle : buffer error \n");
+    fclose(fp);
+    EXPECT_EQ(out.read(), Bytes{});
 }
 
 // --- The central save behind them: limits, damaged containers, the MP4 box, Voxa sound.
