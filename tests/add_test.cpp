@@ -6,6 +6,8 @@
 
 #include <cstdio>
 #include <functional>
+#include <memory>
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -14,6 +16,7 @@
 #include "support/files.h"
 #include "support/log_capture.h"
 #include "tev/tev.h"
+#include "tev/tev.hpp"
 
 using namespace tevtest;
 
@@ -121,6 +124,15 @@ TEST_F(AddTest, RefusalsLogTheirMessageAndWriteNothing) {
     const char* first = "TEVEncoder::AddTEVDataInFirstTimeStream";
     const char* add = "TEVEncoder::AddTEVDataStream";
     const char* direct = "TEVEncoder::AddDirectTEVDataFP";
+    const char* fast = "TEV::FastAddTEVData";
+    TevStreamFile unusable(nullptr);
+    // Runs `call` with the index's stream swapped for `stream`, then puts it back.
+    const auto withStream = [](_TEV_info* i, TevStream* stream, const std::function<uint32_t()>& call) {
+        std::swap(i->Stream, stream);
+        const uint32_t result = call();
+        i->Stream = stream;
+        return result;
+    };
     using Call = std::function<uint32_t(_TEV_info*)>;
     const struct {
         const char* label;
@@ -139,6 +151,21 @@ TEST_F(AddTest, RefusalsLogTheirMessageAndWriteNothing) {
         {"DirectUserDataWithoutFlag", [&](_TEV_info* i) { return AddDirectTEVDataStream(i->Stream, i, 0, 0, data, 3, nullptr); }, direct, kUserDataRule},
         {"DirectFirstNullFp", [&](_TEV_info*) { return AddDirectTEVDataInFirstTimeFP(nullptr, 5, 0, data, 3); }, "TEVEncoder::AddDirectTEVDataInFirstTimeFP", "fp is null"},
         {"FastUserData", [&](_TEV_info* i) { return FastAddTEVData(i, "n", 1, 0, nullptr, 0, data, 3, 1); }, "TEV::AddTEVDataInFirstTime", kUserDataRule},
+        {"AppendNameNull", [&](_TEV_info* i) { return AddTEVDataStream(i->Stream, i, nullptr, 1, 1, nullptr, 0, data, 3, nullptr); }, add, "name_size <= 0 || name == NULL"},
+        {"AppendDataNull", [&](_TEV_info* i) { return AddTEVDataStream(i->Stream, i, "k", 1, 1, nullptr, 0, nullptr, 3, nullptr); }, add, "data == NULL || data_size <= 0"},
+        {"AppendNoIndex", [&](_TEV_info* i) { return AddTEVDataStream(i->Stream, nullptr, "k", 1, 1, nullptr, 0, data, 3, nullptr); }, add, "TEV_info == NULL"},
+        {"AppendStreamNull", [&](_TEV_info* i) { return AddTEVDataStream(nullptr, i, "k", 1, 1, nullptr, 0, data, 3, nullptr); }, add, "Stream == NULL"},
+        {"AppendStreamUnusable", [&](_TEV_info* i) { return AddTEVDataStream(&unusable, i, "k", 1, 1, nullptr, 0, data, 3, nullptr); }, add, "CheckError is false"},
+        {"DirectNoBytes", [&](_TEV_info* i) { return AddDirectTEVDataStream(i->Stream, i, 1, 0, nullptr, 3, nullptr); }, direct, "data == LUMET_TEV_NULL || data_size <= 0"},
+        {"DirectNoIndex", [&](_TEV_info* i) { return AddDirectTEVDataStream(i->Stream, nullptr, 1, 0, data, 3, nullptr); }, direct, "TEV_info == LUMET_TEV_NULL"},
+        {"DirectStreamNull", [&](_TEV_info* i) { return AddDirectTEVDataStream(nullptr, i, 1, 0, data, 3, nullptr); }, direct, "Stream == LUMET_TEV_NULL"},
+        {"DirectFpNull", [&](_TEV_info* i) { return AddDirectTEVDataFP(nullptr, i, 1, 0, data, 3, nullptr); }, direct, "fp == LUMET_TEV_NULL"},
+        {"DirectOffsetOverflow", [&](_TEV_info* i) { i->meta_data[0]->start_offset = 0xFFFFFFFAu; return AddDirectTEVDataStream(i->Stream, i, 1, 0, kPhoto.data.data(), 10, nullptr); }, direct, "Too big TEV data to add in the file"},
+        {"FastOffsetOverflow", [&](_TEV_info* i) { i->meta_data[0]->start_offset = 0xFFFFFFFAu; return FastAddTEVData(i, "n", 1, 1, nullptr, 0, data, 3, 0); }, fast, "Too big TEV data to add in the file"},
+        {"FastStreamNull", [&](_TEV_info* i) { return withStream(i, nullptr, [&] { return FastAddTEVData(i, "n", 1, 1, nullptr, 0, data, 3, 0); }); }, fast, "Stream is null"},
+        {"FastStreamUnusable", [&](_TEV_info* i) { return withStream(i, &unusable, [&] { return FastAddTEVData(i, "n", 1, 1, nullptr, 0, data, 3, 0); }); }, fast, "CheckError is false"},
+        {"CapacityOfNoIndex", [&](_TEV_info*) { return checkTEVInfoForSaving(nullptr, 1, 1, 1); }, "checkTEVInfoForSaving", "tev info null"},
+        {"CapacityWithoutEntries", [&](_TEV_info*) { _TEV_info empty{}; _TEV_data_info* none[1] = {nullptr}; empty.meta_data = none; return checkTEVInfoForSaving(&empty, 1, 1, 1); }, "checkTEVInfoForSaving", "tev info meta_data null !!"},
     };
     const Bytes original = buildContainer(fakeJpeg(50), {kPhoto});
     for (const auto& c : cases) {
@@ -242,7 +269,41 @@ TEST_F(FastAddTest, AContainerFollowedByAVoxaBlockIsRefused) {
     const Bytes before = buildContainer(media, {filler(kSlot), kPhoto}, withVoxa);
     TempFile file(before);
     EXPECT_EQ(fastAdd(file, sized(50), 1), 0u);
+    EXPECT_TRUE(loggedError("TEV::FastAddTEVData", "TEV data is followed by other data")) << dumpLog();
     EXPECT_EQ(file.read(), before);
+}
+
+// Index objects made from scratch: an empty index over a FILE* sized at its
+// end, and an entry holding its own terminated copy of the name.
+TEST_F(AddTest, BuildersMakeAnEmptyIndexAndAnEntry) {
+    TempFile file(fakeJpeg(77));
+    FILE* fp = std::fopen(file.c_str(), "r+b");
+    tev::Index index(_generateTEVHeader(fp));
+    ASSERT_NE(index, nullptr);
+    std::unique_ptr<TevStream> stream(index->Stream);  // the index leaves its stream to the caller
+    ASSERT_NE(stream, nullptr);
+    EXPECT_EQ(stream->tell(), 77);
+    EXPECT_EQ(index->stream_size, 77);
+    EXPECT_EQ(index->version, 107u);
+    EXPECT_EQ(index->meta_count, 0u);
+    EXPECT_EQ(index->meta_data, nullptr);
+    for (uint32_t hasSub : {0u, 1u}) {
+        _TEV_data_info* entry = _generateTEVData("abcdef", 4, 9, hasSub);
+        ASSERT_NE(entry, nullptr);
+        EXPECT_STREQ(entry->name, "abcd");
+        EXPECT_EQ(entry->name_length, 4u);
+        EXPECT_EQ(entry->meta_type, 0x90000u | (hasSub ? 0x8000u : 0u));
+        EXPECT_EQ(entry->has_sub_info, hasSub);
+        EXPECT_EQ(entry->start_offset + entry->length, 0u);
+        _kfree(entry->name);
+        _kfree(entry);
+    }
+    EXPECT_EQ(_generateTEVHeader(nullptr), nullptr);
+    EXPECT_EQ(_generateTEVData(nullptr, 4, 9, 0), nullptr);
+    EXPECT_EQ(_generateTEVData("abcd", 0, 9, 0), nullptr);
+    stream.reset();
+    std::fclose(fp);
+    EXPECT_EQ(file.read(), fakeJpeg(77));
 }
 
 }  // namespace
