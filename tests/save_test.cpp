@@ -4,7 +4,6 @@
 // the two-step save, the buffer's capacity as a hard wall, and the central
 // save's size limits, MP4 box and Voxa cases, checked byte for byte against
 // containers built independently of the library's writers.
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -32,71 +31,54 @@ constexpr const char* kTag = "TEVEncoderAPIs::saveTEVDataToStream";
 // Saves `r` into the file at `path` through one of the entry points.
 using Save = uint32_t (*)(const char* path, const RecordSpec& r, uint32_t update);
 
+// `call` on the file at `path` opened for update, closed again afterwards.
+template <typename Call>
+uint32_t onFp(const char* path, Call call) {
+    FILE* fp = fopen(path, "r+b");
+    const uint32_t result = call(fp);
+    fclose(fp);
+    return result;
+}
 template <auto Fn>
 uint32_t viaPath(const char* path, const RecordSpec& r, uint32_t update) {
     return saveSpec([&](auto... a) { return Fn(path, a...); }, r, update);
 }
-
 template <auto Fn>
 uint32_t viaFp(const char* path, const RecordSpec& r, uint32_t update) {
-    FILE* fp = fopen(path, "r+b");
-    const uint32_t result = saveSpec([&](auto... a) { return Fn(fp, a...); }, r, update);
-    fclose(fp);
-    return result;
+    return onFp(path, [&](FILE* fp) { return saveSpec([&](auto... a) { return Fn(fp, a...); }, r, update); });
 }
-
+template <auto Fn>
+uint32_t viaStream(const char* path, const RecordSpec& r, uint32_t update) {
+    return onFp(path, [&](FILE* fp) { TevStreamFile s(fp); return saveSpec([&](auto... a) { return Fn(&s, a...); }, r, update); });
+}
 uint32_t viaFd(const char* path, const RecordSpec& r, uint32_t update) {
-    const int fd = open(path, O_RDWR);
-    const uint32_t result = saveSpec([&](auto... a) { return saveTEVDataToFd(fd, a...); }, r, update);
-    close(fd);
-    return result;
+    return onFp(path, [&](FILE* fp) { return saveSpec([&](auto... a) { return saveTEVDataToFd(fileno(fp), a...); }, r, update); });
 }
-
 // The file-sync save takes a trailing argument that changes nothing.
 uint32_t viaSync(const char* path, const RecordSpec& r, uint32_t update) {
     return saveSpec([&](auto... a) { return saveTEVDataToFileSync(path, a..., 0xFF); }, r, update);
 }
-
 // The caller hands over the record already formatted.
 uint32_t viaDirect(const char* path, const RecordSpec& r, uint32_t update) {
     const Bytes bytes = encodeRecord(r);
-    FILE* fp = fopen(path, "r+b");
-    const uint32_t result =
-        saveDirectTEVData(fp, bytes.data(), uint32_t(bytes.size()), r.name.c_str(), r.sub ? 1 : 0, r.type, update);
-    fclose(fp);
-    return result;
+    return onFp(path, [&](FILE* fp) { return saveDirectTEVData(fp, bytes.data(), uint32_t(bytes.size()), r.name.c_str(), r.sub ? 1 : 0, r.type, update); });
 }
-
 // Saves into a memory buffer that holds the file's bytes, then writes what it holds back to the file.
 template <auto Fn>
 uint32_t viaBuffer(const char* path, const RecordSpec& r, uint32_t update) {
     Bytes memory = readFile(path);
     const int64_t used = int64_t(memory.size());
     memory.resize(memory.size() + 512);
-    TevBufferHandle* handle = initTEVUsedBuffer(memory.data(), int64_t(memory.size()), used);
-    const uint32_t result = saveSpec([&](auto... a) { return Fn(handle, a...); }, r, update);
-    memory.resize(size_t(getTEVWriteSize(handle)));
-    destroyTEVBuffer(handle);
+    tev::Buffer handle(initTEVUsedBuffer(memory.data(), int64_t(memory.size()), used));
+    const uint32_t result = saveSpec([&](auto... a) { return Fn(handle.get(), a...); }, r, update);
+    memory.resize(size_t(getTEVWriteSize(handle.get())));
     writeFile(path, memory);
     return result;
 }
-
-// A file stream over the opened file.
-template <auto Fn>
-uint32_t viaStream(const char* path, const RecordSpec& r, uint32_t update) {
-    FILE* fp = fopen(path, "r+b");
-    TevStreamFile stream(fp);
-    const uint32_t result = saveSpec([&](auto... a) { return Fn(&stream, a...); }, r, update);
-    fclose(fp);
-    return result;
-}
-
 // The file copied into a buffer sized for the save, saved into, and written back over the path.
 uint32_t viaCopiedBuffer(const char* path, const RecordSpec& r, uint32_t update) {
     tev::Buffer handle(initTEVBuffer(getTEVBufferAllocSize(int64_t(readFile(path).size()), 2, 64, 64, 64)));
-    FILE* fp = fopen(path, "rb");
-    const int64_t copied = copyFpToBuffer(fp, handle.get());
-    fclose(fp);
+    const int64_t copied = onFp(path, [&](FILE* fp) { return uint32_t(copyFpToBuffer(fp, handle.get())); });
     const uint32_t result = saveSpec([&](auto... a) { return saveTEVDataToBuffer(handle.get(), a...); }, r, update);
     const int64_t written = WriteHandle_FilePath(path, handle.get());
     return copied > 0 && written == int64_t(readFile(path).size()) ? result : 100;
@@ -295,45 +277,76 @@ TEST_F(SaveFileDataTest, SavesTheWholeDataFileAndRefusesOneOfFFF00001Bytes) {
     }
 }
 
-// --- The two-step save: header, the caller's data, tail.
-class SaveTwoStepTest : public LogCaptureTest {};
+// --- The central save and the pieces around it, each on its own file:
+// result, every error line and the whole file afterwards.
+class SaveTest : public LogCaptureTest {};
 
-TEST_F(SaveTwoStepTest, HeaderDataAndTailMakeAContainerOnlyOnPlainMedia) {
-    TempFile file(fakeJpeg(64));
-    FILE* fp = fopen(file.c_str(), "r+b");
-    EXPECT_EQ(saveTEVDataHeaderToFP(fp, "beta", 4, kBeta.sub->data(), 3, kBeta.type),
-              recordLength(kBeta) - kBeta.data.size());
-    ASSERT_GE(lseek(fileno(fp), 0, SEEK_END), 0);
-    ASSERT_EQ(write(fileno(fp), kBeta.data.data(), kBeta.data.size()), ssize_t(kBeta.data.size()));
-    EXPECT_EQ(saveTEVTailToFP(fp, recordLength(kBeta), kBeta.type, 1), 1u) << dumpLog();
-    const Bytes saved = buildContainer(fakeJpeg(64), {kBeta});
-    EXPECT_EQ(file.read(), saved);
-    // Now that a container is there, both steps succeed without writing.
-    EXPECT_EQ(saveTEVDataHeaderToFP(fp, "gamma", 5, nullptr, 0, 7), 1u);
-    EXPECT_EQ(saveTEVTailToFP(fp, 30, 7, 0), 1u);
-    fclose(fp);
-    EXPECT_EQ(file.read(), saved);
-}
-
-// A record written by other means behind plain media gets its one-entry
-// directory from the first-time tail; formatted bytes get theirs from the
-// direct first-time add.
-TEST_F(SaveTwoStepTest, FirstTimeTailAndDirectAddCompleteARecordWrittenByOthers) {
-    for (bool direct : {false, true}) {
-        TempFile file(concat(fakeJpeg(64), direct ? Bytes{} : encodeRecord(kBeta)));
-        FILE* fp = fopen(file.c_str(), "r+b");
-        const Bytes bytes = encodeRecord(kBeta);
-        EXPECT_EQ(direct ? AddDirectTEVDataInFirstTimeFP(fp, 7, 1, bytes.data(), uint32_t(bytes.size()))
-                         : saveFirstTEVTailToFP(fp, recordLength(kBeta), 7, 1), 1u) << dumpLog();
-        fclose(fp);
-        EXPECT_EQ(file.read(), buildContainer(fakeJpeg(64), {kBeta}));
-    }
+TEST_F(SaveTest, EachSaveGivesItsFileResultAndLog) {
+    const Bytes jpeg = fakeJpeg(64), mp4 = fakeMp4(200);
+    const unsigned char one[1] = {0};
+    const auto save = [](const RecordSpec& r, uint32_t update) { return [r, update](const char* p) { return viaPath<saveTEVDataToFile>(p, r, update); }; };
+    // A container whose first record holds the sound, followed by a Voxa block.
+    const RecordSpec echo = record("EchoFrame_000", 50, 0x77, 256);
+    ContainerOptions sound;
+    sound.voxaTrailer = true;
+    sound.voxaStart = 100 + 8 + 13;
+    sound.voxaEnd = sound.voxaStart + 50;
+    const Bytes voxaSaved = buildContainer(fakeJpeg(100), {echo, kAlpha}, sound);
+    // Eight 10-byte records behind an 8-byte MP4 make the smallest file whose
+    // directory the parser accepts (it wants 24 bytes per entry in the file);
+    // a ninth leaves the file too small for its own directory, so the parse
+    // after the append fails and the box keeps its old size.
+    std::vector<RecordSpec> eight;
+    for (char name = 'a'; name < 'i'; ++name) eight.push_back(record(std::string(1, name), 1, uint8_t(name)));
+    const RecordSpec ninth = record("i", 1, 'i');
+    std::vector<RecordSpec> nine = eight;
+    nine.push_back(ninth);
+    const Bytes eightBoxed = buildContainer(fakeMp4(8), eight, boxed());
+    Bytes nineStaleBox = buildContainer(fakeMp4(8), nine, boxed());
+    std::copy_n(eightBoxed.begin() + 8, 4, nineStaleBox.begin() + 8);
+    runFileEdits({
+        // 0xFFF00000 passes the first check and is stopped only by the container's capacity.
+        {"DataLengthFFF00000", buildContainer(jpeg, {kAlpha}), [&](const char* p) { return saveTEVDataToFile(p, "big", 3, nullptr, 0, one, 0xFFF00000u, 1, 0); }, 0, {},
+         {{"checkTEVInfoForSaving", "There is no storage for saving TEV data in the source file, delete a tev data"}, {kTag, "SIGNATURE_TEV checkTEVInfoForSaving fail!!"}}},
+        {"DataLengthFFF00001", buildContainer(jpeg, {kAlpha}), [&](const char* p) { return saveTEVDataToFile(p, "big", 3, nullptr, 0, one, 0xFFF00001u, 1, 0); }, 0, {},
+         {{"TEVAPI::saveTEVDataToFileAddTag", "Too big TEV data to add in the file"}}},
+        {"DamagedContainerIsNeverWrittenOver", concat(jpeg, textBytes("junkTEVT")), save(kAlpha, 1), 0, {}, {{"TEV::ParseTEV", "file has no sound OFFS"}, {kTag, "SIGNATURE_TEV TEVdata NULL!!"}}},
+        {"FileSyncGivesMp4MediaNoBox", mp4, [](const char* p) { return viaSync(p, kAlpha, 0); }, 1, buildContainer(mp4, {kAlpha})},
+        // MP4 media: the container lives in a "tevd" box reaching to the end.
+        {"Mp4PlainMedia", mp4, save(kAlpha, 0), 1, buildContainer(mp4, {kAlpha}, boxed())},
+        {"Mp4BoxedAppend", buildContainer(mp4, {kAlpha}, boxed()), save(kBeta, 0), 1, buildContainer(mp4, {kAlpha, kBeta}, boxed())},
+        {"Mp4UnboxedGetsWrapped", buildContainer(mp4, {kAlpha}), save(kBeta, 0), 1, buildContainer(mp4, {kAlpha, kBeta}, boxed())},
+        {"Mp4ReplaceOnlyRecord", buildContainer(mp4, {kAlpha}, boxed()), save(kNewAlpha, 1), 1, buildContainer(mp4, {kNewAlpha}, boxed())},
+        {"Mp4ReplaceFirstOfTwo", buildContainer(mp4, {kAlpha, kGamma}, boxed()), save(kNewAlpha, 1), 1, buildContainer(mp4, {kGamma, kNewAlpha}, boxed())},
+        {"Mp4BoxSizedOnlyWhenTheNewDirectoryParses", eightBoxed, save(ninth, 0), 1, nineStaleBox,
+         {{"TEV::getTEVList", "header is bigger then file -> that's not true!!"}, {"TEVCommonAPIs::checkTEVInStreamVersionNotchecked", "getTEVList err."},
+          {kTag, "updateMP4Tag TEVdata is NULL."}}},
+        {"NewNameKeepsTheVoxaBlockBehindTheNewDirectory", buildContainer(fakeJpeg(100), {echo}, sound), save(kAlpha, 0), 1, voxaSaved},
+        {"ExistingNameBesideAVoxaBlockIsRefused", voxaSaved, save(kNewAlpha, 0), 0, {}, {{kTag, "SIGNATURE_VOXA_TEV NOT UPDATE!!"}}},
+        // The two-step save: header, the caller's data, tail; on a container both steps succeed without writing.
+        {"TwoStepOnPlainMedia", jpeg, [](const char* p) {
+             return onFp(p, [](FILE* fp) {
+                 const uint32_t header = saveTEVDataHeaderToFP(fp, "beta", 4, kBeta.sub->data(), 3, kBeta.type);
+                 fseek(fp, 0, SEEK_END);
+                 fwrite(kBeta.data.data(), 1, kBeta.data.size(), fp);
+                 fflush(fp);
+                 return header == recordLength(kBeta) - kBeta.data.size() ? saveTEVTailToFP(fp, recordLength(kBeta), kBeta.type, 1) : 100;
+             });
+         }, 1, buildContainer(jpeg, {kBeta})},
+        {"TwoStepOnAContainer", buildContainer(jpeg, {kBeta}), [](const char* p) { return onFp(p, [](FILE* fp) { return saveTEVDataHeaderToFP(fp, "gamma", 5, nullptr, 0, 7) + saveTEVTailToFP(fp, 30, 7, 0); }); }, 2, {}},
+        // A record written by other means gets its one-entry directory from the first-time tail; formatted bytes from the direct first-time add.
+        {"FirstTimeTail", concat(jpeg, encodeRecord(kBeta)), [](const char* p) { return onFp(p, [](FILE* fp) { return saveFirstTEVTailToFP(fp, recordLength(kBeta), 7, 1); }); }, 1, buildContainer(jpeg, {kBeta})},
+        {"DirectFirstTime", jpeg, [](const char* p) {
+             const Bytes bytes = encodeRecord(kBeta);
+             return onFp(p, [&](FILE* fp) { return AddDirectTEVDataInFirstTimeFP(fp, 7, 1, bytes.data(), uint32_t(bytes.size())); });
+         }, 1, buildContainer(jpeg, {kBeta})},
+    });
 }
 
 // --- A memory buffer never grows: nothing is written past its capacity, and
 // writing it out opens the path ("w+b") before the handle is looked at, so a
 // handle with nothing to write still empties the file.
-TEST_F(SaveTwoStepTest, BufferCapacityIsAWallAndWritingOutOpensThePathFirst) {
+TEST_F(SaveTest, BufferCapacityIsAWallAndWritingOutOpensThePathFirst) {
     const Bytes media = fakeJpeg(100);
     const size_t capacity = media.size() + 30;  // too small for the record and its directory
     Bytes memory = concat(media, Bytes(capacity + 64 - media.size(), 0xEE));
@@ -349,103 +362,9 @@ TEST_F(SaveTwoStepTest, BufferCapacityIsAWallAndWritingOutOpensThePathFirst) {
     EXPECT_EQ(WriteHandle_FilePath(out.c_str(), unused.get()), -2);
     EXPECT_EQ(WriteHandle_FilePath("/nonexistent/dir/out.bin", nullptr), -1);
     EXPECT_EQ(WriteHandle_Fp(nullptr, fp), -2);
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-              "WriteHandle : write size error \nfp null!!\nWriteHandle : buffer error \n");
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "WriteHandle : write size error \nfp null!!\nWriteHandle : buffer error \n");
     fclose(fp);
     EXPECT_EQ(out.read(), Bytes{});
-}
-
-// --- The central save behind them: limits, damaged containers, the MP4 box, Voxa sound.
-class SaveTest : public LogCaptureTest {
-protected:
-    // Saves `r` into a file holding *content, which becomes the file's bytes after.
-    uint32_t saveIntoFile(Bytes* content, const RecordSpec& r, uint32_t update) {
-        TempFile file(*content);
-        const uint32_t result = viaPath<saveTEVDataToFile>(file.c_str(), r, update);
-        *content = file.read();
-        return result;
-    }
-};
-
-TEST_F(SaveTest, DataLengthLimitIsFFF00000) {
-    const Bytes before = buildContainer(fakeJpeg(64), {kAlpha});
-    TempFile file(before);
-    const unsigned char data[1] = {0};
-    // 0xFFF00000 passes the first check and is stopped only by the container's capacity.
-    EXPECT_EQ(saveTEVDataToFile(file.c_str(), "big", 3, nullptr, 0, data, 0xFFF00000u, 1, 0), 0u);
-    EXPECT_TRUE(loggedError(kTag, "SIGNATURE_TEV checkTEVInfoForSaving fail!!")) << dumpLog();
-    EXPECT_FALSE(loggedError(kTag, "Too big TEV data to add in the file"));
-    EXPECT_EQ(saveTEVDataToFile(file.c_str(), "big", 3, nullptr, 0, data, 0xFFF00001u, 1, 0), 0u);
-    EXPECT_TRUE(loggedError("TEVAPI::saveTEVDataToFileAddTag", "Too big TEV data to add in the file")) << dumpLog();
-    EXPECT_EQ(file.read(), before);
-}
-
-TEST_F(SaveTest, DamagedContainerIsNeverWrittenOver) {
-    const Bytes damaged = concat(fakeJpeg(64), textBytes("junkTEVT"));
-    Bytes after = damaged;
-    EXPECT_EQ(saveIntoFile(&after, kAlpha, 1), 0u);
-    EXPECT_EQ(after, damaged);
-    EXPECT_TRUE(loggedError(kTag, "SIGNATURE_TEV TEVdata NULL!!")) << dumpLog();
-}
-
-TEST_F(SaveTest, FileSyncGivesMp4MediaNoBox) {
-    TempFile mp4(fakeMp4(100));
-    EXPECT_EQ(saveSpec([&](auto... a) { return saveTEVDataToFileSync(mp4.c_str(), a..., 0); }, kAlpha, 0), 1u);
-    EXPECT_EQ(mp4.read(), buildContainer(fakeMp4(100), {kAlpha}));
-}
-
-// --- MP4 media: the container lives in a "tevd" box reaching to the end.
-struct Mp4Case {
-    const char* label;
-    std::vector<RecordSpec> before;
-    bool boxedBefore;
-    RecordSpec saved;
-    uint32_t update;
-    std::vector<RecordSpec> after;
-};
-void PrintTo(const Mp4Case& c, std::ostream* os) { *os << c.label; }
-
-class SaveMp4Test : public SaveTest, public ::testing::WithParamInterface<Mp4Case> {};
-
-TEST_P(SaveMp4Test, BoxWrapsTheWholeContainerAndMediaStays) {
-    const Mp4Case& c = GetParam();
-    const Bytes media = fakeMp4(200);
-    Bytes content = c.before.empty() ? media : buildContainer(media, c.before, {107, c.boxedBefore});
-    EXPECT_EQ(saveIntoFile(&content, c.saved, c.update), 1u) << dumpLog();
-    EXPECT_EQ(content, buildContainer(media, c.after, boxed()));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Layouts, SaveMp4Test,
-    ::testing::Values(Mp4Case{"PlainMedia", {}, false, kAlpha, 0, {kAlpha}},
-                      Mp4Case{"BoxedAppend", {kAlpha}, true, kBeta, 0, {kAlpha, kBeta}},
-                      Mp4Case{"UnboxedGetsWrapped", {kAlpha}, false, kBeta, 0, {kAlpha, kBeta}},
-                      Mp4Case{"ReplaceOnlyRecord", {kAlpha}, true, kNewAlpha, 1, {kNewAlpha}},
-                      Mp4Case{"ReplaceFirstOfTwo", {kAlpha, kGamma}, true, kNewAlpha, 1, {kGamma, kNewAlpha}}),
-    [](const ::testing::TestParamInfo<Mp4Case>& info) { return std::string(info.param.label); });
-
-// --- Voxa sound: a container whose first record holds the sound, followed by a Voxa block.
-class SaveVoxaTest : public SaveTest {
-protected:
-    const RecordSpec echo_ = record("EchoFrame_000", 50, 0x77, 256);
-    // The sound is the data of the first record, which starts right after the media.
-    Bytes voxaContainer(const Bytes& media, const std::vector<RecordSpec>& records) const {
-        ContainerOptions options;
-        options.voxaTrailer = true;
-        options.voxaStart = uint32_t(media.size()) + 8 + uint32_t(echo_.name.size());
-        options.voxaEnd = options.voxaStart + uint32_t(echo_.data.size());
-        return buildContainer(media, records, options);
-    }
-};
-
-TEST_F(SaveVoxaTest, NewNameKeepsTheVoxaBlockBehindTheNewDirectory) {
-    Bytes content = voxaContainer(fakeJpeg(100), {echo_});
-    EXPECT_EQ(saveIntoFile(&content, kAlpha, 0), 1u) << dumpLog();
-    const Bytes saved = voxaContainer(fakeJpeg(100), {echo_, kAlpha});
-    EXPECT_EQ(content, saved);
-    EXPECT_EQ(saveIntoFile(&content, kNewAlpha, 0), 0u);
-    EXPECT_EQ(content, saved);
-    EXPECT_TRUE(loggedError(kTag, "SIGNATURE_VOXA_TEV NOT UPDATE!!")) << dumpLog();
 }
 
 }  // namespace
