@@ -138,10 +138,8 @@ constexpr uint32_t kTooBig = 0xFFF00001u;
 struct Refusal {
     const char* label;
     std::function<uint32_t(const Env&)> call;
-    const char* tag;  // null: refused without a log line
-    const char* text;
+    ErrorLines log;
 };
-void PrintTo(const Refusal& r, std::ostream* os) { *os << r.label; }
 
 std::vector<Refusal> refusals() {
     const char* fastFp = "TEVEncoderAPIs::saveFastTEVDataToFP";
@@ -154,88 +152,81 @@ std::vector<Refusal> refusals() {
     const char* first = "TEVEncoder::AddTEVDataInFirstTime";
     const char* firstDirect = "TEVEncoder::AddDirectTEVDataInFirstTimeStream";
     return {
-        {"NameLengthZero", [](const Env& e) { return saveTEVDataToFP(e.fp, "n", 0, nullptr, 0, kData, 4, 1, 0); }, kTag, "TEVName == LUMET_TEV_NULL || TEVName_len <= 0"},
-        {"UserDataEmptySub", [](const Env& e) { return saveTEVDataToFP(e.fp, "n", 1, kSub, 0, kData, 4, 0, 0); }, kTag, "type & sub wrong !!"},
-        {"StreamTooBig", [](const Env& e) { return saveTEVDataToFP(e.fp, "n", 1, nullptr, 0, kData, kTooBig, 1, 0); }, kTag, "Too big TEV data to add in the file"},
-        {"StreamUnusable", [](const Env&) { TevStreamFile unusable(nullptr); return saveTEVDataToStream(&unusable, "n", 1, nullptr, 0, kData, 4, 1, 0); }, kTag, "Stream CheckError is false"},
-        {"Undetectable", [](const Env&) { TevBufferHandle empty{nullptr, 0, 0, 0, 0}; return saveTEVDataToBuffer(&empty, "n", 1, nullptr, 0, kData, 4, 1, 0); }, kTag, "Signature detection fail!! mode : 0\n"},
-        {"FileUnopenable", [](const Env& e) { return saveTEVDataToFile(e.missing, "n", 1, nullptr, 0, kData, 4, 1, 0); }, nullptr, nullptr},
-        {"FileTooBig", [](const Env& e) { return saveTEVDataToFile(e.path, "n", 1, nullptr, 0, kData, kTooBig, 1, 0); }, "TEVAPI::saveTEVDataToFileAddTag", "Too big TEV data to add in the file"},
-        {"FastFileTooBig", [](const Env& e) { return saveFastTEVDataToFile(e.path, "n", 1, nullptr, 0, kData, kTooBig, 1, 0); }, "TEVAPI", "Too big TEV data to add in the file"},
-        {"FpNull", [](const Env&) { return saveTEVDataToFP(nullptr, "n", 1, nullptr, 0, kData, 4, 1, 0); }, "TEVEncoderAPIs::saveTEVDataToFP", "fp NULL !!"},
-        {"FastFpType", [](const Env& e) { return saveFastTEVDataToFP(e.fp, "n", 1, kSub, 0, kData, 4, 0, 0); }, fastFp, "data_type null\n"},
-        {"FdZero", [](const Env&) { return saveTEVDataToFd(0, "n", 1, nullptr, 0, kData, 4, 1, 0); }, "TEVEncoderAPIs::saveTEVDataToFd", "fd is <= 0!!"},
-        {"BufferNull", [](const Env&) { return saveTEVDataToBuffer(nullptr, "n", 1, nullptr, 0, kData, 4, 1, 0); }, "TEVEncoderAPIsBuffer::saveTEVDataToBuffer", "Buffer NULL !!"},
-        {"FileDataEmpty", [](const Env& e) { return saveTEVFileDataToFile(e.path, "n", 1, nullptr, 0, e.emptyData, 1, 0); }, "TEVAPI", "data null\n"},
-        {"FileDataFpType", [](const Env& e) { return saveFastTEVNameToFP(e.fp, "n", 1, nullptr, 0, e.path, 0, 0); }, fileDataFp, "data_type fail\n"},
-        {"FileDataFpMissing", [](const Env& e) { return saveTEVFileDataToFP(e.fp, "n", 1, nullptr, 0, e.missing, 1, 0); }, fileDataFp, "fopen fail"},
-        {"FileDataFpEmpty", [](const Env& e) { return saveTEVFileDataToFP(e.fp, "n", 1, nullptr, 0, e.emptyData, 1, 0); }, fileDataFp, "File Search Error 0\n"},
-        {"FileDataAddTagEmpty", [](const Env& e) { return saveTEVDataFileToFileAddTag(e.path, "n", 1, nullptr, 0, e.emptyData, 1, 0); }, nullptr, nullptr},
-        {"SyncTooBig", [](const Env& e) { return saveTEVDataToFileSync(e.path, "n", 1, nullptr, 0, kData, kTooBig, 1, 0, 0); }, "TEVAPI", "Too big TEV data to add in the file"},
-        {"SyncType", [](const Env& e) { return saveTEVDataToFileSync(e.path, "n", 1, nullptr, 0, kData, 4, 0, 0, 0); }, "TEVAPI", "data_type == TEV_USER_DEFINED_DATA && ( data_sub_info == LUMET_TEV_NULL || data_sub_info_len <= 0 )"},
-        {"DirectType", [](const Env& e) { return saveDirectTEVData(e.fp, kData, 4, "n", 0, 0, 0); }, direct, "data_type == TEV_USER_DEFINED_DATA && ( !check_data_sub_info )"},
-        {"HeaderType", [](const Env& e) { return saveTEVDataHeaderToFP(e.fp, "n", 1, nullptr, 0, 0); }, "TEVEncoderAPIs::saveTEVDataHeaderToStream", "data_type == TEV_USER_DEFINED_DATA && (data_sub_info == LUMET_TEV_NULL || data_sub_info_len <= 0)"},
-        {"TailTooBig", [](const Env& e) { return saveTEVTailToFP(e.fp, kTooBig, 1, 0); }, "TEVEncoderAPIs::saveTEVTailToStream", "Too big TEV data to add in the file"},
-        {"StreamNull", [](const Env&) { return saveTEVDataToStream(nullptr, "n", 1, nullptr, 0, kData, 4, 1, 0); }, kTag, "Stream NULL !!"},
-        {"DirectFpNull", [](const Env&) { return saveDirectTEVData(nullptr, kData, 4, "n", 0, 1, 0); }, direct, "fp == LUMET_TEV_NULL"},
-        {"DirectNameNull", [](const Env& e) { return saveDirectTEVData(e.fp, kData, 4, nullptr, 0, 1, 0); }, direct, "TEVName == LUMET_TEV_NULL"},
-        {"DirectNoBytes", [](const Env& e) { return saveDirectTEVData(e.fp, kData, 0, "n", 0, 1, 0); }, direct, "data == LUMET_TEV_NULL || data_len <= 0"},
-        {"FastFpNull", [](const Env&) { return saveFastTEVDataToFP(nullptr, "n", 1, nullptr, 0, kData, 4, 1, 0); }, fastFp, "fp null\n"},
-        {"FastFpNameNull", [](const Env& e) { return saveFastTEVDataToFP(e.fp, nullptr, 1, nullptr, 0, kData, 4, 1, 0); }, fastFp, "TEVName null\n"},
-        {"FastFpDataNull", [](const Env& e) { return saveFastTEVDataToFP(e.fp, "n", 1, nullptr, 0, nullptr, 4, 1, 0); }, fastFp, "data is null\n"},
-        {"FileDataFpNull", [](const Env& e) { return saveTEVFileDataToFP(nullptr, "n", 1, nullptr, 0, e.path, 1, 0); }, fileDataFp, "fp null\n"},
-        {"FileDataFpNameEmpty", [](const Env& e) { return saveTEVFileDataToFP(e.fp, "n", 0, nullptr, 0, e.path, 1, 0); }, fileDataFp, "TEVName null or tev name length is 0. the length is larger than 1\n"},
-        {"SyncPathNull", [](const Env&) { return saveTEVDataToFileSync(nullptr, "n", 1, nullptr, 0, kData, 4, 1, 0, 0); }, "TEVAPI", "filename == LUMET_TEV_NULL"},
-        {"SyncNameNull", [](const Env& e) { return saveTEVDataToFileSync(e.path, nullptr, 1, nullptr, 0, kData, 4, 1, 0, 0); }, "TEVAPI", "TEVName == LUMET_TEV_NULL || TEVName_len <= 0"},
-        {"SyncDataNull", [](const Env& e) { return saveTEVDataToFileSync(e.path, "n", 1, nullptr, 0, nullptr, 4, 1, 0, 0); }, "TEVAPI", "data == LUMET_TEV_NULL || data_len <= 0"},
-        {"SyncUnopenable", [](const Env& e) { return saveTEVDataToFileSync(e.missing, "n", 1, nullptr, 0, kData, 4, 1, 0, 0); }, "TEVEncoderAPIs::saveTEVDataToFileSync", "Stream CheckError is false"},
-        {"HeaderStreamNull", [](const Env&) { return saveTEVDataHeaderToStream(nullptr, "n", 1, nullptr, 0, 1); }, header, "Stream open error"},
-        {"HeaderStreamUnusable", [](const Env&) { TevStreamFile unusable(nullptr); return saveTEVDataHeaderToStream(&unusable, "n", 1, nullptr, 0, 1); }, header, "Stream CheckError is false"},
-        {"HeaderNameNull", [](const Env& e) { return saveTEVDataHeaderToFP(e.fp, nullptr, 1, nullptr, 0, 1); }, header, "TEVName == LUMET_TEV_NULL || TEVName_len <= 0"},
-        {"HeaderFpNull", [](const Env&) { return saveTEVDataHeaderToFP(nullptr, "n", 1, nullptr, 0, 1); }, "TEVEncoderAPIs::saveTEVDataHeaderToFP", "fp open error"},
-        {"TailStreamNull", [](const Env&) { return saveTEVTailToStream(nullptr, 9, 1, 0); }, tail, "Stream open error"},
-        {"TailStreamUnusable", [](const Env&) { TevStreamFile unusable(nullptr); return saveTEVTailToStream(&unusable, 9, 1, 0); }, tail, "Stream CheckError is false"},
-        {"TailFpNull", [](const Env&) { return saveTEVTailToFP(nullptr, 9, 1, 0); }, "TEVEncoderAPIs::saveTEVTailToFP", "fp open error"},
-        {"FirstTailStreamNull", [](const Env&) { return saveFirstTEVTailToStream(nullptr, 9, 1, 0); }, firstTail, "Stream open error"},
-        {"FirstTailUnusable", [](const Env&) { return saveFirstTEVTailToFP(nullptr, 9, 1, 0); }, firstTail, "Stream CheckError is false"},
-        {"FirstStreamNull", [](const Env&) { return AddTEVDataInFirstTimeStream(nullptr, "n", 1, 1, nullptr, 0, kData, 4); }, firstStream, "Stream open error"},
-        {"FirstStreamUnusable", [](const Env&) { TevStreamFile unusable(nullptr); return AddTEVDataInFirstTimeStream(&unusable, "n", 1, 1, nullptr, 0, kData, 4); }, firstStream, "file open error"},
-        {"FirstStreamDataNull", [](const Env& e) { TevStreamFile s(e.fp); return AddTEVDataInFirstTimeStream(&s, "n", 1, 1, nullptr, 0, nullptr, 4); }, firstStream, "data == 0 || data_size <= 0"},
-        {"FirstFpNull", [](const Env&) { return AddTEVDataInFirstTimeFP(nullptr, "n", 1, 1, nullptr, 0, kData, 4); }, first, "file open error"},
-        {"FirstBufferNull", [](const Env&) { return AddTEVDataInFirstTimeBuffer(nullptr, "n", 1, 1, nullptr, 0, kData, 4); }, first, "file open error"},
-        {"FirstPathUserData", [](const Env& e) { return AddTEVDataInFirstTime(e.path, "n", 1, 0, kSub, 0, kData, 4); }, first, "if Data type is UserData then must use DataSubInfo"},
-        {"FirstPathNameNull", [](const Env& e) { return AddTEVDataInFirstTime(e.path, nullptr, 1, 1, nullptr, 0, kData, 4); }, first, "name null"},
-        {"FirstPathDataNull", [](const Env& e) { return AddTEVDataInFirstTime(e.path, "n", 1, 1, nullptr, 0, kData, 0); }, first, "data null"},
-        {"FirstPathTooBig", [](const Env& e) { return AddTEVDataInFirstTime(e.path, "n", 1, 1, nullptr, 0, kData, 0xFFFFFFF7u); }, first, "Too big TEV data to add in the file"},
-        {"FirstPathUnopenable", [](const Env& e) { return AddTEVDataInFirstTime(e.missing, "n", 1, 1, nullptr, 0, kData, 4); }, first, "file open error"},
-        {"FirstDirectStreamNull", [](const Env&) { return AddDirectTEVDataInFirstTimeStream(nullptr, 1, 0, kData, 4); }, firstDirect, "src_tev_info->Stream is null"},
-        {"FirstDirectUnusable", [](const Env&) { TevStreamFile unusable(nullptr); return AddDirectTEVDataInFirstTimeStream(&unusable, 1, 0, kData, 4); }, firstDirect, "src_tev_info->Stream CheckError is false"},
-        {"FirstDirectNoBytes", [](const Env& e) { return AddDirectTEVDataInFirstTimeFP(e.fp, 1, 0, nullptr, 4); }, firstDirect, "data == LUMET_TEV_NULL || data_size <= 0"},
-        {"CopyIntoNoBuffer", [](const Env& e) { return uint32_t(copyFpToBuffer(e.fp, nullptr)); }, "TEVEncoderAPIsBuffer::copyFpToBuffer", "Buffer NULL !!"},
-        {"CopyIntoASmallerBuffer", [](const Env& e) { tev::Buffer small(initTEVBuffer(63)); return uint32_t(copyFpToBuffer(e.fp, small.get()) + getTEVWriteSize(small.get())); }, "TEVEncoderAPIsBuffer::copyFpToBuffer", "ret != ReadSize !!"},
+        {"NameLengthZero", [](const Env& e) { return saveTEVDataToFP(e.fp, "n", 0, nullptr, 0, kData, 4, 1, 0); }, {{kTag, "TEVName == LUMET_TEV_NULL || TEVName_len <= 0"}}},
+        {"UserDataEmptySub", [](const Env& e) { return saveTEVDataToFP(e.fp, "n", 1, kSub, 0, kData, 4, 0, 0); }, {{kTag, "type & sub wrong !!"}}},
+        {"StreamTooBig", [](const Env& e) { return saveTEVDataToFP(e.fp, "n", 1, nullptr, 0, kData, kTooBig, 1, 0); }, {{kTag, "Too big TEV data to add in the file"}}},
+        {"StreamUnusable", [](const Env&) { TevStreamFile unusable(nullptr); return saveTEVDataToStream(&unusable, "n", 1, nullptr, 0, kData, 4, 1, 0); }, {{kTag, "Stream CheckError is false"}}},
+        {"Undetectable", [](const Env&) { TevBufferHandle empty{nullptr, 0, 0, 0, 0}; return saveTEVDataToBuffer(&empty, "n", 1, nullptr, 0, kData, 4, 1, 0); }, {{"TEVAPIs::getSignatureStream", "File Search Error"}, {kTag, "Signature detection fail!! mode : 0\n"}}},
+        {"FileUnopenable", [](const Env& e) { return saveTEVDataToFile(e.missing, "n", 1, nullptr, 0, kData, 4, 1, 0); }, {}},
+        {"FileTooBig", [](const Env& e) { return saveTEVDataToFile(e.path, "n", 1, nullptr, 0, kData, kTooBig, 1, 0); }, {{"TEVAPI::saveTEVDataToFileAddTag", "Too big TEV data to add in the file"}}},
+        {"FastFileTooBig", [](const Env& e) { return saveFastTEVDataToFile(e.path, "n", 1, nullptr, 0, kData, kTooBig, 1, 0); }, {{"TEVAPI", "Too big TEV data to add in the file"}}},
+        {"FpNull", [](const Env&) { return saveTEVDataToFP(nullptr, "n", 1, nullptr, 0, kData, 4, 1, 0); }, {{"TEVEncoderAPIs::saveTEVDataToFP", "fp NULL !!"}}},
+        {"FastFpType", [](const Env& e) { return saveFastTEVDataToFP(e.fp, "n", 1, kSub, 0, kData, 4, 0, 0); }, {{fastFp, "data_type null\n"}}},
+        {"FdZero", [](const Env&) { return saveTEVDataToFd(0, "n", 1, nullptr, 0, kData, 4, 1, 0); }, {{"TEVEncoderAPIs::saveTEVDataToFd", "fd is <= 0!!"}}},
+        {"BufferNull", [](const Env&) { return saveTEVDataToBuffer(nullptr, "n", 1, nullptr, 0, kData, 4, 1, 0); }, {{"TEVEncoderAPIsBuffer::saveTEVDataToBuffer", "Buffer NULL !!"}}},
+        {"FileDataEmpty", [](const Env& e) { return saveTEVFileDataToFile(e.path, "n", 1, nullptr, 0, e.emptyData, 1, 0); }, {{"TEVAPI", "data null\n"}}},
+        {"FileDataFpType", [](const Env& e) { return saveFastTEVNameToFP(e.fp, "n", 1, nullptr, 0, e.path, 0, 0); }, {{fileDataFp, "data_type fail\n"}}},
+        {"FileDataFpMissing", [](const Env& e) { return saveTEVFileDataToFP(e.fp, "n", 1, nullptr, 0, e.missing, 1, 0); }, {{fileDataFp, "fopen fail"}}},
+        {"FileDataFpEmpty", [](const Env& e) { return saveTEVFileDataToFP(e.fp, "n", 1, nullptr, 0, e.emptyData, 1, 0); }, {{fileDataFp, "File Search Error 0\n"}}},
+        {"FileDataAddTagEmpty", [](const Env& e) { return saveTEVDataFileToFileAddTag(e.path, "n", 1, nullptr, 0, e.emptyData, 1, 0); }, {}},
+        {"SyncTooBig", [](const Env& e) { return saveTEVDataToFileSync(e.path, "n", 1, nullptr, 0, kData, kTooBig, 1, 0, 0); }, {{"TEVAPI", "Too big TEV data to add in the file"}}},
+        {"SyncType", [](const Env& e) { return saveTEVDataToFileSync(e.path, "n", 1, nullptr, 0, kData, 4, 0, 0, 0); }, {{"TEVAPI", "data_type == TEV_USER_DEFINED_DATA && ( data_sub_info == LUMET_TEV_NULL || data_sub_info_len <= 0 )"}}},
+        {"DirectType", [](const Env& e) { return saveDirectTEVData(e.fp, kData, 4, "n", 0, 0, 0); }, {{direct, "data_type == TEV_USER_DEFINED_DATA && ( !check_data_sub_info )"}}},
+        {"HeaderType", [](const Env& e) { return saveTEVDataHeaderToFP(e.fp, "n", 1, nullptr, 0, 0); }, {{"TEVEncoderAPIs::saveTEVDataHeaderToStream", "data_type == TEV_USER_DEFINED_DATA && (data_sub_info == LUMET_TEV_NULL || data_sub_info_len <= 0)"}}},
+        {"TailTooBig", [](const Env& e) { return saveTEVTailToFP(e.fp, kTooBig, 1, 0); }, {{"TEVEncoderAPIs::saveTEVTailToStream", "Too big TEV data to add in the file"}}},
+        {"StreamNull", [](const Env&) { return saveTEVDataToStream(nullptr, "n", 1, nullptr, 0, kData, 4, 1, 0); }, {{kTag, "Stream NULL !!"}}},
+        {"DirectFpNull", [](const Env&) { return saveDirectTEVData(nullptr, kData, 4, "n", 0, 1, 0); }, {{direct, "fp == LUMET_TEV_NULL"}}},
+        {"DirectNameNull", [](const Env& e) { return saveDirectTEVData(e.fp, kData, 4, nullptr, 0, 1, 0); }, {{direct, "TEVName == LUMET_TEV_NULL"}}},
+        {"DirectNoBytes", [](const Env& e) { return saveDirectTEVData(e.fp, kData, 0, "n", 0, 1, 0); }, {{direct, "data == LUMET_TEV_NULL || data_len <= 0"}}},
+        {"FastFpNull", [](const Env&) { return saveFastTEVDataToFP(nullptr, "n", 1, nullptr, 0, kData, 4, 1, 0); }, {{fastFp, "fp null\n"}}},
+        {"FastFpNameNull", [](const Env& e) { return saveFastTEVDataToFP(e.fp, nullptr, 1, nullptr, 0, kData, 4, 1, 0); }, {{fastFp, "TEVName null\n"}}},
+        {"FastFpDataNull", [](const Env& e) { return saveFastTEVDataToFP(e.fp, "n", 1, nullptr, 0, nullptr, 4, 1, 0); }, {{fastFp, "data is null\n"}}},
+        {"FileDataFpNull", [](const Env& e) { return saveTEVFileDataToFP(nullptr, "n", 1, nullptr, 0, e.path, 1, 0); }, {{fileDataFp, "fp null\n"}}},
+        {"FileDataFpNameEmpty", [](const Env& e) { return saveTEVFileDataToFP(e.fp, "n", 0, nullptr, 0, e.path, 1, 0); }, {{fileDataFp, "TEVName null or tev name length is 0. the length is larger than 1\n"}}},
+        {"SyncPathNull", [](const Env&) { return saveTEVDataToFileSync(nullptr, "n", 1, nullptr, 0, kData, 4, 1, 0, 0); }, {{"TEVAPI", "filename == LUMET_TEV_NULL"}}},
+        {"SyncNameNull", [](const Env& e) { return saveTEVDataToFileSync(e.path, nullptr, 1, nullptr, 0, kData, 4, 1, 0, 0); }, {{"TEVAPI", "TEVName == LUMET_TEV_NULL || TEVName_len <= 0"}}},
+        {"SyncDataNull", [](const Env& e) { return saveTEVDataToFileSync(e.path, "n", 1, nullptr, 0, nullptr, 4, 1, 0, 0); }, {{"TEVAPI", "data == LUMET_TEV_NULL || data_len <= 0"}}},
+        {"SyncUnopenable", [](const Env& e) { return saveTEVDataToFileSync(e.missing, "n", 1, nullptr, 0, kData, 4, 1, 0, 0); }, {{"TEVEncoderAPIs::saveTEVDataToFileSync", "Stream CheckError is false"}}},
+        {"HeaderStreamNull", [](const Env&) { return saveTEVDataHeaderToStream(nullptr, "n", 1, nullptr, 0, 1); }, {{header, "Stream open error"}}},
+        {"HeaderStreamUnusable", [](const Env&) { TevStreamFile unusable(nullptr); return saveTEVDataHeaderToStream(&unusable, "n", 1, nullptr, 0, 1); }, {{header, "Stream CheckError is false"}}},
+        {"HeaderNameNull", [](const Env& e) { return saveTEVDataHeaderToFP(e.fp, nullptr, 1, nullptr, 0, 1); }, {{header, "TEVName == LUMET_TEV_NULL || TEVName_len <= 0"}}},
+        {"HeaderFpNull", [](const Env&) { return saveTEVDataHeaderToFP(nullptr, "n", 1, nullptr, 0, 1); }, {{"TEVEncoderAPIs::saveTEVDataHeaderToFP", "fp open error"}}},
+        {"TailStreamNull", [](const Env&) { return saveTEVTailToStream(nullptr, 9, 1, 0); }, {{tail, "Stream open error"}}},
+        {"TailStreamUnusable", [](const Env&) { TevStreamFile unusable(nullptr); return saveTEVTailToStream(&unusable, 9, 1, 0); }, {{tail, "Stream CheckError is false"}}},
+        {"TailFpNull", [](const Env&) { return saveTEVTailToFP(nullptr, 9, 1, 0); }, {{"TEVEncoderAPIs::saveTEVTailToFP", "fp open error"}}},
+        {"FirstTailStreamNull", [](const Env&) { return saveFirstTEVTailToStream(nullptr, 9, 1, 0); }, {{firstTail, "Stream open error"}}},
+        {"FirstTailUnusable", [](const Env&) { return saveFirstTEVTailToFP(nullptr, 9, 1, 0); }, {{firstTail, "Stream CheckError is false"}}},
+        {"FirstStreamNull", [](const Env&) { return AddTEVDataInFirstTimeStream(nullptr, "n", 1, 1, nullptr, 0, kData, 4); }, {{firstStream, "Stream open error"}}},
+        {"FirstStreamUnusable", [](const Env&) { TevStreamFile unusable(nullptr); return AddTEVDataInFirstTimeStream(&unusable, "n", 1, 1, nullptr, 0, kData, 4); }, {{firstStream, "file open error"}}},
+        {"FirstStreamDataNull", [](const Env& e) { TevStreamFile s(e.fp); return AddTEVDataInFirstTimeStream(&s, "n", 1, 1, nullptr, 0, nullptr, 4); }, {{firstStream, "data == 0 || data_size <= 0"}}},
+        {"FirstFpNull", [](const Env&) { return AddTEVDataInFirstTimeFP(nullptr, "n", 1, 1, nullptr, 0, kData, 4); }, {{first, "file open error"}}},
+        {"FirstBufferNull", [](const Env&) { return AddTEVDataInFirstTimeBuffer(nullptr, "n", 1, 1, nullptr, 0, kData, 4); }, {{first, "file open error"}}},
+        {"FirstPathUserData", [](const Env& e) { return AddTEVDataInFirstTime(e.path, "n", 1, 0, kSub, 0, kData, 4); }, {{first, "if Data type is UserData then must use DataSubInfo"}}},
+        {"FirstPathNameNull", [](const Env& e) { return AddTEVDataInFirstTime(e.path, nullptr, 1, 1, nullptr, 0, kData, 4); }, {{first, "name null"}}},
+        {"FirstPathDataNull", [](const Env& e) { return AddTEVDataInFirstTime(e.path, "n", 1, 1, nullptr, 0, kData, 0); }, {{first, "data null"}}},
+        {"FirstPathTooBig", [](const Env& e) { return AddTEVDataInFirstTime(e.path, "n", 1, 1, nullptr, 0, kData, 0xFFFFFFF7u); }, {{first, "Too big TEV data to add in the file"}}},
+        {"FirstPathUnopenable", [](const Env& e) { return AddTEVDataInFirstTime(e.missing, "n", 1, 1, nullptr, 0, kData, 4); }, {{first, "file open error"}}},
+        {"FirstDirectStreamNull", [](const Env&) { return AddDirectTEVDataInFirstTimeStream(nullptr, 1, 0, kData, 4); }, {{firstDirect, "src_tev_info->Stream is null"}}},
+        {"FirstDirectUnusable", [](const Env&) { TevStreamFile unusable(nullptr); return AddDirectTEVDataInFirstTimeStream(&unusable, 1, 0, kData, 4); }, {{firstDirect, "src_tev_info->Stream CheckError is false"}}},
+        {"FirstDirectNoBytes", [](const Env& e) { return AddDirectTEVDataInFirstTimeFP(e.fp, 1, 0, nullptr, 4); }, {{firstDirect, "data == LUMET_TEV_NULL || data_size <= 0"}}},
+        {"CopyIntoNoBuffer", [](const Env& e) { return uint32_t(copyFpToBuffer(e.fp, nullptr)); }, {{"TEVEncoderAPIsBuffer::copyFpToBuffer", "Buffer NULL !!"}}},
+        {"CopyIntoASmallerBuffer", [](const Env& e) { tev::Buffer small(initTEVBuffer(63)); return uint32_t(copyFpToBuffer(e.fp, small.get()) + getTEVWriteSize(small.get())); }, {{"TEVEncoderAPIsBuffer::copyFpToBuffer", "ret != ReadSize !!"}}},
     };
 }
 
-class SaveRefusalTest : public LogCaptureTest, public ::testing::WithParamInterface<Refusal> {};
+class SaveTest : public LogCaptureTest {};
 
-TEST_P(SaveRefusalTest, RefusesWithItsOwnMessageAndLeavesTargetAlone) {
-    TempFile target(fakeJpeg(64));
+TEST_F(SaveTest, EachEntryPointRefusesWithItsOwnMessageAndLeavesTheTargetAlone) {
     TempFile emptyData(Bytes{}, "empty.bin");
-    const std::string missing = target.path() + ".missing/none";
-    FILE* fp = fopen(target.c_str(), "r+b");
-    const uint32_t result = GetParam().call(Env{fp, target.c_str(), emptyData.c_str(), missing.c_str()});
-    fclose(fp);
-    EXPECT_EQ(result, 0u);
-    if (GetParam().tag == nullptr) {
-        EXPECT_TRUE(logLines().empty()) << dumpLog();
-    } else {
-        EXPECT_TRUE(loggedError(GetParam().tag, GetParam().text)) << dumpLog();
+    std::vector<FileEdit> cases;
+    for (const Refusal& r : refusals()) {
+        cases.push_back({r.label, fakeJpeg(64), [&emptyData, r](const char* p) {
+                             const std::string missing = std::string(p) + ".missing/none";
+                             return onFp(p, [&](FILE* fp) { return r.call(Env{fp, p, emptyData.c_str(), missing.c_str()}); });
+                         }, 0, {}, r.log});
     }
-    EXPECT_EQ(target.read(), fakeJpeg(64));
+    runFileEdits(cases);
 }
-
-INSTANTIATE_TEST_SUITE_P(EntryPoints, SaveRefusalTest, ::testing::ValuesIn(refusals()),
-                         [](const ::testing::TestParamInfo<Refusal>& info) { return std::string(info.param.label); });
 
 // --- "FileData" forms: the record's data is a whole file.
 struct FileDataForm {
@@ -256,9 +247,9 @@ std::vector<FileDataForm> fileDataForms() {
     };
 }
 
-class SaveFileDataTest : public LogCaptureTest {};
 
-TEST_F(SaveFileDataTest, SavesTheWholeDataFileAndRefusesOneOfFFF00001Bytes) {
+
+TEST_F(SaveTest, SavesTheWholeDataFileAndRefusesOneOfFFF00001Bytes) {
     const RecordSpec expected{7, "beta", Bytes(kSub, kSub + 2), Bytes(9000, 0x3C)};
     TempFile data(expected.data, "data.bin");
     TempFile huge(Bytes{}, "huge.bin");
@@ -279,8 +270,6 @@ TEST_F(SaveFileDataTest, SavesTheWholeDataFileAndRefusesOneOfFFF00001Bytes) {
 
 // --- The central save and the pieces around it, each on its own file:
 // result, every error line and the whole file afterwards.
-class SaveTest : public LogCaptureTest {};
-
 TEST_F(SaveTest, EachSaveGivesItsFileResultAndLog) {
     const Bytes jpeg = fakeJpeg(64), mp4 = fakeMp4(200);
     const unsigned char one[1] = {0};
