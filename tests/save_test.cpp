@@ -229,14 +229,12 @@ TEST_F(SaveTest, EachEntryPointRefusesWithItsOwnMessageAndLeavesTheTargetAlone) 
 }
 
 // --- "FileData" forms: the record's data is a whole file.
-struct FileDataForm {
-    const char* label;
-    std::function<uint32_t(const char* target, FILE* fp, const char* data)> save;
-    const char* tooBigTag;
-};
-
-std::vector<FileDataForm> fileDataForms() {
-    return {
+TEST_F(SaveTest, FileDataFormsSaveTheWholeDataFileAndRefuseOneOfFFF00001Bytes) {
+    const struct {
+        const char* label;
+        std::function<uint32_t(const char* target, FILE* fp, const char* data)> save;
+        const char* tooBigTag;
+    } forms[] = {
         {"saveTEVFileDataToFile", [](const char* t, FILE*, const char* d) { return saveTEVFileDataToFile(t, "beta", 4, kSub, 2, d, 7, 0); }, "TEVAPI"},
         {"saveFastTEVDataFileToFile", [](const char* t, FILE*, const char* d) { return saveFastTEVDataFileToFile(t, "beta", 4, kSub, 2, d, 7, 0); }, "TEVAPI"},
         {"saveTEVDataFileToFileAddTag", [](const char* t, FILE*, const char* d) { return saveTEVDataFileToFileAddTag(t, "beta", 4, kSub, 2, d, 7, 0); }, "TEVAPI::saveTEVDataFileToFileAddTag"},
@@ -245,16 +243,11 @@ std::vector<FileDataForm> fileDataForms() {
         {"saveTEVDataFileToFPAddTag", [](const char*, FILE* f, const char* d) { return saveTEVDataFileToFPAddTag(f, "beta", 4, kSub, 2, d, 7, 0); }, "TEVAPI::saveTEVDataFileToFPAddTag"},
         {"saveTEVDataFileToFPToMP4", [](const char*, FILE* f, const char* d) { return saveTEVDataFileToFPToMP4(f, "beta", 4, kSub, 2, d, 7, 0); }, "TEVAPI"},
     };
-}
-
-
-
-TEST_F(SaveTest, SavesTheWholeDataFileAndRefusesOneOfFFF00001Bytes) {
     const RecordSpec expected{7, "beta", Bytes(kSub, kSub + 2), Bytes(9000, 0x3C)};
     TempFile data(expected.data, "data.bin");
     TempFile huge(Bytes{}, "huge.bin");
     ASSERT_EQ(truncate(huge.c_str(), 0xFFF00001LL), 0);  // sparse: nothing is stored
-    for (const FileDataForm& form : fileDataForms()) {
+    for (const auto& form : forms) {
         SCOPED_TRACE(form.label);
         clearLog();
         TempFile target(fakeJpeg(64));
