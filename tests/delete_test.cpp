@@ -39,37 +39,6 @@ protected:
     TevStreamFile unusable{nullptr};
 };
 
-// A container whose second record holds the Voxa sound, followed by a Voxa
-// block that points at that record's data.
-TEST_F(DeleteTest, TheVoxaBlockFollowsTheSoundOrGoesWithIt) {
-    const std::vector<RecordSpec> records = {record("note", 30, 0x11), record("EchoFrame_000", 64, 0x5E, 256),
-                                             record("EchoFrame_Meta_Info", 29, 0x00, 2048), record("tail", 12, 0x22)};
-    const uint32_t start = uint32_t(media.size()) + recordLength(records[0]) + 8 + 13, end = start + 64;
-    const uint32_t moved = recordLength(records[0]);
-    const struct {
-        uint32_t index;
-        uint32_t mark;  // 1 before the sound record, 2 the sound record itself, 0 after it
-        Bytes after;
-    } cases[] = {
-        {0, 1, concat(buildContainer(media, without(records, 0)), voxaBlock(107, start - moved, end - moved))},
-        {1, 2, buildContainer(media, without(records, 1))},
-        {3, 0, concat(buildContainer(media, without(records, 3)), voxaBlock(107, start, end))},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.index);
-        TempFile file(concat(buildContainer(media, records), voxaBlock(107, start, end)));
-        uint32_t mark = 0xFFFFFFFF;
-        EXPECT_EQ(editParsed(file.path(), [&](_TEV_info* info) {
-                      tev::VoxaStream voxa(_checkAudioInImageStream(info->Stream));
-                      const uint32_t deleted = voxa ? DeleteATEVDataStream(info, c.index, voxa.get()) : 0;
-                      mark = voxa ? voxa->position_mark : mark;
-                      return deleted;
-                  }), 1u) << dumpLog();
-        EXPECT_EQ(mark, c.mark);
-        EXPECT_EQ(file.read(), c.after);
-    }
-}
-
 using IndexEdit = std::function<uint32_t(_TEV_info*)>;
 
 // `edit` on the parsed index with its stream swapped for `stream`.
@@ -130,7 +99,25 @@ TEST_F(DeleteTest, IndexLevelDeletesAndTheirRefusals) {
         std::fclose(fp);
         return result;
     };
+    // A container whose second record holds the Voxa sound, followed by a
+    // Voxa block that points at that record's data. The block follows the
+    // sound or goes with it; the descriptor's position mark says where the
+    // deleted record lay: 1 before the sound record, 2 the sound record
+    // itself, 0 after it (the result is the delete's plus 10 times the mark).
+    const std::vector<RecordSpec> records = {record("note", 30, 0x11), record("EchoFrame_000", 64, 0x5E, 256),
+                                             record("EchoFrame_Meta_Info", 29, 0x00, 2048), record("tail", 12, 0x22)};
+    const uint32_t start = uint32_t(media.size()) + recordLength(records[0]) + 8 + 13, end = start + 64, moved = recordLength(records[0]);
+    const Bytes withSound = concat(buildContainer(media, records), voxaBlock(107, start, end));
+    const auto marked = [](uint32_t index) {
+        return onParsed([index](_TEV_info* i) {
+            tev::VoxaStream voxa(_checkAudioInImageStream(i->Stream));
+            return voxa ? DeleteATEVDataStream(i, index, voxa.get()) + 10 * voxa->position_mark : 100;
+        });
+    };
     std::vector<FileEdit> cases = {
+        {"BeforeTheSoundTheBlockMoves", withSound, marked(0), 11, concat(buildContainer(media, without(records, 0)), voxaBlock(107, start - moved, end - moved))},
+        {"TheSoundRecordTakesTheBlock", withSound, marked(1), 21, buildContainer(media, without(records, 1))},
+        {"AfterTheSoundTheBlockStays", withSound, marked(3), 1, concat(buildContainer(media, without(records, 3)), voxaBlock(107, start, end))},
         {"IndexEqualToTheCount", original, onParsed(one(4)), 0, {}, {{"TEV::DeleteATEVDataStream", "if index < 0 || index >= TEV_info->meta_count"}}},
         {"NoIndex", original, [](const char*) { return DeleteATEVDataStream(nullptr, 0, nullptr); }, 0, {}, {{"TEV::DeleteATEVDataStream", "TEV_info is null"}}},
         {"DamagedDirectoryIsNotMoved", damaged, onParsed(one(3)), 0, {}, {{"TEV::DeleteATEVDataStream", "TEV directory is damaged"}}},
