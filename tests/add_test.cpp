@@ -91,38 +91,34 @@ TEST_F(AddTest, EachAddGivesItsFileResultAndLog) {
         {"AppendWithoutDescriptorDropsTheBlock", buildContainer(media, {kPhoto}, withVoxa), onParsed([&](_TEV_info* i) { return append(i, tiny); }), 1, buildContainer(media, {kPhoto, tiny})},
     };
     // Each add entry point's refusals, on a file holding one record that must stay as it is.
-    const struct {
-        const char* label;
-        std::function<uint32_t(_TEV_info*)> call;
-        const char* tag;
-        const char* text;
-    } refusals[] = {
-        {"FirstUserDataEmptySub", [&](_TEV_info* i) { return AddTEVDataInFirstTimeStream(i->Stream, "x", 1, 0, sub, 0, data, 3); }, first, kUserDataRule},
-        {"FirstNameTooLong", [&](_TEV_info* i) { return AddTEVDataInFirstTimeStream(i->Stream, longName.data(), 1025, 3, nullptr, 0, data, 3); }, first, "name_size <= 0 || name == NULL"},
-        {"FirstLengthOver32Bits", [&](_TEV_info* i) { return AddTEVDataInFirstTimeStream(i->Stream, "x", 1, 3, nullptr, 0, data, 0xFFFFFFF7u); }, first, "Too big TEV data to add in the file"},
-        {"AppendUserDataEmptySub", [&](_TEV_info* i) { return AddTEVDataStream(i->Stream, i, "k", 1, 0, sub, 0, data, 3, nullptr); }, add, kUserDataRule},
-        {"AppendNameNull", [&](_TEV_info* i) { return AddTEVDataStream(i->Stream, i, nullptr, 1, 1, nullptr, 0, data, 3, nullptr); }, add, "name_size <= 0 || name == NULL"},
-        {"AppendDataNull", [&](_TEV_info* i) { return AddTEVDataStream(i->Stream, i, "k", 1, 1, nullptr, 0, nullptr, 3, nullptr); }, add, "data == NULL || data_size <= 0"},
-        {"AppendNoIndex", [&](_TEV_info* i) { return AddTEVDataStream(i->Stream, nullptr, "k", 1, 1, nullptr, 0, data, 3, nullptr); }, add, "TEV_info == NULL"},
-        {"AppendStreamNull", [&](_TEV_info* i) { return AddTEVDataStream(nullptr, i, "k", 1, 1, nullptr, 0, data, 3, nullptr); }, add, "Stream == NULL"},
-        {"AppendStreamUnusable", [&](_TEV_info* i) { return AddTEVDataStream(&unusable, i, "k", 1, 1, nullptr, 0, data, 3, nullptr); }, add, "CheckError is false"},
+    const Bytes one = buildContainer(fakeJpeg(50), {kPhoto});
+    const std::vector<FileEdit> refusals = {
+        {"FirstUserDataEmptySub", one, onParsed([&](_TEV_info* i) { return AddTEVDataInFirstTimeStream(i->Stream, "x", 1, 0, sub, 0, data, 3); }), 0, {}, {{first, kUserDataRule}}},
+        {"FirstNameTooLong", one, onParsed([&](_TEV_info* i) { return AddTEVDataInFirstTimeStream(i->Stream, longName.data(), 1025, 3, nullptr, 0, data, 3); }), 0, {}, {{first, "name_size <= 0 || name == NULL"}}},
+        {"FirstLengthOver32Bits", one, onParsed([&](_TEV_info* i) { return AddTEVDataInFirstTimeStream(i->Stream, "x", 1, 3, nullptr, 0, data, 0xFFFFFFF7u); }), 0, {}, {{first, "Too big TEV data to add in the file"}}},
+        {"AppendUserDataEmptySub", one, onParsed([&](_TEV_info* i) { return AddTEVDataStream(i->Stream, i, "k", 1, 0, sub, 0, data, 3, nullptr); }), 0, {}, {{add, kUserDataRule}}},
+        {"AppendNameNull", one, onParsed([&](_TEV_info* i) { return AddTEVDataStream(i->Stream, i, nullptr, 1, 1, nullptr, 0, data, 3, nullptr); }), 0, {}, {{add, "name_size <= 0 || name == NULL"}}},
+        {"AppendDataNull", one, onParsed([&](_TEV_info* i) { return AddTEVDataStream(i->Stream, i, "k", 1, 1, nullptr, 0, nullptr, 3, nullptr); }), 0, {}, {{add, "data == NULL || data_size <= 0"}}},
+        {"AppendNoIndex", one, onParsed([&](_TEV_info* i) { return AddTEVDataStream(i->Stream, nullptr, "k", 1, 1, nullptr, 0, data, 3, nullptr); }), 0, {}, {{add, "TEV_info == NULL"}}},
+        {"AppendStreamNull", one, onParsed([&](_TEV_info* i) { return AddTEVDataStream(nullptr, i, "k", 1, 1, nullptr, 0, data, 3, nullptr); }), 0, {}, {{add, "Stream == NULL"}}},
+        {"AppendStreamUnusable", one, onParsed([&](_TEV_info* i) { return AddTEVDataStream(&unusable, i, "k", 1, 1, nullptr, 0, data, 3, nullptr); }), 0, {}, {{add, "CheckError is false"}}},
         // An index of a file that changed since it was parsed.
-        {"AppendStaleIndex", [&](_TEV_info* i) { i->stream_size += 1; return append(i, kNotes); }, add, "File Search Error "},
+        {"AppendStaleIndex", one, onParsed([&](_TEV_info* i) { i->stream_size += 1; return append(i, kNotes); }), 0, {}, {{add, "File Search Error "}}},
         // An offset that would no longer fit 32 bits once shifted.
-        {"AppendOffsetOverflow", [&](_TEV_info* i) { i->meta_data[0]->start_offset = 0xFFFFFFF0u; return append(i, kNotes); }, add, "Too big TEV data to add in the file"},
-        {"DirectUserDataWithoutFlag", [&](_TEV_info* i) { return AddDirectTEVDataStream(i->Stream, i, 0, 0, data, 3, nullptr); }, direct, kUserDataRule},
-        {"DirectNoBytes", [&](_TEV_info* i) { return AddDirectTEVDataStream(i->Stream, i, 1, 0, nullptr, 3, nullptr); }, direct, "data == LUMET_TEV_NULL || data_size <= 0"},
-        {"DirectNoIndex", [&](_TEV_info* i) { return AddDirectTEVDataStream(i->Stream, nullptr, 1, 0, data, 3, nullptr); }, direct, "TEV_info == LUMET_TEV_NULL"},
-        {"DirectStreamNull", [&](_TEV_info* i) { return AddDirectTEVDataStream(nullptr, i, 1, 0, data, 3, nullptr); }, direct, "Stream == LUMET_TEV_NULL"},
-        {"DirectFpNull", [&](_TEV_info* i) { return AddDirectTEVDataFP(nullptr, i, 1, 0, data, 3, nullptr); }, direct, "fp == LUMET_TEV_NULL"},
-        {"DirectOffsetOverflow", [&](_TEV_info* i) { i->meta_data[0]->start_offset = 0xFFFFFFFAu; return AddDirectTEVDataStream(i->Stream, i, 1, 0, kPhoto.data.data(), 10, nullptr); }, direct, "Too big TEV data to add in the file"},
-        {"DirectFirstNullFp", [&](_TEV_info*) { return AddDirectTEVDataInFirstTimeFP(nullptr, 5, 0, data, 3); }, "TEVEncoder::AddDirectTEVDataInFirstTimeFP", "fp is null"},
-        {"FastUserData", [&](_TEV_info* i) { return FastAddTEVData(i, "n", 1, 0, nullptr, 0, data, 3, 1); }, "TEV::AddTEVDataInFirstTime", kUserDataRule},
-        {"FastOffsetOverflow", [&](_TEV_info* i) { i->meta_data[0]->start_offset = 0xFFFFFFFAu; return FastAddTEVData(i, "n", 1, 1, nullptr, 0, data, 3, 0); }, "TEV::FastAddTEVData", "Too big TEV data to add in the file"},
-        {"FastStreamNull", [&](_TEV_info* i) { return withStream(i, nullptr, [&] { return FastAddTEVData(i, "n", 1, 1, nullptr, 0, data, 3, 0); }); }, "TEV::FastAddTEVData", "Stream is null"},
-        {"FastStreamUnusable", [&](_TEV_info* i) { return withStream(i, &unusable, [&] { return FastAddTEVData(i, "n", 1, 1, nullptr, 0, data, 3, 0); }); }, "TEV::FastAddTEVData", "CheckError is false"},
+        {"AppendOffsetOverflow", one, onParsed([&](_TEV_info* i) { i->meta_data[0]->start_offset = 0xFFFFFFF0u; return append(i, kNotes); }), 0, {}, {{add, "Too big TEV data to add in the file"}}},
+        {"DirectUserDataWithoutFlag", one, onParsed([&](_TEV_info* i) { return AddDirectTEVDataStream(i->Stream, i, 0, 0, data, 3, nullptr); }), 0, {}, {{direct, kUserDataRule}}},
+        {"DirectNoBytes", one, onParsed([&](_TEV_info* i) { return AddDirectTEVDataStream(i->Stream, i, 1, 0, nullptr, 3, nullptr); }), 0, {}, {{direct, "data == LUMET_TEV_NULL || data_size <= 0"}}},
+        {"DirectNoIndex", one, onParsed([&](_TEV_info* i) { return AddDirectTEVDataStream(i->Stream, nullptr, 1, 0, data, 3, nullptr); }), 0, {}, {{direct, "TEV_info == LUMET_TEV_NULL"}}},
+        {"DirectStreamNull", one, onParsed([&](_TEV_info* i) { return AddDirectTEVDataStream(nullptr, i, 1, 0, data, 3, nullptr); }), 0, {}, {{direct, "Stream == LUMET_TEV_NULL"}}},
+        {"DirectFpNull", one, onParsed([&](_TEV_info* i) { return AddDirectTEVDataFP(nullptr, i, 1, 0, data, 3, nullptr); }), 0, {}, {{direct, "fp == LUMET_TEV_NULL"}}},
+        {"DirectOffsetOverflow", one, onParsed([&](_TEV_info* i) { i->meta_data[0]->start_offset = 0xFFFFFFFAu; return AddDirectTEVDataStream(i->Stream, i, 1, 0, kPhoto.data.data(), 10, nullptr); }), 0, {}, {{direct, "Too big TEV data to add in the file"}}},
+        {"DirectFirstNullFp", one, onParsed([&](_TEV_info*) { return AddDirectTEVDataInFirstTimeFP(nullptr, 5, 0, data, 3); }), 0, {}, {{"TEVEncoder::AddDirectTEVDataInFirstTimeFP", "fp is null"}}},
+        {"FastUserData", one, onParsed([&](_TEV_info* i) { return FastAddTEVData(i, "n", 1, 0, nullptr, 0, data, 3, 1); }), 0, {}, {{"TEV::AddTEVDataInFirstTime", kUserDataRule}}},
+        {"FastOffsetOverflow", one, onParsed([&](_TEV_info* i) { i->meta_data[0]->start_offset = 0xFFFFFFFAu; return FastAddTEVData(i, "n", 1, 1, nullptr, 0, data, 3, 0); }), 0, {}, {{"TEV::FastAddTEVData", "Too big TEV data to add in the file"}}},
+        {"FastStreamNull", one, onParsed([&](_TEV_info* i) { return withStream(i, nullptr, [&] { return FastAddTEVData(i, "n", 1, 1, nullptr, 0, data, 3, 0); }); }), 0, {}, {{"TEV::FastAddTEVData", "Stream is null"}}},
+        {"FastStreamUnusable", one, onParsed([&](_TEV_info* i) { return withStream(i, &unusable, [&] { return FastAddTEVData(i, "n", 1, 1, nullptr, 0, data, 3, 0); }); }), 0, {}, {{"TEV::FastAddTEVData", "CheckError is false"}}},
     };
-    for (const auto& r : refusals) cases.push_back({r.label, buildContainer(fakeJpeg(50), {kPhoto}), onParsed(r.call), 0, {}, {{r.tag, r.text}}});
+    cases.insert(cases.end(), refusals.begin(), refusals.end());
     runFileEdits(cases);
 }
 
