@@ -30,18 +30,11 @@ Bytes sourceMedia() { return fakeJpeg(150); }
 const RecordSpec kA{3, "a", textBytes("sub"), Bytes(10, 1)};
 const RecordSpec kB = record("b", 20, 2, 4);
 const RecordSpec kA2 = record("a2", 5, 3, 3);
-RecordSpec withoutSub(RecordSpec r) {
-    r.sub.reset();
-    return r;
-}
+RecordSpec withoutSub(RecordSpec r) { return {r.type, r.name, std::nullopt, r.data}; }
 Bytes source() { return buildContainer(sourceMedia(), {kA, kB, kA2}); }
 // Everything behind the source's media.
 Bytes containerOf(const Bytes& file) { return Bytes(file.begin() + long(sourceMedia().size()), file.end()); }
-Bytes boxed(const Bytes& media, const std::vector<RecordSpec>& records) {
-    ContainerOptions box;
-    box.mp4Box = true;
-    return buildContainer(media, records, box);
-}
+Bytes boxed(const Bytes& media, const std::vector<RecordSpec>& records) { return buildContainer(media, records, {107, true}); }
 // A container followed by a one-sound block whose sound is records[0]'s data.
 Bytes withSoundBlock(const std::vector<RecordSpec>& records) {
     ContainerOptions o;
@@ -63,36 +56,30 @@ using Call = std::function<uint32_t(TempFile& src, TempFile& dst)>;
 
 // Runs `copy` over file streams on both paths; the streams are gone before
 // the files are closed.
-uint32_t overStreams(TempFile& src, TempFile& dst,
-                     const std::function<uint32_t(TevStream*, TevStream*)>& copy) {
+uint32_t overStreams(TempFile& src, TempFile& dst, const std::function<uint32_t(TevStream*, TevStream*)>& copy) {
     FILE* s = std::fopen(src.c_str(), "r+b");
     FILE* d = std::fopen(dst.c_str(), "r+b");
-    auto* srcStream = new TevStreamFile(s);
-    auto* dstStream = new TevStreamFile(d);
-    const uint32_t result = copy(srcStream, dstStream);
-    delete srcStream;
-    delete dstStream;
+    const uint32_t result = [&] {
+        TevStreamFile in(s), out(d);
+        return copy(&in, &out);
+    }();
     std::fclose(s);
     std::fclose(d);
     return result;
 }
 
 Call all() { return [](TempFile& s, TempFile& d) { return copyTEVData(s.c_str(), d.c_str()); }; }
-Call ofType(unsigned type) {
-    return [type](TempFile& s, TempFile& d) { return copyTEVDataType(s.c_str(), d.c_str(), type); };
-}
-Call named(const char* key) {
-    return [key](TempFile& s, TempFile& d) { return copyTEVDataKeyName(s.c_str(), d.c_str(), key); };
-}
-Call sounds() {
-    return [](TempFile& s, TempFile& d) { return overStreams(s, d, copyVoxaDataStream); };
-}
+Call ofType(unsigned type) { return [type](TempFile& s, TempFile& d) { return copyTEVDataType(s.c_str(), d.c_str(), type); }; }
+Call named(const char* key) { return [key](TempFile& s, TempFile& d) { return copyTEVDataKeyName(s.c_str(), d.c_str(), key); }; }
+Call sounds() { return [](TempFile& s, TempFile& d) { return overStreams(s, d, copyVoxaDataStream); }; }
 // The raw merge of the source's parsed container; `grow` is added to the
-// first record's offset first, so that the copy would begin before the file.
-Call merge(uint32_t grow = 0) {
-    return [grow](TempFile& s, TempFile& d) {
+// first record's offset first, so that the copy would begin before the file,
+// and `past` to the size the index holds, so that it would read past the end.
+Call merge(uint32_t grow = 0, int64_t past = 0) {
+    return [grow, past](TempFile& s, TempFile& d) {
         _TEV_info_pack* pack = checkTEVWithReadPM(s.c_str());
         pack->info->meta_data[0]->start_offset += grow;
+        pack->info->stream_size += past;
         FILE* out = std::fopen(d.c_str(), "r+b");
         const uint32_t result = copyMergeTEVData(pack->info, out);
         std::fclose(out);
@@ -125,70 +112,42 @@ TEST_F(CopyFamily, EachCaseGivesItsFileResultAndLog) {
         sourceMedia(), {soundRecord(kFirst, s1), x, soundRecord("memo", s2), metaRecord({kFirst, "memo"})}, 0);
 
     const std::vector<Case> cases = {
-        {"all records into a JPEG, sub-information left behind", source(), jpeg(), all(), 1,
-         buildContainer(jpeg(), {withoutSub(kA), kB, kA2}), {}},
-        {"all records into an MP4: one box reaching the end", source(), mp4(), all(), 1,
-         boxed(mp4(), {withoutSub(kA), kB, kA2}), {}},
-        {"into an MP4 with a container: added to it, one box", source(), boxed(mp4(), {x}), all(), 1,
-         boxed(mp4(), {x, withoutSub(kA), kB, kA2}), {}},
-        {"MP4: the answer is the box sizing, not the refused last save",
-         buildContainer(sourceMedia(), {kA, user0}), mp4(), all(), 1, boxed(mp4(), {withoutSub(kA)}),
-         {{kError, "TEVEncoderAPIs::saveTEVDataToStream",
-           "type & sub wrong !!"}}},
-        {"JPEG: the refused last save is the answer", buildContainer(sourceMedia(), {kA, user0}), jpeg(), all(),
-         0, buildContainer(jpeg(), {withoutSub(kA)}),
-         {{kError, "TEVEncoderAPIs::saveTEVDataToStream",
-           "type & sub wrong !!"}}},
-        {"same names are replaced", source(), buildContainer(jpeg(), {record("b", 7, 9), x}), all(), 1,
-         buildContainer(jpeg(), {x, withoutSub(kA), kB, kA2}), {}},
+        {"all records into a JPEG, sub-information left behind", source(), jpeg(), all(), 1, buildContainer(jpeg(), {withoutSub(kA), kB, kA2}), {}},
+        {"all records into an MP4: one box reaching the end", source(), mp4(), all(), 1, boxed(mp4(), {withoutSub(kA), kB, kA2}), {}},
+        {"into an MP4 with a container: added to it, one box", source(), boxed(mp4(), {x}), all(), 1, boxed(mp4(), {x, withoutSub(kA), kB, kA2}), {}},
+        {"MP4: the answer is the box sizing, not the refused last save", buildContainer(sourceMedia(), {kA, user0}), mp4(), all(), 1,
+         boxed(mp4(), {withoutSub(kA)}), {{kError, "TEVEncoderAPIs::saveTEVDataToStream", "type & sub wrong !!"}}},
+        {"JPEG: the refused last save is the answer", buildContainer(sourceMedia(), {kA, user0}), jpeg(), all(), 0,
+         buildContainer(jpeg(), {withoutSub(kA)}), {{kError, "TEVEncoderAPIs::saveTEVDataToStream", "type & sub wrong !!"}}},
+        {"same names are replaced", source(), buildContainer(jpeg(), {record("b", 7, 9), x}), all(), 1, buildContainer(jpeg(), {x, withoutSub(kA), kB, kA2}), {}},
         {"a source without container", jpeg(), jpeg(), all(), 0, jpeg(), {noSignature}},
-        {"a bare sound into a JPEG becomes its first sound record", imageWithBareSound(sourceMedia(), s1), jpeg(),
-         all(), 1, soundOnly(jpeg(), s1), {}},
+        {"a bare sound into a JPEG becomes its first sound record", imageWithBareSound(sourceMedia(), s1), jpeg(), all(), 1, soundOnly(jpeg(), s1), {}},
         {"a bare sound into an MP4", imageWithBareSound(sourceMedia(), s1), mp4(), all(), 0, mp4(), {}},
         {"listed sounds go through the sound save, the list is never copied", listed, jpeg(), all(), 1,
          // The record save behind the sound rewrites the block at version
          // 106; "memo" is appended to the list, which moves behind "x".
-         imageWithRecordSound(
-             jpeg(), {soundRecord(kFirst, s1), x, metaRecord({kFirst, "memo"}), soundRecord("memo", s2)}, 0, 106),
-         {}},
-        {"a container that does not parse still gives the first sound", damagedSound, jpeg(), all(), 1,
-         soundOnly(jpeg(), s1),
+         imageWithRecordSound(jpeg(), {soundRecord(kFirst, s1), x, metaRecord({kFirst, "memo"}), soundRecord("memo", s2)}, 0, 106), {}},
+        {"a container that does not parse still gives the first sound", damagedSound, jpeg(), all(), 1, soundOnly(jpeg(), s1),
          {{kError, "TEVCommonAPIs::checkTEVInStreamVersionNotchecked", "getTEVList err."}}},
-        {"by type into plain media", source(), jpeg(), ofType(3), 1,
-         buildContainer(jpeg(), {withoutSub(kA), kA2}), {}},
-        {"by type from a source with a sound block", withSoundBlock({x, y}), jpeg(), ofType(1), 1,
-         buildContainer(jpeg(), {x, y}), {}},
-        {"by type into a container: nothing", source(), buildContainer(jpeg(), {x}), ofType(3), 1,
-         buildContainer(jpeg(), {x}), {}},
-        {"by name: the first of two", buildContainer(sourceMedia(), {record("x", 4, 1), record("x", 6, 2)}),
-         mp4(), named("x"), 1, boxed(mp4(), {record("x", 4, 1)}), {}},
-        {"by name from a source with a sound block: nothing", withSoundBlock({x, y}), jpeg(), named("y"), 1,
-         jpeg(), {}},
+        {"by type into plain media", source(), jpeg(), ofType(3), 1, buildContainer(jpeg(), {withoutSub(kA), kA2}), {}},
+        {"by type from a source with a sound block", withSoundBlock({x, y}), jpeg(), ofType(1), 1, buildContainer(jpeg(), {x, y}), {}},
+        {"by type into a container: nothing", source(), buildContainer(jpeg(), {x}), ofType(3), 1, buildContainer(jpeg(), {x}), {}},
+        {"by name: the first of two", buildContainer(sourceMedia(), {record("x", 4, 1), record("x", 6, 2)}), mp4(), named("x"), 1, boxed(mp4(), {record("x", 4, 1)}), {}},
+        {"by name from a source with a sound block: nothing", withSoundBlock({x, y}), jpeg(), named("y"), 1, jpeg(), {}},
         {"by name from a null source into plain media", source(), jpeg(),
-         [](TempFile& s, TempFile& d) {
-             return overStreams(s, d, [](TevStream*, TevStream* dst) {
-                 return copyTEVDataKeyNameStream(nullptr, dst, "a");
-             });
-         },
-         1, jpeg(), {nullStream, nullStream}},
-        {"raw merge", source(), jpeg(), merge(), 1,
-         concat(jpeg(), containerOf(source())), {}},
-        {"raw merge onto an empty file", source(), Bytes{}, merge(), 0, Bytes{},
-         {{kError, "TEVAPIs::mergeTEVData", "File Search Error 0\n"}}},
-        {"raw merge from before the file's start", source(), jpeg(), merge(151), 0, jpeg(),
-         {{kError, "_klseek", "errno : 22"}, {kError, "TEVAPIs", "copyMergeTEVData start\n"}}},
-        {"sounds: listed sounds into plain media", listed, jpeg(), sounds(), 1,
-         imageWithRecordSound(jpeg(), {soundRecord(kFirst, s1), soundRecord("memo", s2), metaRecord({kFirst, "memo"})},
-                              0),
-         {}},
-        {"sounds: a bare destination is converted before a plain source is refused", jpeg(),
-         imageWithBareSound(fakeJpeg(30), s2), sounds(), 0, soundOnly(fakeJpeg(30), s2), {}},
-        {"sounds: a source with a block but no list into a container", withSoundBlock({x}),
-         buildContainer(jpeg(), {y}), sounds(), 1, buildContainer(jpeg(), {y}), {}},
-        {"sounds: a bare source is converted and copied into a container", imageWithBareSound(sourceMedia(), s1),
-         buildContainer(jpeg(), {x}), sounds(), 1,
-         imageWithRecordSound(jpeg(), {x, soundRecord(kFirst, s1), metaRecord({kFirst})}, 1), {},
-         soundOnly(sourceMedia(), s1)},
+         [](TempFile& s, TempFile& d) { return overStreams(s, d, [](TevStream*, TevStream* dst) { return copyTEVDataKeyNameStream(nullptr, dst, "a"); }); }, 1, jpeg(), {nullStream, nullStream}},
+        {"raw merge", source(), jpeg(), merge(), 1, concat(jpeg(), containerOf(source())), {}},
+        {"raw merge onto an empty file", source(), Bytes{}, merge(), 0, Bytes{}, {{kError, "TEVAPIs::mergeTEVData", "File Search Error 0\n"}}},
+        {"raw merge from before the file's start", source(), jpeg(), merge(151), 0, jpeg(), {{kError, "_klseek", "errno : 22"}, {kError, "TEVAPIs", "copyMergeTEVData start\n"}}},
+        {"sounds: listed sounds into plain media", listed, jpeg(), sounds(), 1, imageWithRecordSound(jpeg(), {soundRecord(kFirst, s1), soundRecord("memo", s2), metaRecord({kFirst, "memo"})}, 0), {}},
+        {"sounds: a bare destination is converted before a plain source is refused", jpeg(), imageWithBareSound(fakeJpeg(30), s2), sounds(), 0, soundOnly(fakeJpeg(30), s2), {}},
+        {"sounds: a source with a block but no list into a container", withSoundBlock({x}), buildContainer(jpeg(), {y}), sounds(), 1, buildContainer(jpeg(), {y}), {}},
+        {"sounds: a bare source is converted and copied into a container", imageWithBareSound(sourceMedia(), s1), buildContainer(jpeg(), {x}), sounds(), 1,
+         imageWithRecordSound(jpeg(), {x, soundRecord(kFirst, s1), metaRecord({kFirst})}, 1), {}, soundOnly(sourceMedia(), s1)},
+        {"a stream copy from no source", source(), jpeg(), [](TempFile& s, TempFile& d) { return overStreams(s, d, [](TevStream*, TevStream* dst) { return copyTEVDataStream(nullptr, dst); }); },
+         0, jpeg(), {{kError, "TEVEncoderAPIs::copyTEVDataStream", "Stream is null\n"}}},
+        {"the merge by path is the copy", source(), jpeg(), [](TempFile& s, TempFile& d) { return mergeTEVData(s.c_str(), d.c_str()); }, 1, buildContainer(jpeg(), {withoutSub(kA), kB, kA2}), {}},
+        {"raw merge from past the file's end", source(), jpeg(), merge(0, 10000), 0, jpeg(), {{kError, "TEVAPIs::mergeTEVData", "File Read Error"}}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);

@@ -1,37 +1,17 @@
 #include "support/bytes.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace tevtest {
 
-ByteBuilder& ByteBuilder::u16le(uint16_t v) {
-    data_.push_back(static_cast<uint8_t>(v));
-    data_.push_back(static_cast<uint8_t>(v >> 8));
-    return *this;
-}
-
-ByteBuilder& ByteBuilder::u32le(uint32_t v) {
-    for (int i = 0; i < 4; ++i) data_.push_back(static_cast<uint8_t>(v >> (8 * i)));
-    return *this;
-}
-
-ByteBuilder& ByteBuilder::u32be(uint32_t v) {
-    for (int i = 3; i >= 0; --i) data_.push_back(static_cast<uint8_t>(v >> (8 * i)));
-    return *this;
-}
-
-ByteBuilder& ByteBuilder::text(const std::string& s) {
-    data_.insert(data_.end(), s.begin(), s.end());
-    return *this;
-}
-
+ByteBuilder& ByteBuilder::u16le(uint16_t v) { return bytes({uint8_t(v), uint8_t(v >> 8)}); }
+ByteBuilder& ByteBuilder::u32le(uint32_t v) { return bytes({uint8_t(v), uint8_t(v >> 8), uint8_t(v >> 16), uint8_t(v >> 24)}); }
+ByteBuilder& ByteBuilder::u32be(uint32_t v) { return bytes({uint8_t(v >> 24), uint8_t(v >> 16), uint8_t(v >> 8), uint8_t(v)}); }
+ByteBuilder& ByteBuilder::text(const std::string& s) { return bytes(textBytes(s)); }
+ByteBuilder& ByteBuilder::zeros(size_t n) { return bytes(Bytes(n, 0)); }
 ByteBuilder& ByteBuilder::bytes(const Bytes& b) {
     data_.insert(data_.end(), b.begin(), b.end());
-    return *this;
-}
-
-ByteBuilder& ByteBuilder::zeros(size_t n) {
-    data_.insert(data_.end(), n, 0);
     return *this;
 }
 
@@ -43,31 +23,28 @@ Bytes pattern(size_t size) {
     return out;
 }
 
+// The `n` bytes at `at`, or an exception when they are not all there.
+static Bytes slice(const Bytes& b, size_t at, size_t n) {
+    if (at + n > b.size()) throw std::out_of_range("read past the end");
+    return Bytes(b.begin() + long(at), b.begin() + long(at + n));
+}
 uint32_t readU32le(const Bytes& b, size_t at) {
-    if (at + 4 > b.size()) throw std::out_of_range("readU32le");
-    return uint32_t(b[at]) | uint32_t(b[at + 1]) << 8 | uint32_t(b[at + 2]) << 16 |
-           uint32_t(b[at + 3]) << 24;
+    const Bytes v = slice(b, at, 4);
+    return uint32_t(v[0]) | uint32_t(v[1]) << 8 | uint32_t(v[2]) << 16 | uint32_t(v[3]) << 24;
 }
-
 uint32_t readU32be(const Bytes& b, size_t at) {
-    if (at + 4 > b.size()) throw std::out_of_range("readU32be");
-    return uint32_t(b[at]) << 24 | uint32_t(b[at + 1]) << 16 | uint32_t(b[at + 2]) << 8 |
-           uint32_t(b[at + 3]);
+    const Bytes v = slice(b, at, 4);
+    return uint32_t(v[0]) << 24 | uint32_t(v[1]) << 16 | uint32_t(v[2]) << 8 | uint32_t(v[3]);
 }
-
 std::string readText(const Bytes& b, size_t at, size_t n) {
-    if (at + n > b.size()) throw std::out_of_range("readText");
-    return std::string(b.begin() + static_cast<long>(at), b.begin() + static_cast<long>(at + n));
+    const Bytes v = slice(b, at, n);
+    return std::string(v.begin(), v.end());
 }
 
-uint32_t metaTypeOf(const RecordSpec& r) {
-    return (uint32_t(r.type) << 16) | (r.sub ? 0x8000u : 0u);
-}
+static uint32_t metaTypeOf(const RecordSpec& r) { return (uint32_t(r.type) << 16) | (r.sub ? 0x8000u : 0u); }
 
 uint32_t recordLength(const RecordSpec& r) {
-    uint32_t length = 8 + uint32_t(r.name.size()) + uint32_t(r.data.size());
-    if (r.sub) length += 4 + uint32_t(r.sub->size());
-    return length;
+    return 8 + uint32_t(r.name.size()) + uint32_t(r.data.size()) + (r.sub ? 4 + uint32_t(r.sub->size()) : 0);
 }
 
 Bytes encodeRecord(const RecordSpec& r) {
@@ -76,18 +53,14 @@ Bytes encodeRecord(const RecordSpec& r) {
     if (r.sub) b.u32le(uint32_t(r.sub->size()));
     b.text(r.name);
     if (r.sub) b.bytes(*r.sub);
-    b.bytes(r.data);
-    return b.take();
+    return b.bytes(r.data).take();
 }
 
 Bytes voxaBlock(uint32_t version, uint32_t start, uint32_t end) {
-    ByteBuilder b;
-    b.text("VOXA").u32le(version).u32le(1).u32le(start).u32le(end).u32le(20).text("VOXABS");
-    return b.take();
+    return ByteBuilder().text("VOXA").u32le(version).u32le(1).u32le(start).u32le(end).u32le(20).text("VOXABS").take();
 }
 
-Bytes buildContainer(const Bytes& media, const std::vector<RecordSpec>& records,
-                     const ContainerOptions& options) {
+Bytes buildContainer(const Bytes& media, const std::vector<RecordSpec>& records, const ContainerOptions& options) {
     ByteBuilder body;
     std::vector<uint32_t> starts;
     for (const RecordSpec& r : records) {
@@ -111,21 +84,15 @@ Bytes buildContainer(const Bytes& media, const std::vector<RecordSpec>& records,
 
 Bytes fakeJpeg(size_t size) {
     Bytes b(size, 0x5A);
-    if (size >= 2) {
-        b[0] = 0xFF;
-        b[1] = 0xD8;
-    }
-    if (size >= 4) {
-        b[size - 2] = 0xFF;
-        b[size - 1] = 0xD9;
-    }
+    if (size >= 2) b[0] = 0xFF, b[1] = 0xD8;
+    if (size >= 4) b[size - 2] = 0xFF, b[size - 1] = 0xD9;
     return b;
 }
 
 Bytes fakeMp4(size_t size) {
     Bytes b(size, 0x11);
     const Bytes head = ByteBuilder().u32be(uint32_t(size < 24 ? size : 24)).text("ftypisom").take();
-    for (size_t i = 0; i < head.size() && i < size; ++i) b[i] = head[i];
+    std::copy_n(head.begin(), std::min(head.size(), size), b.begin());
     return b;
 }
 

@@ -45,7 +45,6 @@ struct RecordSpec {
     Bytes data;
 };
 
-uint32_t metaTypeOf(const RecordSpec& r);
 uint32_t recordLength(const RecordSpec& r);
 // Tag header, name, [sub-information], data.
 Bytes encodeRecord(const RecordSpec& r);

@@ -1,5 +1,6 @@
 // Helpers for tests that edit containers: files to edit (open behind a
-// stream, or parsed), and calls of the save family with a RecordSpec.
+// stream, or parsed), calls of the save family with a RecordSpec, and a
+// runner for tables of edits checked by result, log and whole file.
 #ifndef TEV_TESTS_SUPPORT_EDIT_H
 #define TEV_TESTS_SUPPORT_EDIT_H
 
@@ -7,13 +8,19 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "support/bytes.h"
 #include "support/files.h"
+#include "support/log_capture.h"
 #include "support/records.h"
 #include "tev/tev.h"
+#include "tev/tev.hpp"
 
 namespace tevtest {
 
@@ -49,16 +56,8 @@ private:
     std::unique_ptr<TevStreamFile> stream_;
 };
 
-struct IndexDeleter {
-    void operator()(_TEV_info* info) const { DestroyTEV(info); }
-};
-using IndexPtr = std::unique_ptr<_TEV_info, IndexDeleter>;
-
-struct FilePackDestroyer {
-    void operator()(_TEV_info_pack* pack) const { destroyTEVDATA(pack); }
-};
 // A pack that owns its stream and file (checkTEVInFile).
-using FilePack = std::unique_ptr<_TEV_info_pack, FilePackDestroyer>;
+using FilePack = tev::Pack;
 
 // Parses the container of the file at `path`, opened for update, and returns
 // what `edit` returns for its index (0 when nothing parses). The file is
@@ -79,6 +78,44 @@ uint32_t saveSpec(Save save, const RecordSpec& r, uint32_t update) {
     const std::string name = r.name + "#";
     return save(name.c_str(), uint32_t(r.name.size()), subOf(r), subLengthOf(r), r.data.data(),
                 uint32_t(r.data.size()), uint32_t(r.type), update);
+}
+
+// Tag and text of every captured ERROR line, in order.
+using ErrorLines = std::vector<std::pair<std::string, std::string>>;
+inline ErrorLines errorLines() {
+    ErrorLines lines;
+    for (const LogLine& line : capturedLog()) {
+        if (line.priority == 6) lines.emplace_back(line.tag, line.text);
+    }
+    return lines;
+}
+
+// One edit of a file laid out byte by byte: the call on its path, its
+// result, the whole file afterwards and every error line it logs.
+struct FileEdit {
+    std::string label;
+    Bytes before;
+    std::function<uint32_t(const char* path)> edit;
+    uint32_t result;
+    std::optional<Bytes> after;  // absent: the file stays as it was
+    ErrorLines log = {};
+};
+
+// Runs each case on a fresh temporary file holding its `before` bytes.
+inline void runFileEdits(const std::vector<FileEdit>& cases) {
+    for (const FileEdit& c : cases) {
+        SCOPED_TRACE(c.label);
+        TempFile file(c.before);
+        clearLog();
+        EXPECT_EQ(c.edit(file.c_str()), c.result);
+        EXPECT_EQ(file.read(), c.after.value_or(c.before));
+        EXPECT_EQ(errorLines(), c.log);
+    }
+}
+
+// `edit` run on the parsed container of the file at the path.
+inline std::function<uint32_t(const char*)> onParsed(std::function<uint32_t(_TEV_info*)> edit) {
+    return [edit](const char* path) { return editParsed(path, edit); };
 }
 
 }  // namespace tevtest
