@@ -16,7 +16,7 @@
 #include "support/edit.h"
 #include "support/log_capture.h"
 #include "support/records.h"
-#include "support/stream_over.h"
+#include "support/medium.h"
 #include "tev/container.h"
 #include "tev/detect.h"
 #include "tev/editor.h"
@@ -27,7 +27,7 @@ namespace {
 
 using tevtest::ByteBuilder;
 using tevtest::Bytes;
-using tevtest::StreamMedium;
+using tevtest::Medium;
 using tevtest::RecordSpec;
 using tevtest::StreamOver;
 
@@ -39,7 +39,7 @@ std::string recordName(uint32_t index) {
     return name;
 }
 
-class BatchedReadTest : public tevtest::LogCaptureTest, public ::testing::WithParamInterface<StreamMedium> {
+class BatchedReadTest : public tevtest::LogCaptureTest, public ::testing::WithParamInterface<Medium> {
 protected:
     // The stream over `content`, with the directory located: it stands on
     // the count field, where getTEVList reads.
@@ -85,7 +85,7 @@ TEST_P(BatchedReadTest, DirectoryCutShortFailsAtTheSameEntryAsFieldReads) {
     info = locate(twoRecordFile());
     ASSERT_TRUE(info);
     ASSERT_EQ(stream().truncate(kSecondEntryAt + 6), 0);
-    const bool onFile = GetParam() == StreamMedium::File;
+    const bool onFile = GetParam() == Medium::FilePtr;
     EXPECT_EQ(getTEVList(info.get()), onFile ? 1u : 0u) << dumpLog();
     if (onFile) {
         EXPECT_EQ(info->meta_data[1]->start_offset, 19u);
@@ -338,7 +338,7 @@ TEST_F(BatchedWriteTest, DirectoryCutByAFileThatStopsGrowingLeavesTheFieldByFiel
     EXPECT_TRUE(loggedError(kFirstTag, "Stream writeTEV_KTHO error\n")) << dumpLog();
 }
 
-INSTANTIATE_TEST_SUITE_P(Media, BatchedReadTest, ::testing::Values(StreamMedium::Buffer, StreamMedium::File),
+INSTANTIATE_TEST_SUITE_P(Media, BatchedReadTest, ::testing::Values(Medium::Buffer, Medium::FilePtr),
                          [](const auto& info) { return tevtest::mediumName(info.param); });
 
 }  // namespace

@@ -7,7 +7,7 @@
 #include "support/bytes.h"
 #include "support/files.h"
 #include "support/log_capture.h"
-#include "support/stream_over.h"
+#include "support/medium.h"
 #include "tev/container.h"
 #include "tev/stream.h"
 
@@ -31,7 +31,7 @@ TEST(ContainerLayout, MetaTypeAndLengthsFollowTheLayoutAndWrapAt32Bits) {
 // The writers are one body over TevStream; the medium is not their concern.
 class FormatWriterTest : public LogCaptureTest {
 protected:
-    StreamOver out_{StreamMedium::Buffer, {}, 128};
+    StreamOver out_{Medium::Buffer, {}, 128};
     TevStream* stream() { return out_.get(); }
 };
 
@@ -45,7 +45,7 @@ _TEV_data_info entryOf(uint32_t meta, uint32_t offset, uint32_t length) {
 
 TEST_F(FormatWriterTest, RecordsAndDirectoryMatchTheLayoutByteForByte) {
     const Bytes media = fakeJpeg(100);
-    StreamOver s(StreamMedium::Buffer, media, 128);
+    StreamOver s(Medium::Buffer, media, 128);
     ASSERT_EQ(s.get()->seek(0, 2), 100);
     const RecordSpec plain{7, "name", std::nullopt, textBytes("0123456789")};
     const RecordSpec withSub{0, "key", textBytes("abcdef"), textBytes("xy")};
@@ -81,7 +81,7 @@ TEST_F(FormatWriterTest, FillerWithDirectoryFillsTheRegionExactly) {
 }
 
 TEST_F(FormatWriterTest, RegionTooSmallForFillerAndDirectoryEndsTheStream) {
-    StreamOver s(StreamMedium::Buffer, Bytes(30, 0xAB));
+    StreamOver s(Medium::Buffer, Bytes(30, 0xAB));
     ASSERT_EQ(s.get()->seek(10, 0), 10);
     s.get()->writeDummyTEVDataHeader(52, 0);
     EXPECT_EQ(s.contents(), Bytes(10, 0xAB));
@@ -104,7 +104,7 @@ TEST_F(FormatWriterTest, HeaderMethodStoresCountPlusTwoAndRefusesMissingEntries)
 TEST_F(FormatWriterTest, RecordWriterStopsOnlyAtAnErrorAndLogsAMissingStream) {
     // A full buffer refuses the name without an error (0): the header goes
     // on, and the data byte lands where the name would have begun.
-    StreamOver s(StreamMedium::Buffer, {}, 9);
+    StreamOver s(Medium::Buffer, {}, 9);
     EXPECT_EQ(writeTEVData(s.get(), 1, 0, "longer name", 11, nullptr, 0, "x", 1), 1);
     EXPECT_TRUE(logLines().empty()) << dumpLog();
     EXPECT_EQ(s.contents(), ByteBuilder().u32le(0x00010000u).u32le(11).text("x").take());

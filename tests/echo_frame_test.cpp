@@ -16,7 +16,7 @@
 #include "support/log_capture.h"
 #include "support/records.h"
 #include "support/sound_files.h"
-#include "support/stream_over.h"
+#include "support/medium.h"
 #include "tev/tev.h"
 
 namespace {
@@ -60,7 +60,7 @@ TEST(SoundRecordWriters, FirstTimeLayoutOverEveryMedium) {
     const Bytes meta = metaPayload({"memo"});
     const Bytes expected =
         imageWithRecordSound(media(), {soundRecord("memo", soundA()), metaRecord({"memo"})}, 0);
-    for (StreamMedium medium : kStreamMedia) {
+    for (Medium medium : kStreamMedia) {
         StreamOver s(medium, media(), 512);
         EXPECT_EQ(
             NewAddVoxaDataInFirstTimeStream(s.get(), 2048, 256, "memo", 4, soundA().data(),
@@ -89,7 +89,7 @@ class SoundRecordLog : public LogCaptureTest {};
 
 TEST_F(SoundRecordLog, FirstTimeRefusesMissingPartsWithoutWriting) {
     const Bytes meta = metaPayload({"memo"});
-    StreamOver s(StreamMedium::File, media());
+    StreamOver s(Medium::FilePtr, media());
     const char* tag = "TEVEncoder::NewAddVoxaDataInFirstTimeStream";
     EXPECT_EQ(NewAddVoxaDataInFirstTimeStream(s.get(), 2048, 256, "memo", 4, nullptr, 5, meta.data(), 29),
               0u);
@@ -106,7 +106,7 @@ TEST_F(SoundRecordLog, FirstTimeRefusesMissingPartsWithoutWriting) {
 // ------------------------------------------------------------ conversion
 
 TEST(SoundConversion, BareSoundBecomesTheFirstRecord) {
-    StreamOver s(StreamMedium::File, imageWithBareSound(media(), soundA()));
+    StreamOver s(Medium::FilePtr, imageWithBareSound(media(), soundA()));
     _voxa_info_struct* voxa = _checkAudioInImageStream(s.get());
     ASSERT_NE(voxa, nullptr);
     EXPECT_EQ(convertVoxaToEchoFrame(&voxa), 1u);

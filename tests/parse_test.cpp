@@ -11,7 +11,7 @@
 #include "support/bytes.h"
 #include "support/log_capture.h"
 #include "support/records.h"
-#include "support/stream_over.h"
+#include "support/medium.h"
 #include "tev/container.h"
 #include "tev/detect.h"
 #include "tev/stream.h"
@@ -54,14 +54,14 @@ Bytes threeRecordFile(const ContainerOptions& options = {}) {
 // ParseTEV is one body over TevStream: all but one test run on a buffer.
 class ParseTest : public LogCaptureTest {
 protected:
-    TevStream* open(const Bytes& content, StreamMedium medium = StreamMedium::Buffer) {
+    TevStream* open(const Bytes& content, Medium medium = Medium::Buffer) {
         stream_ = std::make_unique<StreamOver>(medium, content);
         return stream_->get();
     }
     // ParseTEV, getTEVList and, with `names`, getAllNameOfDataList; null when
     // one of them fails.
     InfoPtr parse(const Bytes& content, bool names = true, uint32_t signature = SIGNATURE_TEV,
-                  StreamMedium medium = StreamMedium::Buffer) {
+                  Medium medium = Medium::Buffer) {
         InfoPtr info(ParseTEV(open(content, medium), signature));
         if (!info || getTEVList(info.get()) != 1) return nullptr;
         if (names && getAllNameOfDataList(info.get()) != 1) return nullptr;
@@ -81,7 +81,7 @@ protected:
 };
 
 TEST_F(ParseTest, ReadsEveryRecordOnEveryStreamMedium) {
-    for (StreamMedium medium : kStreamMedia) {
+    for (Medium medium : kStreamMedia) {
         SCOPED_TRACE(mediumName(medium));
         InfoPtr info = parse(threeRecordFile(), true, SIGNATURE_TEV, medium);
         ASSERT_TRUE(info) << dumpLog();

@@ -11,7 +11,7 @@
 
 #include "support/bytes.h"
 #include "support/log_capture.h"
-#include "support/stream_over.h"
+#include "support/medium.h"
 #include "tev/stream.h"
 
 namespace {
@@ -22,11 +22,12 @@ using StreamTest = LogCaptureTest;
 
 TEST_F(StreamTest, IntegersHaveAFixedByteOrderOnEveryMedium) {
     const uint32_t kTypes[] = {TEV_STREAM_BUFFER, TEV_STREAM_FILE, TEV_STREAM_FD};
-    for (StreamMedium medium : kStreamMedia) {
+    for (const Medium& medium : kStreamMedia) {
+        const uint32_t type = kTypes[&medium - kStreamMedia];
         SCOPED_TRACE(mediumName(medium));
         StreamOver over(medium, {}, 16);
         TevStream& s = *over.get();
-        EXPECT_EQ(s.GetStreamType(), kTypes[static_cast<int>(medium)]);
+        EXPECT_EQ(s.GetStreamType(), type);
         EXPECT_EQ(s.writeInt32(0x01020304u), 4);
         EXPECT_EQ(s.writeInt32_endian(0x01020304u), 4);
         EXPECT_EQ(s.writeInt16(0x0102), 2);
@@ -44,7 +45,7 @@ TEST_F(StreamTest, IntegersHaveAFixedByteOrderOnEveryMedium) {
 
 TEST_F(StreamTest, SeeksOverwritesAndTruncatesOnEveryMedium) {
     const Bytes content = pattern(10);
-    for (StreamMedium medium : kStreamMedia) {
+    for (Medium medium : kStreamMedia) {
         SCOPED_TRACE(mediumName(medium));
         StreamOver over(medium, content);
         TevStream& s = *over.get();
@@ -59,9 +60,9 @@ TEST_F(StreamTest, SeeksOverwritesAndTruncatesOnEveryMedium) {
 
 TEST_F(StreamTest, EndOfFileProbeFailsAtPositionZeroButKeepsThePosition) {
     const struct {
-        StreamMedium medium;
+        Medium medium;
         const char* tag;
-    } kCases[] = {{StreamMedium::File, "TEVStream::TevStreamFile"}, {StreamMedium::Fd, "TEVStreamFile::TevStreamFile"}};
+    } kCases[] = {{Medium::FilePtr, "TEVStream::TevStreamFile"}, {Medium::Fd, "TEVStreamFile::TevStreamFile"}};
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.tag);
         clearLog();
@@ -131,8 +132,8 @@ protected:
 
 TEST_F(StreamCopyTest, CopiesFromTheSourceStartToTheDestinationPositionAndRewinds) {
     const Bytes content = pattern(10000);  // several stack chunks and a partial one
-    StreamOver src(StreamMedium::File, content);
-    StreamOver dst(StreamMedium::Buffer, {0xEE}, 10000);
+    StreamOver src(Medium::FilePtr, content);
+    StreamOver dst(Medium::Buffer, {0xEE}, 10000);
     ASSERT_EQ(src.get()->seek(500, SEEK_SET), 500);
     ASSERT_EQ(dst.get()->seek(1, SEEK_SET), 1);
     EXPECT_EQ(copy(dst.get(), src.get(), 10000), 1);
@@ -144,7 +145,7 @@ TEST_F(StreamCopyTest, CopiesFromTheSourceStartToTheDestinationPositionAndRewind
 }
 
 TEST_F(StreamCopyTest, RefusesArgumentsInOrder) {
-    StreamOver good(StreamMedium::Buffer, pattern(8));
+    StreamOver good(Medium::Buffer, pattern(8));
     TevStreamFile closedFile(nullptr);
     TevStreamBuffer noHandle(nullptr);
     TevStream* src = good.get();
@@ -166,14 +167,14 @@ TEST_F(StreamCopyTest, RefusesArgumentsInOrder) {
 }
 
 TEST_F(StreamCopyTest, ShortReadOrWritePrintsTheErrorAndRewindsTheSource) {
-    StreamOver src(StreamMedium::Fd, pattern(10));
-    StreamOver roomy(StreamMedium::Buffer, {}, 64);
+    StreamOver src(Medium::Fd, pattern(10));
+    StreamOver roomy(Medium::Buffer, {}, 64);
     ASSERT_EQ(src.get()->seek(5, SEEK_SET), 5);
     EXPECT_EQ(copy(roomy.get(), src.get(), 20), -1);
     EXPECT_EQ(printed_, "TevStream::Copy : read error \n");
     EXPECT_EQ(src.get()->tell(), 0);
 
-    StreamOver small(StreamMedium::Buffer, {}, 4);
+    StreamOver small(Medium::Buffer, {}, 4);
     EXPECT_EQ(copy(small.get(), src.get(), 10), -1);
     EXPECT_EQ(printed_, "TevStream::Copy : write error \n");
     EXPECT_TRUE(small.contents().empty());

@@ -12,7 +12,7 @@
 #include "support/log_capture.h"
 #include "support/records.h"
 #include "support/sound_files.h"
-#include "support/stream_over.h"
+#include "support/medium.h"
 #include "tev/tev.h"
 #include "tev/tev.hpp"
 
@@ -28,7 +28,7 @@ Bytes media() { return fakeJpeg(kMedia); }
 // ------------------------------------------------------------ block writers
 
 TEST(VoxaBlockWriters, WriteTheBlockByteForByte) {
-    StreamOver out(StreamMedium::Buffer, {}, 64);
+    StreamOver out(Medium::Buffer, {}, 64);
     TevStream& s = *out.get();
     EXPECT_EQ(s.WriteSoundHeader(), 4);
     EXPECT_EQ(s.WriteSoundCount(1), 4);
@@ -36,7 +36,7 @@ TEST(VoxaBlockWriters, WriteTheBlockByteForByte) {
     EXPECT_EQ(s.WriteSoundTailer(1), 6);
     EXPECT_EQ(out.contents(), voxaBlock(106, 100, 250));
 
-    StreamOver out107(StreamMedium::Buffer, {}, 64);
+    StreamOver out107(Medium::Buffer, {}, 64);
     EXPECT_EQ(out107.get()->writeVoxaHeader(7, 9), 1u);
     EXPECT_EQ(out107.contents(), voxaBlock(107, 7, 9));
 }
@@ -145,7 +145,7 @@ TEST(WhatEndsTheFile, TellsBareBlockFromContainerAndBlock) {
         {media(), false, 0},
     };
     for (const Case& c : cases) {
-        StreamOver over(StreamMedium::File, c.content);
+        StreamOver over(Medium::FilePtr, c.content);
         tev::VoxaStream voxa(c.parseBlock ? _checkAudioInImageStream(over.get()) : nullptr);
         ASSERT_EQ(voxa != nullptr, c.parseBlock);
         EXPECT_EQ(hasTEVDataStream(over.get(), voxa.get()), c.expected);
@@ -238,7 +238,7 @@ TEST_F(SoundEdit, AddOverASoundRecordTakesTheRecordAndItsListOut) {
 TEST_F(SoundEdit, DeleteOfABlockWithoutSoundsSaysSo) {
     const Bytes block = ByteBuilder().text("VOXA").u32le(106).u32le(0).zeros(8).u32le(20).text("VOXABS").take();
     const Bytes content = concat(media(), block);
-    StreamOver over(StreamMedium::File, content);
+    StreamOver over(Medium::FilePtr, content);
     testing::internal::CaptureStdout();
     const uint32_t result = deleteAVoxaStream(over.get());
     EXPECT_NE(testing::internal::GetCapturedStdout().find("sound_count 0\n"), std::string::npos);
@@ -249,14 +249,14 @@ TEST_F(SoundEdit, DeleteOfABlockWithoutSoundsSaysSo) {
 TEST_F(SoundEdit, BoxMediaIsRefusedAndLeftAsItWas) {
     for (const std::string brand : {"isom", "heic"}) {
         const Bytes container = buildContainer(boxMedia(brand), {kNote});
-        StreamOver adding(StreamMedium::File, container);
+        StreamOver adding(Medium::FilePtr, container);
         const Bytes sound = pattern(20);
         EXPECT_EQ(addVoxaSoundStream(adding.get(), nullptr, sound.data(), 20), 0);
         EXPECT_EQ(adding.contents(), container);
         EXPECT_TRUE(loggedError("VoxaAPIs", "addVoxaSound voxa not use MP4, heic tag\n")) << dumpLog();
 
         const Bytes withSound = imageWithSoundBeforeContainer(boxMedia(brand), sound, {kNote});
-        StreamOver deleting(StreamMedium::File, withSound);
+        StreamOver deleting(Medium::FilePtr, withSound);
         tev::VoxaStream voxa(_checkAudioInImageStream(deleting.get()));
         ASSERT_NE(voxa, nullptr);
         EXPECT_EQ(deleteVoxa_ExistTEV_Stream(deleting.get(), voxa.get()), 0u);
