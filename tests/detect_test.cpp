@@ -111,7 +111,8 @@ TEST_F(DetectTest, RefusalsReturnNothingAfterTheirLogLine) {
         {"TEVCommonAPIs::checkTEVWithReadPM", "filename null", [] { return !checkTEVWithReadPM_Fd(0); }},
         {"TEVCommonAPIs::checkTEVInFP", "fp is null!!", [] { return !checkTEVInFP(nullptr); }},
         {nullptr, nullptr, [] { return !PackOnMedium(fakeJpeg(300), Medium::Buffer).pack(); }},
-        {"TEV::ParseTEV", "file has no sound OFFS", [] { return !PackOnMedium(endingWith(200, "TEVT"), Medium::Buffer).pack(); }},
+        {"TEV::ParseTEV", "file has no sound OFFS",
+         [] { return !PackOnMedium(endingWith(200, "TEVT"), Medium::Buffer).pack(); }},
         {nullptr, nullptr, [] { return errorCheckTEVInFp(nullptr) == 0; }},
         {kSignature, "Stream is null\n", [] { return getSignatureStream(nullptr) == SIGNATURE_ERROR; }},
         {kSignature, "CheckError is false\n", [&] { return getSignatureStream(&unusable) == SIGNATURE_ERROR; }},
@@ -126,7 +127,8 @@ TEST_F(DetectTest, RefusalsReturnNothingAfterTheirLogLine) {
         {kSignature, "CheckError is false\n", [&] { return GetTEVVersion(&unusable) == 0; }},
         {kSignature, "File Search Error", [&] { return GetTEVVersion(&unseekable) == 0; }},
         {nullptr, nullptr, [&] { return GetTEVVersion(&unreadable) == 0; }},
-        {"TEV::GetTEVVersion", "Sig Search Error", [] { return GetTEVVersion(FixedBuffer(textBytes("xxTEVT")).stream()) == 0; }},
+        {"TEV::GetTEVVersion", "Sig Search Error",
+         [] { return GetTEVVersion(FixedBuffer(textBytes("xxTEVT")).stream()) == 0; }},
         {"TEV::GetTEVVersion", "Sig Search Error", [&] { return GetTEVVersion(FixedBuffer(shortKtho).stream()) == 0; }},
     };
     for (const auto& c : kCases) {

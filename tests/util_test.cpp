@@ -66,74 +66,63 @@ TEST(Crc, Crc32MatchesTheCheckValuesAndContinuesAcrossPieces) {
     EXPECT_EQ(calcCRC(checkBytes(), kCheckLength, 0, table), 0xE3069283u);
 }
 
-// Every test here collects standard output, so logger lines stay out of the
-// test report.
-class DiagTest : public tevtest::LogCaptureTest {
-protected:
-    void SetUp() override {
-        LogCaptureTest::SetUp();
-        testing::internal::CaptureStdout();
-    }
-    void TearDown() override {
-        if (!stdoutTaken_) testing::internal::GetCapturedStdout();
-    }
-    std::string takeStdout() {
-        stdoutTaken_ = true;
-        return testing::internal::GetCapturedStdout();
-    }
+using DiagTest = tevtest::LogCaptureTest;
 
-private:
-    bool stdoutTaken_ = false;
-};
+// Runs `call` with standard output captured and returns what it printed.
+std::string printedBy(const std::function<void()>& call) {
+    testing::internal::CaptureStdout();
+    call();
+    return testing::internal::GetCapturedStdout();
+}
 
-TEST_F(DiagTest, EachLevelPrintsItsLineAndLogsTheTextFormattedTwice) {
-    TEVLogD("TagD", "value %s", "100%%");
-    TEVLogI("TagI", "value %d", 2);
-    TEVLogE("TagE", "value %u", 3u);
-    EXPECT_EQ(print_TEVLog_at_function_start("open"), 0);
-    EXPECT_EQ(print_TEVLog_at_function_end("open"), 0);
-    EXPECT_EQ(takeStdout(),
-              "TEVLog\tD\tTagD\tvalue 100%%\nTEVLog\tI\tTagI\tvalue 2\nTEVLog\tE\tTagE\tvalue 3\n"
-              "TEVLog\tI\tFunction started\topen\nTEVLog\tI\tFunction returned\topen\n");
-    ASSERT_EQ(logLines().size(), 5u) << dumpLog();
-    EXPECT_TRUE(logged(ANDROID_LOG_DEBUG, "TagD", "value 100%")) << dumpLog();
-    EXPECT_TRUE(logged(ANDROID_LOG_INFO, "TagI", "value 2")) << dumpLog();
-    EXPECT_TRUE(logged(ANDROID_LOG_ERROR, "TagE", "value 3")) << dumpLog();
-    EXPECT_TRUE(logged(ANDROID_LOG_INFO, "Function started", "open")) << dumpLog();
-    EXPECT_TRUE(logged(ANDROID_LOG_INFO, "Function returned", "open")) << dumpLog();
+TEST_F(DiagTest, EachLoggerPrintsItsLineAndLogsTheTextFormattedTwice) {
+    const std::string kLong(2000, 'a');
+    const struct {
+        std::function<void()> call;
+        std::string printed;
+        int priority;
+        const char* tag;
+        std::string text;
+    } kCases[] = {
+        {[] { TEVLogD("TagD", "value %s", "100%%"); }, "TEVLog\tD\tTagD\tvalue 100%%\n", ANDROID_LOG_DEBUG, "TagD",
+         "value 100%"},
+        {[] { TEVLogI("TagI", "value %d", 2); }, "TEVLog\tI\tTagI\tvalue 2\n", ANDROID_LOG_INFO, "TagI", "value 2"},
+        {[] { TEVLogE("TagE", "value %u", 3u); }, "TEVLog\tE\tTagE\tvalue 3\n", ANDROID_LOG_ERROR, "TagE", "value 3"},
+        {[] { EXPECT_EQ(print_TEVLog_at_function_start("open"), 0); }, "TEVLog\tI\tFunction started\topen\n",
+         ANDROID_LOG_INFO, "Function started", "open"},
+        {[] { EXPECT_EQ(print_TEVLog_at_function_end("open"), 0); }, "TEVLog\tI\tFunction returned\topen\n",
+         ANDROID_LOG_INFO, "Function returned", "open"},
+        // Cut at each logger's limit.
+        {[&] { TEVLogD("Long", "%s", kLong.c_str()); }, "TEVLog\tD\tLong\t" + kLong.substr(0, 1023) + "\n",
+         ANDROID_LOG_DEBUG, "Long", kLong.substr(0, 1023)},
+        {[&] { TEVLogE("Long", "%s", kLong.c_str()); }, "TEVLog\tE\tLong\t" + kLong.substr(0, 1022) + "\n",
+         ANDROID_LOG_ERROR, "Long", kLong.substr(0, 1022)},
+        // The error logger alone reports a missing format or a failed
+        // formatting (a wide character with no narrow form).
+        {[] { TEVLogE("Caller", nullptr); }, "TEVLog\tI\tTEVLogE\tlog == NULL!!\n\n", ANDROID_LOG_INFO, "TEVLogE",
+         "log == NULL!!\n"},
+        {[] { TEVLogE("Caller", "%ls", L"\x100"); }, "TEVLog\tI\tTEVLog\tvsnprintf fail  ret(-1) !!\n\n",
+         ANDROID_LOG_INFO, "TEVLog", "vsnprintf fail  ret(-1) !!\n"},
+    };
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.printed.substr(0, 40));
+        tevtest::clearLog();
+        EXPECT_EQ(printedBy(c.call), c.printed);
+        ASSERT_EQ(logLines().size(), 1u) << dumpLog();
+        EXPECT_TRUE(logged(c.priority, c.tag, c.text)) << dumpLog();
+    }
 }
 
 TEST_F(DiagTest, VersionBannerIsThreeDebugLines) {
-    printTEVVersion();
-    const std::string printed = takeStdout();
     const std::string banner = "TEVLog\tD\tTEV Version Info\tLumet TEV Library Version\n\n"
                                "TEVLog\tD\tTEV Version Info\tVersion\t : 107\n\n"
                                "TEVLog\tD\tTEV Version Info\tBuild Date\t : ";
-    EXPECT_EQ(printed.substr(0, banner.size()), banner);
+    EXPECT_EQ(printedBy(printTEVVersion).substr(0, banner.size()), banner);
     ASSERT_EQ(logLines().size(), 3u) << dumpLog();
     EXPECT_TRUE(logged(ANDROID_LOG_DEBUG, "TEV Version Info", "Version\t : 107\n")) << dumpLog();
     // The library's own build date and time, as "Mmm dd yyyy hh:mm:ss".
     EXPECT_EQ(logLines()[2].text.substr(0, 14), "Build Date\t : ");
     EXPECT_EQ(logLines()[2].text.size(), 14u + 20u + 1u) << logLines()[2].text;
-}
-
-TEST_F(DiagTest, LongMessagesAreCutAtEachLoggersLimit) {
-    const std::string longText(2000, 'a');
-    TEVLogD("Long", "%s", longText.c_str());
-    TEVLogE("Long", "%s", longText.c_str());
-    ASSERT_EQ(logLines().size(), 2u);
-    EXPECT_EQ(logLines()[0].text, std::string(1023, 'a'));
-    EXPECT_EQ(logLines()[1].text, std::string(1022, 'a'));
-}
-
-TEST_F(DiagTest, ErrorLoggerReportsAMissingFormatOrAFailedFormatting) {
-    TEVLogE("Caller", nullptr);
-    // A wide character with no narrow form makes the formatting fail.
-    TEVLogE("Caller", "%ls", L"\x100");
-    EXPECT_EQ(takeStdout(), "TEVLog\tI\tTEVLogE\tlog == NULL!!\n\nTEVLog\tI\tTEVLog\tvsnprintf fail  ret(-1) !!\n\n");
-    ASSERT_EQ(logLines().size(), 2u) << dumpLog();
-    EXPECT_TRUE(logged(ANDROID_LOG_INFO, "TEVLogE", "log == NULL!!\n")) << dumpLog();
-    EXPECT_TRUE(logged(ANDROID_LOG_INFO, "TEVLog", "vsnprintf fail  ret(-1) !!\n")) << dumpLog();
 }
 
 // Each checker in its own type: a check that narrowed or changed the
@@ -144,12 +133,7 @@ TEST_F(DiagTest, CheckersReturnTheirCodeAndNameTheCallerInTheirOneLine) {
     const std::string kSmaller = "the value is smaller than the minimum value in M::f";
     const std::string kLarger = "the value is larger than the maximum value in M::f";
     void* inner = nullptr;
-    const struct {
-        int result;
-        const char* tag;
-        std::string text;
-        std::function<int()> check;
-    } kCases[] = {
+    const struct { int result; const char* tag; std::string text; std::function<int()> check; } kCases[] = {
         {0, nullptr, "", [&] { return check_null_2pointer(&inner, "M", "f"); }},  // only the outer pointer counts
         {0, nullptr, "", [] { return checknull_kint64(1ll << 32, "M", "f"); }},
         {0, nullptr, "", [] { return checknull_kulong(1ul << 40, "M", "f"); }},
@@ -177,7 +161,9 @@ TEST_F(DiagTest, CheckersReturnTheirCodeAndNameTheCallerInTheirOneLine) {
     for (const auto& c : kCases) {
         SCOPED_TRACE(&c - kCases);
         tevtest::clearLog();
-        EXPECT_EQ(c.check(), c.result);
+        int result = -1;
+        printedBy([&] { result = c.check(); });
+        EXPECT_EQ(result, c.result);
         EXPECT_TRUE(c.tag ? logLines().size() == 1 && loggedError(c.tag, c.text) : logLines().empty()) << dumpLog();
     }
 }
