@@ -59,27 +59,30 @@ INSTANTIATE_TEST_SUITE_P(AllMedia, DetectOnMedium,
 
 class DetectTest : public LogCaptureTest {};
 
-TEST_F(DetectTest, SignatureAndVersionComeFromTheLastBytes) {
-    const struct {
-        Bytes bytes;
-        uint32_t signature;
-        uint32_t isTev;
-        uint32_t version;
-    } kCases[] = {
-        {fakeJpeg(200), SIGNATURE_DETECTION_FAIL, 0, 1},
-        {textBytes("TEVT!"), SIGNATURE_DETECTION_FAIL, 0, 1},
-        {endingWith(33, "VOXABS"), SIGNATURE_DETECTION_FAIL, 0, 1},
-        {buildContainer(fakeJpeg(kMediaSize), kRecords), SIGNATURE_TEV, 1, 107},
-        {voxaOnly(), SIGNATURE_VOXA, 0, 0},
-        {containerThenVoxa(mediaWithSound(), 100, 140), SIGNATURE_VOXA_TEV, 1, 107},
+TEST_F(DetectTest, SignatureVersionAndMp4CheckComeFromTheFilesBytes) {
+    const struct { Bytes bytes; uint32_t signature, isTev, version, mp4; } kCases[] = {
+        {fakeJpeg(200), SIGNATURE_DETECTION_FAIL, 0, 1, 0},
+        {fakeMp4(64), SIGNATURE_DETECTION_FAIL, 0, 1, 1},
+        {textBytes("TEVT!"), SIGNATURE_DETECTION_FAIL, 0, 1, 0},
+        {endingWith(33, "VOXABS"), SIGNATURE_DETECTION_FAIL, 0, 1, 0},
+        {buildContainer(fakeJpeg(kMediaSize), kRecords), SIGNATURE_TEV, 1, 107, 0},
+        {voxaOnly(), SIGNATURE_VOXA, 0, 0, 0},
+        {containerThenVoxa(mediaWithSound(), 100, 140), SIGNATURE_VOXA_TEV, 1, 107, 0},
     };
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.bytes.size());
         EXPECT_EQ(signatureOn(c.bytes, Medium::Buffer), c.signature);
         EXPECT_EQ(isTEVFile(TempFile(c.bytes).c_str()), c.isTev);
-        EXPECT_EQ(GetTEVVersion(FixedBuffer(c.bytes).stream()), c.version);
+        FixedBuffer buffer(c.bytes);
+        ASSERT_EQ(buffer.stream()->seek(3, SEEK_SET), 3);
+        EXPECT_EQ(checkMP4Stream(buffer.stream()), c.mp4);
+        EXPECT_EQ(buffer.stream()->tell(), 3);  // the MP4 check keeps the position
+        EXPECT_EQ(checkMP4Buffer(buffer.handle()), c.mp4);
+        EXPECT_EQ(GetTEVVersion(buffer.stream()), c.version);
     }
-    EXPECT_TRUE(logLines().empty()) << dumpLog();
+    // Only the 5-byte file has no bytes 4-7 for the two MP4 checks to read.
+    EXPECT_EQ(logLines().size(), 2u) << dumpLog();
+    EXPECT_TRUE(loggedError("TEV::checkMP4Stream", "File Read Error")) << dumpLog();
 }
 
 // Every refusal gives 0 or null, after the line it logs (a failed seek logs
@@ -96,11 +99,7 @@ TEST_F(DetectTest, RefusalsReturnNothingAfterTheirLogLine) {
     const Bytes shortKtho = ByteBuilder().zeros(12).u32le(15).text("TEVT").take();  // reaches before the file
     const char* const kParse = "TEVCommonAPIs::checkTEVInStreamVersionNotchecked";
     const char* const kSignature = "TEVAPIs::getSignatureStream";
-    const struct {
-        const char* tag;
-        const char* text;
-        std::function<bool()> refused;
-    } kCases[] = {
+    const struct { const char *tag, *text; std::function<bool()> refused; } kCases[] = {
         {kParse, "Stream is null.", [] { return !checkTEVInStream(nullptr); }},
         {kParse, "Stream open error.", [&] { return !checkTEVInStream(&unusable); }},
         {"TEVCommonAPIs::checkTEVInFd", "Stream->CheckError false!!", [] { return !checkTEVInHandle(nullptr); }},
@@ -141,19 +140,6 @@ TEST_F(DetectTest, RefusalsReturnNothingAfterTheirLogLine) {
     _kfclose(writeOnly);
     close(pipeEnds[0]);
     close(pipeEnds[1]);
-}
-
-TEST_F(DetectTest, Mp4CheckLooksForFtypAndKeepsThePosition) {
-    FixedBuffer mp4(fakeMp4(64));
-    FixedBuffer jpeg(fakeJpeg(64));
-    mp4.stream()->seek(17, 0);
-    jpeg.stream()->seek(23, 0);
-    EXPECT_EQ(checkMP4Stream(mp4.stream()), 1u);
-    EXPECT_EQ(checkMP4Stream(jpeg.stream()), 0u);
-    EXPECT_EQ(mp4.stream()->tell(), 17);
-    EXPECT_EQ(jpeg.stream()->tell(), 23);
-    EXPECT_EQ(checkMP4Buffer(mp4.handle()), 1u);
-    EXPECT_EQ(checkMP4Buffer(FixedBuffer(textBytes("abcdef")).handle()), 0u);
 }
 
 TEST_F(DetectTest, ReadOnlyFileCanBeCheckedOnlyForReading) {
