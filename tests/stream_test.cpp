@@ -22,11 +22,7 @@ using namespace tevtest;
 
 constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
 
-// A medium with its stream type and the tag its size probe logs under
-// (none for a buffer, whose size is the handle's write size).
-struct StreamCase { Medium medium; uint32_t type; const char* probeTag; };
-
-class StreamContract : public LogCaptureTest, public ::testing::WithParamInterface<StreamCase> {};
+class StreamContract : public LogCaptureTest, public ::testing::WithParamInterface<Medium> {};
 
 const Bytes kContent = pattern(10);
 constexpr const char* kSeekLog = "errno : 22";  // EINVAL
@@ -79,27 +75,30 @@ const Step kSteps[] = {
 };
 
 TEST_P(StreamContract, EachCallGivesItsResultPositionBytesAndLogLine) {
-    const bool onBuffer = GetParam().medium == Medium::Buffer;
+    const bool onBuffer = GetParam() == Medium::Buffer;
+    const bool onFd = GetParam() == Medium::Fd;
+    const uint32_t type = onBuffer ? TEV_STREAM_BUFFER : onFd ? TEV_STREAM_FD : TEV_STREAM_FILE;
+    const char* probeTag = onFd ? "TEVStreamFile::TevStreamFile" : "TEVStream::TevStreamFile";
     for (const Step& step : kSteps) {
         SCOPED_TRACE(step.what);
-        StreamOver over(GetParam().medium, kContent, 2);
+        StreamOver over(GetParam(), kContent, 2);
         TevStream& s = *over.get();
-        EXPECT_EQ(s.GetStreamType(), GetParam().type);
+        EXPECT_EQ(s.GetStreamType(), type);
         ASSERT_EQ(s.seek(2, SEEK_SET), 2);
         clearLog();
         EXPECT_EQ(step.call(s), onBuffer ? step.onBuffer : step.onFile);
         EXPECT_EQ(s.tell(), onBuffer ? step.bufferAt : step.fileAt);
         EXPECT_EQ(over.contents(), step.after.empty() ? kContent : step.after);
         const char* log = onBuffer ? nullptr : step.fileLog;
-        const char* tag = log == kProbeLog ? GetParam().probeTag : "_klseek";
+        const char* tag = log == kProbeLog ? probeTag : "_klseek";
         EXPECT_TRUE(log ? logLines().size() == 1 && loggedError(tag, log) : logLines().empty()) << dumpLog();
     }
 }
 
 TEST_P(StreamContract, CopyTakesTheSourceFromItsStartToTheDestinationPositionAndRewinds) {
     const Bytes content = pattern(10000);  // several stack chunks and a partial one
-    StreamOver src(GetParam().medium, content);
-    StreamOver dst(GetParam().medium, {0xEE}, 10000);
+    StreamOver src(GetParam(), content);
+    StreamOver dst(GetParam(), {0xEE}, 10000);
     ASSERT_EQ(src.get()->seek(500, SEEK_SET), 500);
     ASSERT_EQ(dst.get()->seek(1, SEEK_SET), 1);
     testing::internal::CaptureStdout();
@@ -111,11 +110,7 @@ TEST_P(StreamContract, CopyTakesTheSourceFromItsStartToTheDestinationPositionAnd
     EXPECT_EQ(src.get()->tell(), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Media, StreamContract,
-                         ::testing::Values(StreamCase{Medium::Buffer, TEV_STREAM_BUFFER, nullptr},
-                                           StreamCase{Medium::FilePtr, TEV_STREAM_FILE, "TEVStream::TevStreamFile"},
-                                           StreamCase{Medium::Fd, TEV_STREAM_FD, "TEVStreamFile::TevStreamFile"}),
-                         [](const auto& info) { return mediumName(info.param.medium); });
+INSTANTIATE_TEST_SUITE_P(Media, StreamContract, ::testing::ValuesIn(kStreamMedia), mediumName);
 
 using StreamTest = LogCaptureTest;
 
