@@ -151,12 +151,7 @@ TEST_F(StreamTest, CopyRefusesArgumentsInOrderAndStopsAtAShortReadOrWrite) {
     TevStreamFile closedFile(nullptr);
     TevStreamBuffer noHandle(nullptr);
     // What each logs under "TevStream::Copy", or prints.
-    const struct {
-        TevStream *dst, *src;
-        int64_t size;
-        int result;
-        const char *logged, *printed;
-    } kCases[] = {
+    const struct { TevStream *dst, *src; int64_t size; int result; const char *logged, *printed; } kCases[] = {
         {nullptr, nullptr, 0, 0, "size_of_byte <= 0 !!", ""},
         {nullptr, good.get(), 4, 0, "dst stream NULL !!", ""},
         {&closedFile, nullptr, 4, 0, "dst stream CheckError false", ""},
