@@ -1,7 +1,9 @@
-// Telling plain, container, Voxa and mixed files apart, and the checks that
-// parse a container into a pack.
+// Telling plain, container, Voxa and mixed files apart, the checks that
+// parse a container into a pack, and the version read from a directory.
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <functional>
 
 #include <gtest/gtest.h>
 
@@ -57,50 +59,87 @@ INSTANTIATE_TEST_SUITE_P(AllMedia, DetectOnMedium,
 
 class DetectTest : public LogCaptureTest {};
 
-TEST_F(DetectTest, SignatureComesFromTheLastBytes) {
-    EXPECT_EQ(signatureOn(fakeJpeg(200), Medium::Buffer), SIGNATURE_DETECTION_FAIL);
-    EXPECT_EQ(signatureOn(textBytes("TEVT!"), Medium::Buffer), SIGNATURE_DETECTION_FAIL);
-    EXPECT_EQ(signatureOn(endingWith(50, "TEVT"), Medium::Buffer), SIGNATURE_TEV);
-    EXPECT_EQ(signatureOn(endingWith(33, "VOXABS"), Medium::Buffer), SIGNATURE_DETECTION_FAIL);
-    EXPECT_EQ(signatureOn(voxaOnly(), Medium::Buffer), SIGNATURE_VOXA);
-    EXPECT_EQ(signatureOn(containerThenVoxa(mediaWithSound(), 100, 140), Medium::Buffer), SIGNATURE_VOXA_TEV);
-    EXPECT_TRUE(logLines().empty()) << dumpLog();
-    // 34 bytes: where "TEVT" would stand is the first byte of the file.
-    EXPECT_EQ(signatureOn(endingWith(34, "VOXABS"), Medium::Buffer), SIGNATURE_ERROR);
-    EXPECT_TRUE(loggedError("TEV::getSignatureFP", "File Search Error"));
-    EXPECT_EQ(getSignatureStream(nullptr), SIGNATURE_ERROR);
-    EXPECT_TRUE(loggedError("TEVAPIs::getSignatureStream", "Stream is null\n"));
-    EXPECT_GT(getSignatureFd(0), SIGNATURE_VOXA_TEV);  // what the log call returned
-    EXPECT_TRUE(loggedError("TEVEncoderAPIs::getSignatureFd", "fd error!!"));
+TEST_F(DetectTest, SignatureVersionAndMp4CheckComeFromTheFilesBytes) {
+    const struct { Bytes bytes; uint32_t signature, isTev, version, mp4; } kCases[] = {
+        {fakeJpeg(200), SIGNATURE_DETECTION_FAIL, 0, 1, 0},
+        {fakeMp4(64), SIGNATURE_DETECTION_FAIL, 0, 1, 1},
+        {textBytes("TEVT!"), SIGNATURE_DETECTION_FAIL, 0, 1, 0},
+        {endingWith(33, "VOXABS"), SIGNATURE_DETECTION_FAIL, 0, 1, 0},
+        {buildContainer(fakeJpeg(kMediaSize), kRecords), SIGNATURE_TEV, 1, 107, 0},
+        {voxaOnly(), SIGNATURE_VOXA, 0, 0, 0},
+        {containerThenVoxa(mediaWithSound(), 100, 140), SIGNATURE_VOXA_TEV, 1, 107, 0},
+    };
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.bytes.size());
+        EXPECT_EQ(signatureOn(c.bytes, Medium::Buffer), c.signature);
+        EXPECT_EQ(isTEVFile(TempFile(c.bytes).c_str()), c.isTev);
+        FixedBuffer buffer(c.bytes);
+        ASSERT_EQ(buffer.stream()->seek(3, SEEK_SET), 3);
+        EXPECT_EQ(checkMP4Stream(buffer.stream()), c.mp4);
+        EXPECT_EQ(buffer.stream()->tell(), 3);  // the MP4 check keeps the position
+        EXPECT_EQ(checkMP4Buffer(buffer.handle()), c.mp4);
+        EXPECT_EQ(GetTEVVersion(buffer.stream()), c.version);
+    }
+    // Only the 5-byte file has no bytes 4-7 for the two MP4 checks to read.
+    EXPECT_EQ(logLines().size(), 2u) << dumpLog();
+    EXPECT_TRUE(loggedError("TEV::checkMP4Stream", "File Read Error")) << dumpLog();
 }
 
-TEST_F(DetectTest, CheckFindsNothingInPlainMediaGarbageOrMissingInput) {
-    EXPECT_EQ(PackOnMedium(fakeJpeg(300), Medium::Buffer).pack(), nullptr);
-    EXPECT_TRUE(logLines().empty()) << dumpLog();
-    EXPECT_EQ(PackOnMedium(endingWith(200, "TEVT"), Medium::Buffer).pack(), nullptr);
-    EXPECT_EQ(checkTEVWithReadPM_Fd(0), nullptr);
-    EXPECT_EQ(checkTEVInFP(nullptr), nullptr);
-    EXPECT_TRUE(loggedError("TEVCommonAPIs::checkTEVInFP", "fp is null!!"));
-}
-
-TEST_F(DetectTest, IsTEVFileOnlyForFilesEndingWithAContainer) {
-    const std::pair<Bytes, uint32_t> kCases[] = {{buildContainer(fakeJpeg(kMediaSize), kRecords), 1u},
-                                                 {containerThenVoxa(mediaWithSound(), 100, 140), 1u},
-                                                 {voxaOnly(), 0u},
-                                                 {fakeJpeg(kMediaSize), 0u}};
-    for (const auto& [bytes, expected] : kCases) EXPECT_EQ(isTEVFile(TempFile(bytes).c_str()), expected);
-}
-
-TEST_F(DetectTest, Mp4CheckLooksForFtypAndKeepsThePosition) {
-    FixedBuffer mp4(fakeMp4(64));
-    FixedBuffer jpeg(fakeJpeg(64));
-    mp4.stream()->seek(17, 0);
-    jpeg.stream()->seek(23, 0);
-    EXPECT_EQ(checkMP4Stream(mp4.stream()), 1u);
-    EXPECT_EQ(checkMP4Stream(jpeg.stream()), 0u);
-    EXPECT_EQ(mp4.stream()->tell(), 17);
-    EXPECT_EQ(jpeg.stream()->tell(), 23);
-    EXPECT_EQ(checkMP4Stream(FixedBuffer(textBytes("abcdef")).stream()), 0u);
+// Every refusal gives 0 or null, after the line it logs (a failed seek logs
+// its own line first) or none.
+TEST_F(DetectTest, RefusalsReturnNothingAfterTheirLogLine) {
+    TevStreamFile unusable(nullptr);
+    TempFile jpeg(fakeJpeg(64));
+    FILE* writeOnly = _kfopen(jpeg.c_str(), "ab");
+    TevStreamFile unreadable(writeOnly);
+    int pipeEnds[2] = {-1, -1};
+    ASSERT_EQ(pipe(pipeEnds), 0);
+    TevStreamFD unseekable(pipeEnds[0]);
+    const std::string missing = jpeg.path() + ".missing";
+    const Bytes shortKtho = ByteBuilder().zeros(12).u32le(15).text("TEVT").take();  // reaches before the file
+    const char* const kParse = "TEVCommonAPIs::checkTEVInStreamVersionNotchecked";
+    const char* const kSignature = "TEVAPIs::getSignatureStream";
+    const struct { const char *tag, *text; std::function<bool()> refused; } kCases[] = {
+        {kParse, "Stream is null.", [] { return !checkTEVInStream(nullptr); }},
+        {kParse, "Stream open error.", [&] { return !checkTEVInStream(&unusable); }},
+        {"TEVCommonAPIs::checkTEVInFd", "Stream->CheckError false!!", [] { return !checkTEVInHandle(nullptr); }},
+        {"TEVCommonAPIs::checkTEVInFd", "fd error!!", [] { return !checkTEVInFd(-1); }},
+        {"TEV::checkTEVInFile", "filename null", [] { return !checkTEVInFile(nullptr); }},
+        {"TEVCommonAPIs", "File Open Error", [&] { return !checkTEVInFile(missing.c_str()); }},
+        {"TEVCommonAPIs::checkTEVWithReadPM", "File Open Error", [&] { return !checkTEVWithReadPM(missing.c_str()); }},
+        {"TEVCommonAPIs::checkTEVWithReadPM", "filename null", [] { return !checkTEVWithReadPM_Fd(0); }},
+        {"TEVCommonAPIs::checkTEVInFP", "fp is null!!", [] { return !checkTEVInFP(nullptr); }},
+        {nullptr, nullptr, [] { return !PackOnMedium(fakeJpeg(300), Medium::Buffer).pack(); }},
+        {"TEV::ParseTEV", "file has no sound OFFS",
+         [] { return !PackOnMedium(endingWith(200, "TEVT"), Medium::Buffer).pack(); }},
+        {nullptr, nullptr, [] { return errorCheckTEVInFp(nullptr) == 0; }},
+        {kSignature, "Stream is null\n", [] { return getSignatureStream(nullptr) == SIGNATURE_ERROR; }},
+        {kSignature, "CheckError is false\n", [&] { return getSignatureStream(&unusable) == SIGNATURE_ERROR; }},
+        {kSignature, "File Read Error", [&] { return getSignatureStream(&unreadable) == SIGNATURE_ERROR; }},
+        // 34 bytes: where "TEVT" would stand is the first byte of the file.
+        {"TEV::getSignatureFP", "File Search Error",
+         [] { return signatureOn(endingWith(34, "VOXABS"), Medium::Buffer) == SIGNATURE_ERROR; }},
+        // What the log call returned, which is no signature value.
+        {"TEVEncoderAPIs::getSignatureFd", "fd error!!", [] { return getSignatureFd(0) > SIGNATURE_VOXA_TEV; }},
+        {"TEVAPIs::checkMP4Stream", "Stream is null\n", [] { return checkMP4Stream(nullptr) == 0; }},
+        {kSignature, "Stream is null\n", [] { return GetTEVVersion(nullptr) == 0; }},
+        {kSignature, "CheckError is false\n", [&] { return GetTEVVersion(&unusable) == 0; }},
+        {kSignature, "File Search Error", [&] { return GetTEVVersion(&unseekable) == 0; }},
+        {nullptr, nullptr, [&] { return GetTEVVersion(&unreadable) == 0; }},
+        {"TEV::GetTEVVersion", "Sig Search Error",
+         [] { return GetTEVVersion(FixedBuffer(textBytes("xxTEVT")).stream()) == 0; }},
+        {"TEV::GetTEVVersion", "Sig Search Error", [&] { return GetTEVVersion(FixedBuffer(shortKtho).stream()) == 0; }},
+    };
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(std::string(c.tag ? c.tag : "no log") + ": " + (c.text ? c.text : ""));
+        clearLog();
+        EXPECT_TRUE(c.refused());
+        EXPECT_TRUE(c.tag ? loggedError(c.tag, c.text) : logLines().empty()) << dumpLog();
+        EXPECT_LE(logLines().size(), 2u) << dumpLog();
+    }
+    _kfclose(writeOnly);
+    close(pipeEnds[0]);
+    close(pipeEnds[1]);
 }
 
 TEST_F(DetectTest, ReadOnlyFileCanBeCheckedOnlyForReading) {
@@ -117,10 +156,10 @@ TEST_F(DetectTest, ReadOnlyFileCanBeCheckedOnlyForReading) {
 TEST_F(DetectTest, ErrorCheckTrustsTheTailOfOldVersionsOnly) {
     Bytes badName = buildContainer(fakeJpeg(kMediaSize), kRecords);
     badName[kMediaSize + 4] = 0;  // name length 0: the directory parses, the names do not
-    FixedBuffer damaged(badName);
-    EXPECT_EQ(checkTEVInStream(damaged.stream()), nullptr);
+    StreamOver damaged(Medium::FilePtr, badName);
+    EXPECT_EQ(checkTEVInStream(damaged.get()), nullptr);
     EXPECT_TRUE(loggedError("TEVCommonAPIs::checkTEVInStreamVersionNotchecked", "getAllNameOfDataList err."));
-    EXPECT_EQ(errorCheckTEVInStream(damaged.stream()), 1u);
+    EXPECT_EQ(errorCheckTEVInFp(damaged.fp()), 1u);
 
     // A count the file cannot hold: only the wide-entry versions read the list.
     Bytes overCounted = buildContainer(fakeJpeg(kMediaSize), kRecords, {110});

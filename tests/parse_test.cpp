@@ -11,8 +11,8 @@
 
 #include "support/bytes.h"
 #include "support/log_capture.h"
+#include "support/medium.h"
 #include "support/records.h"
-#include "support/stream_over.h"
 #include "tev/container.h"
 #include "tev/detect.h"
 #include "tev/stream.h"
@@ -55,14 +55,14 @@ Bytes threeRecordFile(const ContainerOptions& options = {}) {
 // batched readers on a buffer and a file, whose short reads differ.
 class ParseTest : public LogCaptureTest {
 protected:
-    TevStream* open(const Bytes& content, StreamMedium medium = StreamMedium::Buffer) {
+    TevStream* open(const Bytes& content, Medium medium = Medium::Buffer) {
         stream_ = std::make_unique<StreamOver>(medium, content);
         return stream_->get();
     }
     // ParseTEV, getTEVList and, with `names`, getAllNameOfDataList; null when
     // one of them fails.
     tev::Index parse(const Bytes& content, bool names = true, uint32_t signature = SIGNATURE_TEV,
-                     StreamMedium medium = StreamMedium::Buffer) {
+                     Medium medium = Medium::Buffer) {
         tev::Index info(ParseTEV(open(content, medium), signature));
         if (!info || getTEVList(info.get()) != 1) return nullptr;
         if (names && getAllNameOfDataList(info.get()) != 1) return nullptr;
@@ -80,7 +80,7 @@ Region dataAt(_TEV_info* info, uint32_t index, bool sub = false) {
 Region subAt(_TEV_info* info, uint32_t index) { return dataAt(info, index, true); }
 
 TEST_F(ParseTest, ReadsEveryRecordOnEveryStreamMedium) {
-    for (StreamMedium medium : kStreamMedia) {
+    for (Medium medium : kStreamMedia) {
         SCOPED_TRACE(mediumName(medium));
         tev::Index info = parse(threeRecordFile(), true, SIGNATURE_TEV, medium);
         ASSERT_TRUE(info) << dumpLog();
@@ -270,7 +270,7 @@ TEST_F(ParseTest, DuplicateNamesFindTheEarliestEntry) {
 // Indexes and packs made by hand, for refusals the parser never lets
 // through: each call refuses with its own line, in order.
 TEST_F(ParseTest, UnusableArgumentsAreRefusedWithTheirLog) {
-    StreamOver usable(StreamMedium::Buffer, oneRecordFile());
+    StreamOver usable(Medium::Buffer, oneRecordFile());
     TevStreamFile unusable(nullptr);
     _TEV_data_info entry{32, 22, 0, 0, 0, nullptr, 0}, atZero{0, 22, 0, 0, 0, nullptr, 0};
     _TEV_data_info* entries[] = {&entry};
@@ -342,14 +342,14 @@ TEST_F(ParseTest, DirectoryCutShortFailsAtTheSameEntryAsFieldReads) {
                                                       RecordSpec{2, "beta", std::nullopt, textBytes("1234567")}});
     Bytes refused = file;
     putU32le(refused, 151 + 4, 0);  // the first entry's start offset
-    for (StreamMedium medium : {StreamMedium::Buffer, StreamMedium::File}) {
+    for (Medium medium : {Medium::Buffer, Medium::FilePtr}) {
         for (const Bytes* bytes : {static_cast<const Bytes*>(&refused), &file}) {
             SCOPED_TRACE(mediumName(medium) + (bytes == &file ? " sound" : " refused"));
             clearLog();
             tev::Index info(ParseTEV(open(*bytes, medium), SIGNATURE_TEV));
             ASSERT_TRUE(info) << dumpLog();
             ASSERT_EQ(stream_->get()->truncate(163 + 6), 0);
-            const bool listed = bytes == &file && medium == StreamMedium::File;
+            const bool listed = bytes == &file && medium == Medium::FilePtr;
             EXPECT_EQ(getTEVList(info.get()), listed ? 1u : 0u) << dumpLog();
             if (listed) {
                 EXPECT_EQ(std::make_pair(info->meta_data[1]->start_offset, info->meta_data[1]->length),
@@ -396,7 +396,7 @@ TEST_F(ParseTest, BatchedReadsFailWhereRecordByRecordReadsFail) {
         {"CutInsideAName", 0, 0, fieldsAt[k] + 7, k + 1, "File System Error -1\n ", kZero},
         {"CutInsideLengthFields", 0, 0, fieldsAt[k] + 2, k, kZero},
     };
-    for (StreamMedium medium : {StreamMedium::Buffer, StreamMedium::File}) {
+    for (Medium medium : {Medium::Buffer, Medium::FilePtr}) {
         for (const auto& c : kCases) {
             SCOPED_TRACE(mediumName(medium) + " " + c.label);
             Bytes damaged = file;
@@ -410,7 +410,7 @@ TEST_F(ParseTest, BatchedReadsFailWhereRecordByRecordReadsFail) {
             std::vector<std::string> log, expected;
             for (const LogLine& line : logLines()) log.push_back(line.tag + ": " + line.text);
             if (c.failsAt < kRecords) {
-                const std::string& first = medium == StreamMedium::File && !c.onFile.empty() ? c.onFile : c.line;
+                const std::string& first = medium == Medium::FilePtr && !c.onFile.empty() ? c.onFile : c.line;
                 expected = {"TEVInternal::_getNameOfData: " + first,
                             "TEV::getAllNameOfDataList: " + std::to_string(c.failsAt) + "th data has no name!"};
             }

@@ -20,7 +20,6 @@
 #include "support/medium.h"
 #include "support/records.h"
 #include "support/sound_files.h"
-#include "support/stream_over.h"
 #include "tev/tev.h"
 #include "tev/tev.hpp"
 
@@ -267,7 +266,7 @@ TEST(SoundList, NamesCountAndSoundsAreReadBackDamagedListsRefused) {
 }
 
 TEST(SoundWriters, BlockAndFirstRecordsByteForByte) {
-    StreamOver out(StreamMedium::Buffer, {}, 128);
+    StreamOver out(Medium::Buffer, {}, 128);
     TevStream& s = *out.get();
     EXPECT_EQ(s.WriteSoundHeader(), 4);
     EXPECT_EQ(s.WriteSoundCount(1), 4);
@@ -283,7 +282,7 @@ TEST(SoundWriters, BlockAndFirstRecordsByteForByte) {
     // The sound record, the list record, the directory and a block, over every stream.
     const Bytes meta = metaPayload({"memo"});
     const Bytes expected = imageWithRecordSound(media(), {soundRecord("memo", soundA()), metaRecord({"memo"})}, 0);
-    for (StreamMedium medium : kStreamMedia) {
+    for (Medium medium : kStreamMedia) {
         StreamOver over(medium, media(), 512);
         EXPECT_EQ(NewAddVoxaDataInFirstTimeStream(over.get(), 2048, 256, "memo", 4, soundA().data(), 37, meta.data(),
                                                   uint32_t(meta.size())),
@@ -295,7 +294,7 @@ TEST(SoundWriters, BlockAndFirstRecordsByteForByte) {
 TEST_F(SoundBlock, FirstRecordsRefuseMissingPartsWithoutWriting) {
     const char* tag = "TEVEncoder::NewAddVoxaDataInFirstTimeStream";
     const unsigned char part[5] = {};
-    StreamOver s(StreamMedium::File, media());
+    StreamOver s(Medium::FilePtr, media());
     EXPECT_EQ(NewAddVoxaDataInFirstTimeStream(s.get(), 2048, 256, "a", 1, nullptr, 5, part, 5), 0u);
     EXPECT_TRUE(loggedError(tag, "voxa_data == LUMET_TEV_NULL || voxa_data_size <= 0 "));
     EXPECT_EQ(NewAddVoxaDataInFirstTimeStream(s.get(), 2048, 256, "a", 1, part, 5, part, 0), 0u);

@@ -41,7 +41,7 @@ std::string readText(const Bytes& b, size_t at, size_t n) {
     return std::string(v.begin(), v.end());
 }
 
-static uint32_t metaTypeOf(const RecordSpec& r) { return (uint32_t(r.type) << 16) | (r.sub ? 0x8000u : 0u); }
+uint32_t metaTypeOf(const RecordSpec& r) { return (uint32_t(r.type) << 16) | (r.sub ? 0x8000u : 0u); }
 
 uint32_t recordLength(const RecordSpec& r) {
     return 8 + uint32_t(r.name.size()) + uint32_t(r.data.size()) + (r.sub ? 4 + uint32_t(r.sub->size()) : 0);

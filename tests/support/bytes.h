@@ -45,6 +45,7 @@ struct RecordSpec {
     Bytes data;
 };
 
+uint32_t metaTypeOf(const RecordSpec& r);  // type in the high half, 0x8000 with sub-information
 uint32_t recordLength(const RecordSpec& r);
 // Tag header, name, [sub-information], data.
 Bytes encodeRecord(const RecordSpec& r);

@@ -1,6 +1,5 @@
 #include "support/files.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -14,7 +13,7 @@ TempFile::TempFile(const Bytes& content, const std::string& name) {
     if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
     dir_ = pattern;
     path_ = dir_ + "/" + name;
-    write(content);
+    writeFile(path_, content);
 }
 
 TempFile::~TempFile() {
@@ -23,8 +22,6 @@ TempFile::~TempFile() {
 }
 
 Bytes TempFile::read() const { return readFile(path_); }
-
-void TempFile::write(const Bytes& content) const { writeFile(path_, content); }
 
 Bytes readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);

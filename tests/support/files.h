@@ -22,7 +22,6 @@ public:
     const std::string& path() const { return path_; }
     const char* c_str() const { return path_.c_str(); }
     Bytes read() const;
-    void write(const Bytes& content) const;
 
 private:
     std::string dir_;

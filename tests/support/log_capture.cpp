@@ -20,17 +20,13 @@ const std::vector<LogLine>& capturedLog() { return storage(); }
 
 void clearLog() { storage().clear(); }
 
-void installLogCapture() {
+void LogCaptureTest::SetUp() {
     static const bool installed = [] {
         __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
         __android_log_set_logger(captureLogger);
         return true;
     }();
     (void)installed;
-}
-
-void LogCaptureTest::SetUp() {
-    installLogCapture();
     clearLog();
 }
 

@@ -19,10 +19,9 @@ struct LogLine {
 // Every log line written since the last clearLog().
 const std::vector<LogLine>& capturedLog();
 void clearLog();
-// Installs the capturing logger (minimum priority verbose) once per process.
-void installLogCapture();
 
-// Base fixture: installs the capture and starts each test with an empty log.
+// Base fixture: installs the capture (once per process, minimum priority
+// verbose) and starts each test with an empty log.
 class LogCaptureTest : public ::testing::Test {
 protected:
     void SetUp() override;
@@ -30,7 +29,7 @@ protected:
     const std::vector<LogLine>& logLines() const { return capturedLog(); }
     // True when some captured line has exactly this priority, tag and text.
     bool logged(int priority, const std::string& tag, const std::string& text) const;
-    // True when some captured line has this tag and text at error priority.
+    // The same at error priority.
     bool loggedError(const std::string& tag, const std::string& text) const;
     // All captured lines, one per row, for failure messages.
     std::string dumpLog() const;

@@ -3,85 +3,75 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <stdexcept>
 
 namespace tevtest {
 
-std::string mediumName(const ::testing::TestParamInfo<Medium>& info) {
+std::string mediumName(MediumOf medium) {
     static const char* const kNames[] = {"Path", "FilePtr", "Fd", "Buffer", "Handle"};
-    return kNames[static_cast<int>(info.param)];
+    return kNames[static_cast<int>(medium.medium)];
 }
 
-FixedBuffer::FixedBuffer(const Bytes& content, size_t capacity)
-    : storage_(std::max(capacity, content.size()), 0) {
-    std::copy(content.begin(), content.end(), storage_.begin());
-    handle_ = _kbsetbuffer(storage_.data(), int64_t(storage_.size()));
-    btruncate(handle_, int64_t(content.size()));
-    stream_ = new TevStreamBuffer(handle_);
-}
-
-FixedBuffer::~FixedBuffer() {
-    delete stream_;
-    _kbclose(handle_);
-}
-
-Bytes FixedBuffer::contents() const {
-    return Bytes(storage_.begin(), storage_.begin() + kbgetWriteSize(handle_));
-}
-
-uint32_t signatureOn(const Bytes& bytes, Medium medium) {
-    TempFile file(bytes);
-    uint32_t signature = SIGNATURE_ERROR;
-    if (medium == Medium::Path) {
-        signature = getSignature(file.c_str());
-    } else if (medium == Medium::FilePtr) {
-        FILE* fp = fopen(file.c_str(), "rb");
-        signature = getSignatureFP(fp);
-        fclose(fp);
-    } else if (medium == Medium::Fd) {
-        const int fd = open(file.c_str(), O_RDONLY);
-        signature = getSignatureFd(fd);
-        close(fd);
-    } else {
-        FixedBuffer buffer(bytes);
-        signature = getSignatureBuffer(buffer.handle());
+StreamOver::StreamOver(Medium medium, const Bytes& content, size_t spare) : medium_(medium) {
+    if (medium == Medium::Buffer || medium == Medium::Handle) {
+        memory_ = content;
+        memory_.resize(content.size() + spare + 1);  // a non-null area even when empty
+        handle_ = _kbsetbuffer(memory_.data(), int64_t(content.size() + spare));
+        if (handle_ == nullptr || btruncate(handle_, int64_t(content.size())) != 0) {
+            throw std::runtime_error("buffer handle");
+        }
+        stream_ = std::make_unique<TevStreamBuffer>(handle_);
+        return;
     }
-    return signature;
+    file_ = std::make_unique<TempFile>(content);
+    if (medium == Medium::Fd) {
+        fd_ = open(file_->c_str(), O_RDWR);
+        if (fd_ < 1) throw std::runtime_error("open " + file_->path());
+        stream_ = std::make_unique<TevStreamFD>(fd_);
+        return;
+    }
+    fp_ = _kfopen(file_->c_str(), "r+b");
+    if (fp_ == nullptr) throw std::runtime_error("open " + file_->path());
+    stream_ = std::make_unique<TevStreamFile>(fp_);
 }
 
-PackOnMedium::PackOnMedium(const Bytes& bytes, Medium medium) : medium_(medium), file_(bytes), buffer_(bytes) {
-    switch (medium_) {
-        case Medium::Path: pack_ = checkTEVInFile(file_.c_str()); break;
-        case Medium::FilePtr:
-            fp_ = fopen(file_.c_str(), "r+b");
-            pack_ = checkTEVInFP(fp_);
-            break;
-        case Medium::Fd:
-            fd_ = open(file_.c_str(), O_RDWR);
-            pack_ = checkTEVInFd(fd_);
-            break;
-        case Medium::Buffer: pack_ = checkTEVInBuffer(buffer_.data(), int64_t(buffer_.size())); break;
-        case Medium::Handle:
-            handle_ = _kbsetbuffer(buffer_.data(), int64_t(buffer_.size()));
-            btruncate(handle_, int64_t(buffer_.size()));
-            pack_ = checkTEVInHandle(handle_);
-            break;
-    }
-}
-
-PackOnMedium::~PackOnMedium() {
-    if (pack_ != nullptr) {
-        if (medium_ == Medium::Path || medium_ == Medium::Buffer) destroyTEVDATA(pack_);
-        if (medium_ == Medium::FilePtr || medium_ == Medium::Fd) destroyTEVDATA_FP(pack_);
-        if (medium_ == Medium::Handle) destroyTEVDATA_Buffer(pack_);
-    }
-    if (fp_ != nullptr) fclose(fp_);
+StreamOver::~StreamOver() {
+    stream_.reset();
+    if (fp_ != nullptr) _kfclose(fp_);
     if (fd_ >= 0) close(fd_);
     if (handle_ != nullptr) _kbclose(handle_);
 }
 
-Bytes PackOnMedium::contents() const {
-    return medium_ == Medium::Buffer || medium_ == Medium::Handle ? buffer_ : file_.read();
+Bytes StreamOver::contents() const {
+    if (file_) return file_->read();
+    return Bytes(memory_.begin(), memory_.begin() + kbgetWriteSize(handle_));
+}
+
+uint32_t signatureOn(const Bytes& bytes, Medium medium) {
+    StreamOver over(medium, bytes);
+    switch (medium) {
+        case Medium::Path: return getSignature(over.path());
+        case Medium::FilePtr: return getSignatureFP(over.fp());
+        case Medium::Fd: return getSignatureFd(over.fd());
+        default: return getSignatureBuffer(over.handle());
+    }
+}
+
+PackOnMedium::PackOnMedium(const Bytes& bytes, Medium medium) : medium_(medium), over_(medium, bytes) {
+    switch (medium_) {
+        case Medium::Path: pack_ = checkTEVInFile(over_.path()); break;
+        case Medium::FilePtr: pack_ = checkTEVInFP(over_.fp()); break;
+        case Medium::Fd: pack_ = checkTEVInFd(over_.fd()); break;
+        case Medium::Buffer: pack_ = checkTEVInBuffer(over_.memory(), int64_t(bytes.size())); break;
+        case Medium::Handle: pack_ = checkTEVInHandle(over_.handle()); break;
+    }
+}
+
+PackOnMedium::~PackOnMedium() {
+    if (pack_ == nullptr) return;
+    if (medium_ == Medium::Path || medium_ == Medium::Buffer) destroyTEVDATA(pack_);
+    if (medium_ == Medium::FilePtr || medium_ == Medium::Fd) destroyTEVDATA_FP(pack_);
+    if (medium_ == Medium::Handle) destroyTEVDATA_Buffer(pack_);
 }
 
 }  // namespace tevtest

@@ -1,11 +1,12 @@
-// Runs the library's medium forms (path, FILE*, descriptor, memory buffer,
-// buffer handle) over the same bytes, so that tests of shared behaviour can
-// be written once and parametrised over the medium.
+// The library's media (path, FILE*, descriptor, memory buffer, buffer
+// handle) over the same bytes, so that a test of shared behaviour is written
+// once and run over each medium.
 #ifndef TEV_TESTS_SUPPORT_MEDIUM_H
 #define TEV_TESTS_SUPPORT_MEDIUM_H
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -16,26 +17,53 @@
 namespace tevtest {
 
 enum class Medium { Path, FilePtr, Fd, Buffer, Handle };
+// The media a TevStream stands on.
+inline constexpr Medium kStreamMedia[] = {Medium::Buffer, Medium::FilePtr, Medium::Fd};
 
-std::string mediumName(const ::testing::TestParamInfo<Medium>& info);
+// A medium, or gtest's parameter info over one, so that mediumName serves
+// both trace lines and the names of parametrised tests.
+struct MediumOf {
+    MediumOf(Medium m) : medium(m) {}
+    MediumOf(const ::testing::TestParamInfo<Medium>& info) : medium(info.param) {}
+    Medium medium;
+};
+std::string mediumName(MediumOf medium);
 
-// A memory buffer of fixed capacity holding `content` (readable up to its
-// size), a handle over it and a stream over the handle.
-class FixedBuffer {
+// `content` held in a medium, with a TevStream over it: a buffer handle over
+// test-owned memory of capacity content + `spare` (Buffer, Handle), or a
+// temporary file opened for update through a FILE* (Path, FilePtr) or a
+// descriptor (Fd).
+class StreamOver {
 public:
-    explicit FixedBuffer(const Bytes& content, size_t capacity = 0);
-    ~FixedBuffer();
-    FixedBuffer(const FixedBuffer&) = delete;
-    FixedBuffer& operator=(const FixedBuffer&) = delete;
+    StreamOver(Medium medium, const Bytes& content, size_t spare = 0);
+    ~StreamOver();
+    StreamOver(const StreamOver&) = delete;
+    StreamOver& operator=(const StreamOver&) = delete;
 
-    TevStream* stream() const { return stream_; }
+    TevStream* get() const { return stream_.get(); }
+    Bytes contents() const;  // the medium's bytes as they are now
+    const char* path() const { return file_ ? file_->c_str() : nullptr; }
+    FILE* fp() const { return fp_; }
+    int fd() const { return fd_; }
     TevBufferHandle* handle() const { return handle_; }
-    Bytes contents() const;  // the bytes up to the handle's write size
+    uint8_t* memory() { return memory_.data(); }
 
 private:
-    Bytes storage_;
-    TevBufferHandle* handle_;
-    TevStream* stream_;
+    Medium medium_;
+    Bytes memory_;
+    TevBufferHandle* handle_ = nullptr;
+    std::unique_ptr<TempFile> file_;
+    FILE* fp_ = nullptr;
+    int fd_ = -1;
+    std::unique_ptr<TevStream> stream_;
+};
+
+// A buffer stream of exactly `capacity` bytes (at least the content's).
+class FixedBuffer : public StreamOver {
+public:
+    explicit FixedBuffer(const Bytes& content, size_t capacity = 0)
+        : StreamOver(Medium::Buffer, content, capacity > content.size() ? capacity - content.size() : 0) {}
+    TevStream* stream() const { return get(); }
 };
 
 // The signature of `bytes` through the getSignature form of `medium`
@@ -45,7 +73,7 @@ uint32_t signatureOn(const Bytes& bytes, Medium medium);
 // Holds `bytes` in one medium and runs that medium's check form over it
 // (checkTEVInFile, checkTEVInFP, checkTEVInFd, checkTEVInBuffer,
 // checkTEVInHandle). Releases the pack with the destroyer that the medium
-// calls for, then whatever the test itself opened.
+// calls for, then the medium.
 class PackOnMedium {
 public:
     PackOnMedium(const Bytes& bytes, Medium medium);
@@ -54,15 +82,11 @@ public:
     PackOnMedium& operator=(const PackOnMedium&) = delete;
 
     _TEV_info_pack* pack() const { return pack_; }
-    Bytes contents() const;  // the medium's bytes as they are now
+    Bytes contents() const { return over_.contents(); }
 
 private:
     Medium medium_;
-    TempFile file_;
-    FILE* fp_ = nullptr;
-    int fd_ = -1;
-    Bytes buffer_;
-    TevBufferHandle* handle_ = nullptr;
+    StreamOver over_;
     _TEV_info_pack* pack_ = nullptr;
 };
 
