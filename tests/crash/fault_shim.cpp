@@ -27,6 +27,7 @@
 
 namespace {
 
+// The faults in the order of their names in parseMode.
 enum class Mode { kCount, kKill, kKillHalf, kNoSpace, kIoError, kShort };
 
 struct Config {
@@ -42,12 +43,10 @@ struct Config {
 Config gConfig;
 
 Mode parseMode(const char* text) {
-    if (text == nullptr) return Mode::kCount;
-    if (std::strcmp(text, "kill") == 0) return Mode::kKill;
-    if (std::strcmp(text, "killhalf") == 0) return Mode::kKillHalf;
-    if (std::strcmp(text, "enospc") == 0) return Mode::kNoSpace;
-    if (std::strcmp(text, "eio") == 0) return Mode::kIoError;
-    if (std::strcmp(text, "short") == 0) return Mode::kShort;
+    static const char* const kNames[] = {"kill", "killhalf", "enospc", "eio", "short"};
+    for (size_t i = 0; text != nullptr && i < sizeof kNames / sizeof kNames[0]; ++i) {
+        if (std::strcmp(text, kNames[i]) == 0) return static_cast<Mode>(i + 1);
+    }
     return Mode::kCount;
 }
 
@@ -92,15 +91,6 @@ template <typename T>
 T next(const char* name) {
     return reinterpret_cast<T>(::dlsym(RTLD_NEXT, name));
 }
-
-using WriteFn = ssize_t (*)(int, const void*, size_t);
-using PwriteFn = ssize_t (*)(int, const void*, size_t, off_t);
-using Pwrite64Fn = ssize_t (*)(int, const void*, size_t, off64_t);
-using WritevFn = ssize_t (*)(int, const struct iovec*, int);
-using PwritevFn = ssize_t (*)(int, const struct iovec*, int, off_t);
-using Pwritev64Fn = ssize_t (*)(int, const struct iovec*, int, off64_t);
-using TruncateFn = int (*)(int, off_t);
-using Truncate64Fn = int (*)(int, off64_t);
 
 // Applies a fault to a call that writes `size` bytes; `writeHalf` writes the
 // first `half` bytes. Returns true with `*result` set when the call is done.
@@ -171,65 +161,65 @@ __attribute__((destructor)) void reportCount() {
     }
 }
 
+// A write of `n` bytes from `buf` through `real`, faulted when it is the
+// chosen call; `at...` is the position of the positioned forms.
+template <typename Fn, typename... At>
+ssize_t writeCall(Fn real, int fd, const void* buf, size_t n, At... at) {
+    ssize_t result = 0;
+    if (fault(nextCall(fd), n, [&](size_t half) { return real(fd, buf, half, at...); }, &result)) return result;
+    return real(fd, buf, n, at...);
+}
+
+template <typename Fn, typename... At>
+ssize_t vectorCall(Fn real, int fd, const struct iovec* v, int count, At... at) {
+    struct iovec cut[IOV_MAX];
+    ssize_t result = 0;
+    const auto half = [&](size_t size) { return real(fd, cut, cutVector(v, count, size, cut), at...); };
+    if (count <= IOV_MAX && fault(nextCall(fd), vectorSize(v, count), half, &result)) return result;
+    return real(fd, v, count, at...);
+}
+
 }  // namespace
 
 extern "C" {
 
 __attribute__((visibility("default"))) ssize_t write(int fd, const void* buf, size_t n) {
-    static const auto real = next<WriteFn>("write");
-    ssize_t result = 0;
-    if (fault(nextCall(fd), n, [&](size_t half) { return real(fd, buf, half); }, &result)) return result;
-    return real(fd, buf, n);
+    static const auto real = next<decltype(&::write)>("write");
+    return writeCall(real, fd, buf, n);
 }
 
 __attribute__((visibility("default"))) ssize_t pwrite(int fd, const void* buf, size_t n, off_t at) {
-    static const auto real = next<PwriteFn>("pwrite");
-    ssize_t result = 0;
-    if (fault(nextCall(fd), n, [&](size_t half) { return real(fd, buf, half, at); }, &result)) return result;
-    return real(fd, buf, n, at);
+    static const auto real = next<decltype(&::pwrite)>("pwrite");
+    return writeCall(real, fd, buf, n, at);
 }
 
 __attribute__((visibility("default"))) ssize_t pwrite64(int fd, const void* buf, size_t n, off64_t at) {
-    static const auto real = next<Pwrite64Fn>("pwrite64");
-    ssize_t result = 0;
-    if (fault(nextCall(fd), n, [&](size_t half) { return real(fd, buf, half, at); }, &result)) return result;
-    return real(fd, buf, n, at);
+    static const auto real = next<decltype(&::pwrite64)>("pwrite64");
+    return writeCall(real, fd, buf, n, at);
 }
 
 __attribute__((visibility("default"))) ssize_t writev(int fd, const struct iovec* v, int count) {
-    static const auto real = next<WritevFn>("writev");
-    struct iovec cut[IOV_MAX];
-    ssize_t result = 0;
-    const auto half = [&](size_t size) { return real(fd, cut, cutVector(v, count, size, cut)); };
-    if (count <= IOV_MAX && fault(nextCall(fd), vectorSize(v, count), half, &result)) return result;
-    return real(fd, v, count);
+    static const auto real = next<decltype(&::writev)>("writev");
+    return vectorCall(real, fd, v, count);
 }
 
 __attribute__((visibility("default"))) ssize_t pwritev(int fd, const struct iovec* v, int count, off_t at) {
-    static const auto real = next<PwritevFn>("pwritev");
-    struct iovec cut[IOV_MAX];
-    ssize_t result = 0;
-    const auto half = [&](size_t size) { return real(fd, cut, cutVector(v, count, size, cut), at); };
-    if (count <= IOV_MAX && fault(nextCall(fd), vectorSize(v, count), half, &result)) return result;
-    return real(fd, v, count, at);
+    static const auto real = next<decltype(&::pwritev)>("pwritev");
+    return vectorCall(real, fd, v, count, at);
 }
 
 __attribute__((visibility("default"))) ssize_t pwritev64(int fd, const struct iovec* v, int count, off64_t at) {
-    static const auto real = next<Pwritev64Fn>("pwritev64");
-    struct iovec cut[IOV_MAX];
-    ssize_t result = 0;
-    const auto half = [&](size_t size) { return real(fd, cut, cutVector(v, count, size, cut), at); };
-    if (count <= IOV_MAX && fault(nextCall(fd), vectorSize(v, count), half, &result)) return result;
-    return real(fd, v, count, at);
+    static const auto real = next<decltype(&::pwritev64)>("pwritev64");
+    return vectorCall(real, fd, v, count, at);
 }
 
 __attribute__((visibility("default"))) int ftruncate(int fd, off_t length) {
-    static const auto real = next<TruncateFn>("ftruncate");
+    static const auto real = next<decltype(&::ftruncate)>("ftruncate");
     return truncateCall(nextCall(fd), [&] { return real(fd, length); });
 }
 
 __attribute__((visibility("default"))) int ftruncate64(int fd, off64_t length) {
-    static const auto real = next<Truncate64Fn>("ftruncate64");
+    static const auto real = next<decltype(&::ftruncate64)>("ftruncate64");
     return truncateCall(nextCall(fd), [&] { return real(fd, length); });
 }
 

@@ -51,6 +51,15 @@ uint32_t len(const char* s) { return static_cast<uint32_t>(std::strlen(s)); }
 
 int ok(uint32_t result) { return result != 0 ? 0 : 1; }
 
+// The exit status of `call` on PATH opened as an app's descriptor.
+template <typename Call>
+int onFd(const char* path, Call call) {
+    const int fd = open(path, O_RDWR);
+    const int rc = ok(call(fd));
+    close(fd);
+    return rc;
+}
+
 // Names added by the crowd: "p<process>t<thread>r<i>".
 uint32_t crowdAdd(const char* path, int process, int thread, int count) {
     uint32_t added = 0;
@@ -99,11 +108,10 @@ int main(int argc, char** argv) {
             return ok(saveTEVDataToFile(file, argv[3], len(argv[3]), nullptr, 0, data.data(),
                                         static_cast<uint32_t>(data.size()), 1, update));
         }
-        const int fd = open(file, O_RDWR);
-        const int rc = ok(saveTEVDataToFd(fd, argv[3], len(argv[3]), nullptr, 0, data.data(),
-                                          static_cast<uint32_t>(data.size()), 1, update));
-        close(fd);
-        return rc;
+        return onFd(file, [&](int fd) {
+            return saveTEVDataToFd(fd, argv[3], len(argv[3]), nullptr, 0, data.data(),
+                                   static_cast<uint32_t>(data.size()), 1, update);
+        });
     }
     if (op == "delete") return ok(deleteTEVDataFromFile(file, argv[3], len(argv[3])));
     if (op == "cover") {
@@ -111,15 +119,12 @@ int main(int argc, char** argv) {
         return ok(FastChangeCoverData(file, media.data(), static_cast<uint32_t>(media.size())));
     }
     if (op == "deletefd") {
-        const int fd = open(file, O_RDWR);
-        _TEV_info_pack* pack = checkTEVInFd(fd);
-        uint32_t result = 0;
-        if (pack != nullptr) {
-            result = deleteTEVDataFromFilebyName(&pack, argv[3], len(argv[3]));
+        return onFd(file, [&](int fd) {
+            _TEV_info_pack* pack = checkTEVInFd(fd);
+            const uint32_t result = pack != nullptr ? deleteTEVDataFromFilebyName(&pack, argv[3], len(argv[3])) : 0;
             if (pack != nullptr) destroyTEVDATA_FP(pack);
-        }
-        close(fd);
-        return ok(result);
+            return result;
+        });
     }
     if (op == "deletemulti") {
         std::vector<const char*> names(argv + 3, argv + argc);
@@ -130,12 +135,7 @@ int main(int argc, char** argv) {
     }
     if (op == "clear") return ok(deleteAllDataFromFile(file));
     if (op == "fastclear") return ok(deleteFastAllTEVData(file));
-    if (op == "clearfd") {
-        const int fd = open(file, O_RDWR);
-        const int rc = ok(deleteAllDataFromFd(fd));
-        close(fd);
-        return rc;
-    }
+    if (op == "clearfd") return onFd(file, [](int fd) { return deleteAllDataFromFd(fd); });
     if (op == "sound") {
         std::vector<unsigned char> data = slurp(argv[4]);
         return ok(saveVoxaToImageFile(file, data.data(), static_cast<uint32_t>(data.size()), argv[3], len(argv[3])));
@@ -145,10 +145,8 @@ int main(int argc, char** argv) {
     if (op == "copy") return ok(copyTEVData(argv[2], argv[3]));
     if (op == "copyfd") {
         const int src = open(argv[2], O_RDWR);
-        const int dst = open(argv[3], O_RDWR);
-        const int rc = ok(copyTEVDataFd(src, dst));
+        const int rc = onFd(argv[3], [&](int dst) { return copyTEVDataFd(src, dst); });
         close(src);
-        close(dst);
         return rc;
     }
     if (op == "read") {
