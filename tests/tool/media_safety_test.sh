@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Media safety with real decoders: every kind of edit (first add, append,
-# replace, delete one, delete the last record, delete all; and on the JPEG
-# every sound edit) on copies of the sample JPEG, HEIC and MP4 must leave the media bytes in front of the
-# container unchanged, keep the file decodable, and (for ISO base media
-# files) keep the top-level box chain reaching exactly to the end of the file.
+# replace, delete one, delete the last record, delete all; on the JPEG every
+# sound edit; `tev cover` with shorter and longer media) on copies of the
+# sample JPEG, HEIC and MP4 must leave the media in front of the container as
+# it should be, keep the file decodable, and (for ISO base media files) keep
+# the top-level box chain reaching exactly to the end of the file.
 # Usage: media_safety_test.sh TEV_BINARY RAW_FIRST_ADD_BINARY SOURCE_DIR
 set -euo pipefail
 
@@ -16,6 +17,7 @@ media=$source_dir/media
 
 head -c 5000 /dev/urandom >"$scratch/sound.bin"
 printf 'sub-information' >"$scratch/sub.bin"
+printf 'a second sound' >"$scratch/second.bin"
 
 # decodes KIND FILE: the decoder for KIND reads FILE without a complaint.
 decodes() {
@@ -31,14 +33,12 @@ decodes() {
 boxes_reach_end() {
   python3 - "$1" <<'PY'
 import struct, sys
-data = open(sys.argv[1], 'rb').read()
-pos = 0
+data, pos = open(sys.argv[1], 'rb').read(), 0
 while pos + 8 <= len(data):
     size = struct.unpack('>I', data[pos:pos + 4])[0]
     if size == 1:  # a 64-bit size follows the type
         size = struct.unpack('>Q', data[pos + 8:pos + 16])[0]
-    elif size == 0:  # the box reaches to the end
-        size = len(data) - pos
+    size = size or len(data) - pos  # 0: the box reaches to the end
     if size < 8:
         sys.exit(1)
     pos += size
@@ -46,15 +46,17 @@ sys.exit(pos != len(data))
 PY
 }
 
-# step KIND FILE NAMES CMD...: CMD edits FILE, a copy of media/sample.KIND.
-# Afterwards the file holds the records NAMES (a Python list) behind the
-# untouched, decodable media in a sound box chain, or, with NAMES "media",
-# is the sample again byte for byte.
+# step KIND FILE NAMES CMD...: CMD edits FILE, a copy of media/sample.KIND
+# (or, with $front set, of that media). Afterwards FILE holds the entries
+# NAMES (a Python list) of `tev $listing` behind the untouched, decodable
+# media, or, with NAMES "media", is that media again byte for byte.
+listing=list
 step() {
-  local kind=$1 file=$2 names=$3
-  local original=$media/sample.$kind what="$kind: ${*:5}"
+  local kind=$1 file=$2 names=$3 what="$1: ${*:5}"
+  local original=${front:-$media/sample.$kind}
   shift 3
   expect_status 0 "$what" "$@"
+  cp "$scratch/stdout" "$scratch/edit.out"
   if [[ $names == media ]]; then
     expect_same "$what" "$original" "$file"
     return
@@ -62,8 +64,9 @@ step() {
   cmp -s -n "$(stat -c %s "$original")" "$original" "$file" || note_failure "$what: media bytes changed"
   decodes "$kind" "$file" || note_failure "$what: $kind decoder complained: $(cat "$scratch/decoder")"
   [[ $kind == jpg ]] || boxes_reach_end "$file" || note_failure "$what: top-level boxes do not reach the end"
-  expect_status 0 "$what: list" "$tev" list "$file" --json
-  expect_json "$what: records" "[r['name'] for r in d['records']] == $names"
+  # shellcheck disable=SC2086
+  expect_status 0 "$what: $listing" "$tev" $listing "$file" --json
+  expect_json "$what: entries" "[r['name'] for r in d.get('records', d.get('sounds'))] == $names"
 }
 
 # The edits after a first record "first" is in place.
@@ -95,37 +98,67 @@ expect_status 0 "boxless mp4 info" "$tev" info "$file" --json
 expect_json "boxless mp4 info" "d['container']['boxed'] is False and d['container']['records'] == 1"
 edit_sequence mp4 "$file"
 
-# sound_step FILE SOUNDS CMD...: CMD edits FILE, a copy of media/sample.jpg
-# with sound; afterwards its media is untouched and decodable and `tev sound
-# list` names SOUNDS (a Python list).
-sound_step() {
-  local file=$1 sounds=$2 what="jpg sound: ${*:4}"
-  shift 2
-  expect_status 0 "$what" "$@"
-  cmp -s -n "$(stat -c %s "$media/sample.jpg")" "$media/sample.jpg" "$file" || note_failure "$what: media bytes changed"
-  decodes jpg "$file" || note_failure "$what: jpg decoder complained: $(cat "$scratch/decoder")"
-  expect_status 0 "$what: sound list" "$tev" sound list "$file" --json
-  expect_json "$what: sounds" "[s['name'] for s in d['sounds']] == $sounds"
-}
-
+# The sound edits, beside a record, and on a bare sound in the older layout
+# (the sound, "VOXA", 106, one sound, its start and end, 20, "VOXABS").
 file=$scratch/sound.jpg
 cp "$media/sample.jpg" "$file"
-printf 'a second sound' >"$scratch/second.bin"
-sound_step "$file" "['memo']" "$tev" sound add "$file" memo --data-file "$scratch/sound.bin"
-sound_step "$file" "['memo']" "$tev" add "$file" note --data "beside the sound"
-sound_step "$file" "['memo', 'again']" "$tev" sound add "$file" again --data-file "$scratch/second.bin"
-sound_step "$file" "['again', 'memo']" "$tev" sound add "$file" memo --data-file "$scratch/second.bin"
-sound_step "$file" "['memo']" "$tev" sound delete "$file" again
-sound_step "$file" "[]" "$tev" sound clear "$file"
+listing="sound list"
+step jpg "$file" "['memo']" "$tev" sound add "$file" memo --data-file "$scratch/sound.bin"
+step jpg "$file" "['memo']" "$tev" add "$file" note --data "beside the sound"
+step jpg "$file" "['memo', 'again']" "$tev" sound add "$file" again --data-file "$scratch/second.bin"
+step jpg "$file" "['again', 'memo']" "$tev" sound add "$file" memo --data-file "$scratch/second.bin"
+step jpg "$file" "['memo']" "$tev" sound delete "$file" again
+step jpg "$file" "[]" "$tev" sound clear "$file"
 step jpg "$file" media "$tev" clear "$file"
-
-# A bare Voxa sound behind the JPEG: converted, joined by a named sound, removed.
 python3 -c "import struct, sys; m = open(sys.argv[1], 'rb').read(); s = open(sys.argv[2], 'rb').read()
 open(sys.argv[3], 'wb').write(m + s + b'VOXA' + struct.pack('<5I', 106, 1, len(m), len(m) + len(s), 20) + b'VOXABS')" \
   "$media/sample.jpg" "$scratch/sound.bin" "$file"
-sound_step "$file" "['EchoFrame_000']" "$tev" sound convert "$file"
-sound_step "$file" "['EchoFrame_000', 'memo']" "$tev" sound add "$file" memo --data-file "$scratch/second.bin"
-sound_step "$file" "['memo']" "$tev" sound delete "$file" EchoFrame_000
-sound_step "$file" "[]" "$tev" sound clear "$file"
+step jpg "$file" "['EchoFrame_000']" "$tev" sound convert "$file"
+step jpg "$file" "['EchoFrame_000', 'memo']" "$tev" sound add "$file" memo --data-file "$scratch/second.bin"
+step jpg "$file" "['memo']" "$tev" sound delete "$file" EchoFrame_000
+step jpg "$file" "[]" "$tev" sound clear "$file"
+
+# tev cover: the media in front of two records replaced by shorter and
+# longer media (from a whole file, or only the media part of one with
+# records, the edited file itself included); the records read back the same,
+# no undo file stays, and refusals leave the file as it was.
+listing=list
+djpeg "$media/sample.jpg" >"$scratch/sample.ppm"
+cjpeg -quality 20 "$scratch/sample.ppm" >"$scratch/small.jpg" 2>/dev/null
+cjpeg -quality 100 "$scratch/sample.ppm" >"$scratch/large.jpg"
+cp "$media/sample.mp4" "$scratch/longer.mp4"
+printf '\0\0\0\x18free0123456789abcdef' >>"$scratch/longer.mp4"
+for kind in jpg mp4; do
+  cp "$media/sample.$kind" "$scratch/c.$kind"
+  "$tev" add "$scratch/c.$kind" note --data-file "$scratch/sound.bin" --type 7
+  "$tev" add "$scratch/c.$kind" caller --data x --type 0 --sub-info-file "$scratch/sub.bin"
+done
+# cover_step KIND NEWMEDIA EXPECTED_MEDIA [--from-file]: after shorter
+# media the records stand behind a filler record.
+cover_step() {
+  local kind=$1 new=$2 file=$scratch/c.$1 names="['note', 'caller']"
+  (($(stat -c %s "$3") >= $(stat -c %s "${front:-$media/sample.$kind}"))) || names="['Invalid_Data', 'note', 'caller']"
+  front=$3
+  # shellcheck disable=SC2086
+  step "$kind" "$file" "$names" "$tev" cover "$file" "$new" ${4:-} --json
+  expect_json "cover json" "d == {'command': 'cover', 'ok': True}" "$scratch/edit.out"
+  [[ ! -e $file.tev-undo ]] || note_failure "cover $new: undo file left"
+  "$tev" extract "$file" note -o "$scratch/out.bin" && cmp -s "$scratch/out.bin" "$scratch/sound.bin" ||
+    note_failure "cover $new: record bytes changed"
+}
+cover_step jpg "$scratch/small.jpg" "$scratch/small.jpg"
+cover_step jpg "$scratch/large.jpg" "$scratch/large.jpg"
+cover_step jpg "$scratch/c.jpg" "$scratch/large.jpg" --from-file
+cp "$scratch/c.jpg" "$scratch/orig.jpg"
+cover_step jpg "$scratch/small.jpg" "$scratch/small.jpg"
+cover_step jpg "$scratch/orig.jpg" "$scratch/large.jpg" --from-file
+front=
+cover_step mp4 "$scratch/longer.mp4" "$scratch/longer.mp4"
+cover_step mp4 "$media/sample.mp4" "$media/sample.mp4"
+: >"$scratch/empty.jpg"
+refused 1 "$scratch/c.jpg" "not replaced" cover "$scratch/c.jpg" "$media/sample.mp4"
+refused 1 "$scratch/c.jpg" "empty" cover "$scratch/c.jpg" "$scratch/empty.jpg"
+refused 1 "$scratch/c.jpg" "absent.jpg" cover "$scratch/c.jpg" "$scratch/absent.jpg"
+refused 2 "$scratch/c.jpg" "NEWMEDIA" cover "$scratch/c.jpg"
 
 finish
