@@ -1,12 +1,11 @@
 #!/usr/bin/env python3
 """Crash and fault harness for the edits of the `tev` tool.
 
-Every edit runs once without faults (the "new" file) and then once per write
-point and fault mode with the fault shim preloaded: the process is killed
-before the k-th write-family call on the edited file or halfway through it,
-or that call fails with ENOSPC or EIO, or writes half its bytes. The file
-left behind is read by the container reader below, written for this harness
-alone, and judged:
+Every edit runs once without faults (the "new" file), then once per write
+point and fault mode with the fault shim preloaded: killed before the k-th
+write-family call on the edited file or halfway through it, or that call
+failing with ENOSPC or EIO, or writing half its bytes. The file left is read
+by the harnesses' own container reader (harness_common.py) and judged:
 
   media       the bytes in front of the container are the original ones
   old/new     the file is byte for byte the file before or after the edit
@@ -19,10 +18,7 @@ alone, and judged:
   repaired    a file that is neither old nor new is brought back to one of
               them, byte for byte, by `tev repair`
   lost        `tev repair` could not do that
-A file left by a killed library edit ends in the library's journal and
-reads as one without a container until the next call; library_harness.py
-checks what that next call sees. The reader, the runs and the table are
-shared with it (harness_common.py).
+The library's entry points, without undo files, are library_harness.py's.
 
 Usage: crash_harness.py TEV SHIM MEDIA_DIR [--table FILE]
 Exit status 0 when no run breaks a rule.
@@ -34,7 +30,7 @@ import tempfile
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from harness_common import Row, Sweep, blob, prepared, read_container, report, run, slurp  # noqa: E402
+from harness_common import Row, Sweep, arguments, blob, prepared, read_container, report, run, slurp  # noqa: E402
 
 MODES = ["kill", "killhalf", "enospc", "eio", "short"]
 FIELDS = ["points", "runs", "media", "old/new", "readable", "unreadable", "repaired",
@@ -52,9 +48,7 @@ def run_edit(tev, shim, work, label, start, media_len, args):
     run(tev, ["repair", sweep.target])
     if slurp(sweep.target) != after:
         row.fail("lost", label + ": tev repair changed a healthy file")
-    known = {}
-    for rec in read_container(before, media_len)[1] + read_container(after, media_len)[1]:
-        known.setdefault(rec[0], []).append(rec)
+    known = set(read_container(before, media_len)[1] + read_container(after, media_len)[1])
 
     def judge(what, mode, rc):
         buf = slurp(sweep.target)
@@ -71,7 +65,7 @@ def run_edit(tev, shim, work, label, start, media_len, args):
             row.counts["old/new"] += 1
             return None
         status, records = read_container(buf, media_len)
-        wrong = [r for r in records if r not in known.get(r[0], [])]
+        wrong = [r for r in records if r not in known]
         if wrong:
             return row.fail("silent", what + f": entry {wrong[0][0]!r} holds the wrong bytes")
         row.counts["readable" if status == "ok" else "unreadable"] += 1
@@ -142,11 +136,7 @@ def bare_sound(media_dir, work, sound):
 
 
 def main():
-    if len(sys.argv) < 4:
-        print(__doc__)
-        return 2
-    tev, shim, media_dir = (os.path.abspath(a) for a in sys.argv[1:4])
-    table = sys.argv[5] if len(sys.argv) > 5 and sys.argv[4] == "--table" else None
+    (tev, shim, media_dir), table, _ = arguments(__doc__)
     with tempfile.TemporaryDirectory(prefix="tev-crash-") as work:
         files = os.path.join(work, "files")
         os.mkdir(files)

@@ -104,24 +104,22 @@ bool fault(Mode mode, size_t size, WriteHalf writeHalf, ssize_t* result) {
         case Mode::kKillHalf:
             writeHalf(size / 2);
             die();
-        case Mode::kNoSpace:
-            errno = ENOSPC;
-            *result = -1;
-            return true;
-        case Mode::kIoError:
-            errno = EIO;
-            *result = -1;
-            return true;
         case Mode::kShort:
-            if (size < 2) {
-                errno = ENOSPC;
-                *result = -1;
+            if (size >= 2) {
+                *result = writeHalf(size / 2);
                 return true;
             }
-            *result = writeHalf(size / 2);
-            return true;
+            errno = ENOSPC;  // nothing to halve
+            break;
+        case Mode::kNoSpace:
+            errno = ENOSPC;
+            break;
+        case Mode::kIoError:
+            errno = EIO;
+            break;
     }
-    return false;
+    *result = -1;
+    return true;
 }
 
 // The first `count` bytes of an I/O vector, as a vector of its own.

@@ -5,6 +5,17 @@ import os
 import shutil
 import struct
 import subprocess
+import sys
+
+
+def arguments(doc):
+    """BINARY SHIM MEDIA_DIR [--table FILE] [FLAG...]: the three paths made
+    absolute, the table's file (None without one) and the flags."""
+    if len(sys.argv) < 4:
+        print(doc)
+        sys.exit(2)
+    rest = sys.argv[4:]
+    return [os.path.abspath(a) for a in sys.argv[1:4]], rest[rest.index("--table") + 1] if "--table" in rest else None, rest
 
 
 def u32(buf, at):

@@ -2,24 +2,12 @@
 // called directly on a file (no tool, no undo file).
 //
 //   lib_driver OP FILE [ARG...]
-//     save FILE NAME DATA [UPDATE]   saveTEVDataToFile (DATA: a file's bytes)
-//     savefd FILE NAME DATA [UPDATE] saveTEVDataToFd
-//     delete FILE NAME               deleteTEVDataFromFile
-//     deletefd FILE NAME             checkTEVInFd + deleteTEVDataFromFilebyName
-//     deletemulti FILE NAME...       deleteTEVMultiDataFromFilebyName
-//     clear FILE                     deleteAllDataFromFile
-//     clearfd FILE                   deleteAllDataFromFd
-//     fastclear FILE                 deleteFastAllTEVData
-//     cover FILE MEDIA               FastChangeCoverData with the bytes of MEDIA
-//     sound FILE NAME DATA           saveVoxaToImageFile
-//     sounddel FILE NAME             deleteVoxaFromImageFile
-//     soundclear FILE                deleteAllVoxaFromImageFile
-//     copy SRC FILE                  copyTEVData into FILE
-//     copyfd SRC FILE                copyTEVDataFd into FILE
-//     read FILE                      checkTEVInFile, the next call an app makes
-//     recover FILE                   recoverTEVFile (skipped when the library lacks it)
-//     crowd FILE THREADS PROCS N     THREADS threads in each of PROCS processes
-//                                    add N records each; prints the records lost
+// OP names the entry point (see main): save and savefd take NAME, DATA (a
+// file's bytes) and UPDATE; cover takes the file of the new media; copy and
+// copyfd take SRC before FILE; read is checkTEVInFile, the next call an app
+// makes; recover is skipped when the library lacks recoverTEVFile; crowd
+// FILE THREADS PROCS N has THREADS threads in each of PROCS processes add N
+// records each and prints the records lost.
 // Exit status 0 when the entry point reported success.
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -28,23 +16,19 @@
 
 #include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "tev/tev.h"
+#include "tev/tev.hpp"
 
 namespace {
 
 std::vector<unsigned char> slurp(const char* path) {
-    std::vector<unsigned char> bytes;
-    FILE* f = std::fopen(path, "rb");
-    if (f == nullptr) return bytes;
-    unsigned char chunk[65536];
-    size_t got = 0;
-    while ((got = std::fread(chunk, 1, sizeof chunk, f)) > 0) bytes.insert(bytes.end(), chunk, chunk + got);
-    std::fclose(f);
-    return bytes;
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 uint32_t len(const char* s) { return static_cast<uint32_t>(std::strlen(s)); }
@@ -87,10 +71,9 @@ int crowd(const char* path, int threads, int procs, int count) {
     for (int t = 0; t < threads; ++t) pool.emplace_back([=] { crowdAdd(path, 0, t, count); });
     for (auto& th : pool) th.join();
     for (pid_t pid : children) waitpid(pid, nullptr, 0);
-    _TEV_info_pack* pack = checkTEVInFile(path);
+    const tev::Pack pack(checkTEVInFile(path));
     const int expected = threads * procs * count;
-    const int found = pack != nullptr ? static_cast<int>(pack->data_count) : 0;
-    if (pack != nullptr) destroyTEVDATA(pack);
+    const int found = pack ? static_cast<int>(pack->data_count) : 0;
     std::printf("%d records expected, %d found, %d lost\n", expected, found, expected - found);
     return found == expected ? 0 : 1;
 }
@@ -150,8 +133,7 @@ int main(int argc, char** argv) {
         return rc;
     }
     if (op == "read") {
-        _TEV_info_pack* pack = checkTEVInFile(file);
-        if (pack != nullptr) destroyTEVDATA(pack);
+        const tev::Pack pack(checkTEVInFile(file));
         return 0;
     }
     if (op == "recover") {

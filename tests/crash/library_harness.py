@@ -2,10 +2,9 @@
 """Crash harness, library mode: the entry points an app reaches through the
 Java binding, called directly by lib_driver on a JPEG with three records
 (300 KB, 5 KB, 700 KB), a boxed MP4 with the same records and a photo with
-two sounds. Each edit runs once without faults, then once per write point k
-and fault (the process killed before its k-th write or truncate of the file,
-or that call failing with ENOSPC or EIO). The file left is judged with the
-container reader of harness_common.py three times:
+two sounds; each edit run as in crash_harness.py, killed before the k-th
+write or truncate of the file, or that call failing with ENOSPC or EIO. The
+file left is judged three times:
 
   killed   as the fault left it (kills only): the records are the old or
            the new ones, some are missing, or none reads
@@ -29,7 +28,7 @@ import tempfile
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from harness_common import Row, Sweep, blob, prepared, read_container, report, run, slurp  # noqa: E402
+from harness_common import Row, Sweep, arguments, blob, prepared, read_container, report, run, slurp  # noqa: E402
 
 MODES = ["kill", "enospc", "eio"]
 FIELDS = ["points", "runs", "killed: old/new", "killed: missing", "killed: none",
@@ -58,29 +57,19 @@ def run_edit(driver, shim, work, label, start, media_len, args, new_media, befor
     new = old
 
     def look():
-        """The target read behind whichever allowed media it starts with,
-        the old/new reading preferred; the old media's length when none.
-        Returns (status, sorted records, whether the media is an allowed one)."""
+        """(status, sorted records, whether the media is an allowed one): the
+        target read behind whichever allowed media it starts with, an old/new
+        reading preferred; behind the old media's length when none is."""
         buf = slurp(sweep.target)
-        seen = None
-        for m in medias:
-            if buf[:len(m)] == m:
-                status, records = read_container(buf, len(m))
-                records = sorted(records)
-                if classify(status, records, old, new) == "old/new":
-                    return status, records, True
-                seen = seen or (status, records, True)
-        if seen:
-            return seen
+        seen = [(s, sorted(r), True) for s, r in (read_container(buf, len(m)) for m in medias if buf[:len(m)] == m)]
+        seen.sort(key=lambda reading: classify(reading[0], reading[1], old, new) != "old/new")
         status, records = read_container(buf, media_len)
-        return status, sorted(records), False
+        return seen[0] if seen else (status, sorted(records), False)
 
     if sweep.clean(row) is None:
         return row
     new = look()[1]
-    known = {}
-    for rec in old + new:
-        known.setdefault(rec[0], []).append(rec)
+    known = set(old + new)  # each entry must hold one of these records
 
     def judge(what, mode, rc):
         if mode == "kill":
@@ -96,7 +85,7 @@ def run_edit(driver, shim, work, label, start, media_len, args, new_media, befor
         row.counts["next: " + state] += 1
         if state != "old/new":
             row.fail(None, what + f": after the next call the records are {state}")
-        if any(r not in known.get(r[0], []) for r in records):
+        if any(r not in known for r in records):
             row.fail("wrong bytes", what + ": an entry holds wrong bytes")
         if not media_kept:
             row.fail("media", what + ": the media changed")
@@ -159,13 +148,8 @@ def make_files(driver, media_dir, work):
 
 
 def main():
-    if len(sys.argv) < 4:
-        print(__doc__)
-        return 2
-    driver, shim, media_dir = (os.path.abspath(a) for a in sys.argv[1:4])
-    rest = sys.argv[4:]
-    table = rest[rest.index("--table") + 1] if "--table" in rest else None
-    before_only = "--before" in rest
+    (driver, shim, media_dir), table, flags = arguments(__doc__)
+    before_only = "--before" in flags
     crowd_lines, crowd_failures = [], []
     with tempfile.TemporaryDirectory(prefix="tev-libcrash-") as work:
         files = os.path.join(work, "files")

@@ -30,9 +30,7 @@ expect_stderr_line() {
   fi
 }
 
-expect_quiet_stderr() {
-  [[ ! -s $scratch/stderr ]] || note_failure "$1: unexpected stderr: $(cat "$scratch/stderr")"
-}
+expect_quiet_stderr() { [[ ! -s $scratch/stderr ]] || note_failure "$1: unexpected stderr: $(cat "$scratch/stderr")"; }
 
 # expect_json DESCRIPTION PYTHON_EXPRESSION [FILE]: FILE (the last stdout)
 # parses as JSON and the expression holds with the document bound to `d`.
@@ -54,9 +52,7 @@ json_ok() {
   expect_json "$1" "$2"
 }
 
-expect_same() {
-  cmp -s "$2" "$3" || note_failure "$1: $2 and $3 differ"
-}
+expect_same() { cmp -s "$2" "$3" || note_failure "$1: $2 and $3 differ"; }
 
 # The file's bytes (of a file over 64 MiB, mostly sparse here, its size and
 # change time) and whether an undo file stands beside it.
@@ -82,9 +78,6 @@ refused() {
 }
 
 finish() {
-  if [[ $failures -ne 0 ]]; then
-    echo "$failures check(s) failed" >&2
-    exit 1
-  fi
+  ((failures == 0)) || { echo "$failures check(s) failed" >&2 && exit 1; }
   echo "all checks passed"
 }

@@ -33,23 +33,21 @@ decodes() {
 boxes_reach_end() {
   python3 - "$1" <<'PY'
 import struct, sys
-data, pos = open(sys.argv[1], 'rb').read(), 0
-while pos + 8 <= len(data):
+data, pos, size = open(sys.argv[1], 'rb').read(), 0, 8
+while pos + 8 <= len(data) and size >= 8:
     size = struct.unpack('>I', data[pos:pos + 4])[0]
     if size == 1:  # a 64-bit size follows the type
         size = struct.unpack('>Q', data[pos + 8:pos + 16])[0]
     size = size or len(data) - pos  # 0: the box reaches to the end
-    if size < 8:
-        sys.exit(1)
     pos += size
-sys.exit(pos != len(data))
+sys.exit(size < 8 or pos != len(data))
 PY
 }
 
 # step KIND FILE NAMES CMD...: CMD edits FILE, a copy of media/sample.KIND
-# (or, with $front set, of that media). Afterwards FILE holds the entries
-# NAMES (a Python list) of `tev $listing` behind the untouched, decodable
-# media, or, with NAMES "media", is that media again byte for byte.
+# (or, with $front set, of that media), and leaves no undo file. Afterwards
+# FILE holds the entries NAMES (a Python list) of `tev $listing` behind the
+# untouched, decodable media, or, with NAMES "media", is that media again.
 listing=list
 step() {
   local kind=$1 file=$2 names=$3 what="$1: ${*:5}"
@@ -57,6 +55,7 @@ step() {
   shift 3
   expect_status 0 "$what" "$@"
   cp "$scratch/stdout" "$scratch/edit.out"
+  [[ ! -e $file.tev-undo ]] || note_failure "$what: undo file left"
   if [[ $names == media ]]; then
     expect_same "$what" "$original" "$file"
     return
@@ -142,9 +141,8 @@ cover_step() {
   # shellcheck disable=SC2086
   step "$kind" "$file" "$names" "$tev" cover "$file" "$new" ${4:-} --json
   expect_json "cover json" "d == {'command': 'cover', 'ok': True}" "$scratch/edit.out"
-  [[ ! -e $file.tev-undo ]] || note_failure "cover $new: undo file left"
-  "$tev" extract "$file" note -o "$scratch/out.bin" && cmp -s "$scratch/out.bin" "$scratch/sound.bin" ||
-    note_failure "cover $new: record bytes changed"
+  expect_status 0 "cover $new: extract" "$tev" extract "$file" note -o "$scratch/out.bin"
+  expect_same "cover $new: record bytes" "$scratch/out.bin" "$scratch/sound.bin"
 }
 cover_step jpg "$scratch/small.jpg" "$scratch/small.jpg"
 cover_step jpg "$scratch/large.jpg" "$scratch/large.jpg"

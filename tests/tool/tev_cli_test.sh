@@ -25,7 +25,6 @@ for sample in sample.jpg sample.heic sample.mp4; do
   file=$scratch/c-$sample size=$(stat -c %s "$media/$sample") boxed=True
   [[ $sample != sample.jpg ]] || boxed=False
   json_ok "info $sample" "d['signature'] == 1 and d['ends_with'] == 'media' and d['container'] is None and d['records'] == [] and d['warning'] is None and d['voxa'] is None and d['mp4'] == $boxed and d['size'] == $size" info "$media/$sample" --json
-  expect_quiet_stderr "info $sample"
   cp "$media/$sample" "$file"
   expect_status 0 "add note to $sample" "$tev" add "$file" note --data-file "$scratch/note.txt" --type 7
   expect_quiet_stderr "add note to $sample"
@@ -34,7 +33,7 @@ for sample in sample.jpg sample.heic sample.mp4; do
   expect_json "json add" "d == {'command': 'add', 'ok': True}"
   json_ok "info $sample container" "d['signature'] == 2 and d['ends_with'] == 'container' and d['container']['status'] == 'ok' and d['container']['version'] == 107 and d['container']['records'] == 2 and d['container']['boxed'] == $boxed and d['container']['data_start'] == $size and ($boxed == False or (d['container']['box_size_ok'] and d['container']['box_size'] == d['size'] - $size))" info "$file" --json
   r="d['records']" content="open('$file', 'rb').read()"
-  json_ok "list $sample" "[(x['index'], x['name'], x['type'], x['sub_info_length'], x['data_length']) for x in $r] == [(0, 'note', 7, 0, 14), (1, 'caller', 0, 17, 3000)] and $r[0]['sub_info_position'] is None and [$content[p:p + n] for p, n in (($r[0]['data_position'], 14), ($r[1]['data_position'], 3000), ($r[1]['sub_info_position'], 17))] == [open('$scratch/' + f, 'rb').read() for f in ('note.txt', 'sound.bin', 'sub.bin')]" list "$file" --json
+  json_ok "list $sample" "[(x['index'], x['name'], x['type'], x['sub_info_length'], x['data_length']) for x in $r] == [(0, 'note', 7, 0, 14), (1, 'caller', 0, 17, 3000)] and ${r}[0]['sub_info_position'] is None and [${content}[p:p + n] for p, n in ((${r}[0]['data_position'], 14), (${r}[1]['data_position'], 3000), (${r}[1]['sub_info_position'], 17))] == [open('$scratch/' + f, 'rb').read() for f in ('note.txt', 'sound.bin', 'sub.bin')]" list "$file" --json
 done
 
 expect_status 0 "extract to a file" "$tev" extract "$jpg" note -o "$scratch/note.out"
@@ -149,14 +148,13 @@ expect_same "clear --force cuts to the media" "$media/sample.mp4" "$trailing"
 # sounds. A bare sound: the media, 1024 bytes of sound, "VOXA", 106, one
 # sound, its start and end, header length 20, "VOXABS".
 sound=$scratch/sound.jpg voxa=$scratch/voxa.jpg start=$(stat -c %s "$media/sample.jpg")
-python3 -c "import struct, sys; open(sys.argv[2], 'wb').write(open(sys.argv[1], 'rb').read() + bytes(range(256)) * 4 +
-b'VOXA' + struct.pack('<5I', 106, 1, $start, $start + 1024, 20) + b'VOXABS')" "$media/sample.jpg" "$voxa"
+head -c 1024 "$scratch/sound.bin" >"$scratch/bare.bin"
+python3 -c "import struct, sys; open(sys.argv[3], 'wb').write(open(sys.argv[1], 'rb').read() + open(sys.argv[2], 'rb').read() +
+b'VOXA' + struct.pack('<5I', 106, 1, $start, $start + 1024, 20) + b'VOXABS')" "$media/sample.jpg" "$scratch/bare.bin" "$voxa"
 json_ok "info on a bare sound" "d['signature'] == 3 and d['container'] is None and d['voxa'] == {'version': 106, 'sounds': [{'start': $start, 'end': $start + 1024}]}" info "$voxa" --json
 expect_status 0 "extract the bare sound" "$tev" sound extract "$voxa" EchoFrame_000
-python3 -c "import sys; sys.exit(open(sys.argv[1], 'rb').read() != bytes(range(256)) * 4)" "$scratch/stdout" ||
-  note_failure "extract the bare sound: wrong bytes"
+expect_same "extract the bare sound" "$scratch/bare.bin" "$scratch/stdout"
 cp "$media/sample.jpg" "$sound"
-json_ok "sound list without sounds" "d['sounds'] == []" sound list "$sound" --json
 printf 'second sound' >"$scratch/memo2.bin"
 "$tev" sound add "$sound" memo --data-file "$scratch/sound.bin"
 "$tev" sound add "$sound" memo2 --data-file "$scratch/memo2.bin"
