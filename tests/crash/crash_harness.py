@@ -30,7 +30,7 @@ import tempfile
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from harness_common import Row, Sweep, arguments, blob, prepared, read_container, report, run, slurp  # noqa: E402
+from harness_common import Row, arguments, blob, prepared, read_container, report, run, slurp  # noqa: E402
 
 MODES = ["kill", "killhalf", "enospc", "eio", "short"]
 FIELDS = ["points", "runs", "media", "old/new", "readable", "unreadable", "repaired",
@@ -38,20 +38,19 @@ FIELDS = ["points", "runs", "media", "old/new", "readable", "unreadable", "repai
 
 
 def run_edit(tev, shim, work, label, start, media_len, args):
-    row = Row(label, FIELDS)
-    sweep = Sweep(tev, shim, work, start, args)
+    row = Row(label, FIELDS, tev, shim, work, start, args)
     before = slurp(start)
     media = before[:media_len]
-    after = sweep.clean(row)
+    after = row.clean()
     if after is None:
         return row
-    run(tev, ["repair", sweep.target])
-    if slurp(sweep.target) != after:
+    run(tev, ["repair", row.target])
+    if slurp(row.target) != after:
         row.fail("lost", label + ": tev repair changed a healthy file")
     known = set(read_container(before, media_len)[1] + read_container(after, media_len)[1])
 
     def judge(what, mode, rc):
-        buf = slurp(sweep.target)
+        buf = slurp(row.target)
         if buf[:media_len] != media:
             return row.fail("media", what + ": media bytes changed")
         if rc is None:
@@ -69,14 +68,13 @@ def run_edit(tev, shim, work, label, start, media_len, args):
         if wrong:
             return row.fail("silent", what + f": entry {wrong[0][0]!r} holds the wrong bytes")
         row.counts["readable" if status == "ok" else "unreadable"] += 1
-        run(tev, ["repair", sweep.target])
-        if slurp(sweep.target) in (before, after):
+        run(tev, ["repair", row.target])
+        if slurp(row.target) in (before, after):
             row.counts["repaired"] += 1
         else:
             row.fail("lost", what + ": tev repair did not restore the old or the new file")
-        return None
 
-    sweep.faults(row, MODES, judge)
+    row.faults(MODES, judge)
     return row
 
 
@@ -124,15 +122,12 @@ def make_files(tev, media_dir, work):
 
 
 def bare_sound(media_dir, work, sound):
-    """The sample JPEG with a sound behind it in the older layout: the
-    sound's bytes, then "VOXA", version 107, one sound (start, end), header
-    length 20 and "VOXABS"."""
+    """The sample JPEG, a sound, "VOXA", version 107, one sound (start, end),
+    header length 20 and "VOXABS": a sound in the older layout."""
     image, audio = slurp(os.path.join(media_dir, "sample.jpg")), slurp(sound)
-    block = b"VOXA" + struct.pack("<IIIII", 107, 1, len(image), len(image) + len(audio), 20) + b"VOXABS"
-    path = os.path.join(work, "bare.jpg")
-    with open(path, "wb") as f:
-        f.write(image + audio + block)
-    return path
+    with open(os.path.join(work, "bare.jpg"), "wb") as f:
+        f.write(image + audio + b"VOXA" + struct.pack("<5I", 107, 1, len(image), len(image) + len(audio), 20) + b"VOXABS")
+    return f.name
 
 
 def main():

@@ -31,7 +31,6 @@ namespace {
 enum class Mode { kCount, kKill, kKillHalf, kNoSpace, kIoError, kShort };
 
 struct Config {
-    bool loaded = false;
     bool haveTarget = false;
     dev_t device = 0;
     ino_t inode = 0;
@@ -50,36 +49,26 @@ Mode parseMode(const char* text) {
     return Mode::kCount;
 }
 
-void load() {
-    if (!gConfig.loaded) {
-        gConfig.loaded = true;
-        const char* at = std::getenv("TEV_FAULT_AT");
-        gConfig.at = at != nullptr ? std::strtol(at, nullptr, 10) : 0;
-        gConfig.mode = gConfig.at > 0 ? parseMode(std::getenv("TEV_FAULT_MODE")) : Mode::kCount;
-    }
-    if (!gConfig.haveTarget) {
-        const char* path = std::getenv("TEV_FAULT_PATH");
-        struct stat target {};
-        if (path != nullptr && ::stat(path, &target) == 0) {
-            gConfig.haveTarget = true;
-            gConfig.device = target.st_dev;
-            gConfig.inode = target.st_ino;
-        }
-    }
+// Read when the shim is loaded: the harness makes the file before the run.
+__attribute__((constructor)) void load() {
+    const char* at = std::getenv("TEV_FAULT_AT");
+    gConfig.at = at != nullptr ? std::strtol(at, nullptr, 10) : 0;
+    gConfig.mode = gConfig.at > 0 ? parseMode(std::getenv("TEV_FAULT_MODE")) : Mode::kCount;
+    const char* path = std::getenv("TEV_FAULT_PATH");
+    struct stat target {};
+    gConfig.haveTarget = path != nullptr && ::stat(path, &target) == 0;
+    gConfig.device = target.st_dev;
+    gConfig.inode = target.st_ino;
 }
 
-bool isTarget(int fd) {
-    load();
-    struct stat st {};
-    return gConfig.haveTarget && ::fstat(fd, &st) == 0 && st.st_dev == gConfig.device &&
-           st.st_ino == gConfig.inode;
-}
-
-// What to do with this call: nothing (kCount) or the configured fault.
+// What to do with this call: nothing (kCount), or the configured fault when
+// it is the chosen call on the file.
 Mode nextCall(int fd) {
-    if (!isTarget(fd)) return Mode::kCount;
-    ++gConfig.seen;
-    return gConfig.seen == gConfig.at ? gConfig.mode : Mode::kCount;
+    struct stat st {};
+    if (!gConfig.haveTarget || ::fstat(fd, &st) != 0 || st.st_dev != gConfig.device || st.st_ino != gConfig.inode) {
+        return Mode::kCount;
+    }
+    return ++gConfig.seen == gConfig.at ? gConfig.mode : Mode::kCount;
 }
 
 [[noreturn]] void die() {
@@ -134,12 +123,6 @@ int cutVector(const struct iovec* in, int n, size_t count, struct iovec* out) {
     return used;
 }
 
-size_t vectorSize(const struct iovec* v, int n) {
-    size_t total = 0;
-    for (int i = 0; i < n; ++i) total += v[i].iov_len;
-    return total;
-}
-
 template <typename Fn>
 int truncateCall(Mode mode, Fn call) {
     if (mode == Mode::kKill || mode == Mode::kKillHalf) die();
@@ -172,8 +155,10 @@ template <typename Fn, typename... At>
 ssize_t vectorCall(Fn real, int fd, const struct iovec* v, int count, At... at) {
     struct iovec cut[IOV_MAX];
     ssize_t result = 0;
-    const auto half = [&](size_t size) { return real(fd, cut, cutVector(v, count, size, cut), at...); };
-    if (count <= IOV_MAX && fault(nextCall(fd), vectorSize(v, count), half, &result)) return result;
+    size_t size = 0;
+    for (int i = 0; i < count; ++i) size += v[i].iov_len;
+    const auto half = [&](size_t n) { return real(fd, cut, cutVector(v, count, n, cut), at...); };
+    if (count <= IOV_MAX && fault(nextCall(fd), size, half, &result)) return result;
     return real(fd, v, count, at...);
 }
 

@@ -37,10 +37,8 @@ def read_container(buf, media_len):
         return ("none" if tail == 8 and b"TEVT" not in buf[-64:] else "damaged"), []
     ktho = u32(buf, size - tail)
     head = size - tail - ktho
-    if ktho < 13 or head < media_len or buf[head:head + 4] != b"TEVH":
-        return "damaged", []
-    count = u32(buf, head + 8)
-    if count == 0 or ktho != 12 + 12 * count:
+    count = u32(buf, head + 8) if ktho >= 13 and head >= media_len else 0
+    if count == 0 or buf[head:head + 4] != b"TEVH" or ktho != 12 + 12 * count:
         return "damaged", []
     records = []
     for i in range(count):
@@ -98,24 +96,19 @@ def prepared(binary, media_dir, work, kind, steps):
 
 
 class Row:
-    def __init__(self, label, fields):
-        self.label = label
-        self.counts = dict.fromkeys(fields, 0)
-        self.failures = []
+    """One edit, ARGS, run on fresh copies of START with the fault shim
+    preloaded, and its line of the table: a count per field, the broken rules."""
+
+    def __init__(self, label, fields, binary, shim, work, start, args):
+        self.label, self.counts, self.failures = label, dict.fromkeys(fields, 0), []
+        self.binary, self.shim, self.start, self.args = binary, shim, start, args
+        self.target = os.path.join(work, "edited" + os.path.splitext(start)[1])
+        self.count_file = os.path.join(work, "count")
 
     def fail(self, field, what):
         if field:
             self.counts[field] += 1
         self.failures.append(what)
-
-
-class Sweep:
-    """One edit, ARGS, on fresh copies of START with the fault shim preloaded."""
-
-    def __init__(self, binary, shim, work, start, args):
-        self.binary, self.shim, self.start, self.args = binary, shim, start, args
-        self.target = os.path.join(work, "edited" + os.path.splitext(start)[1])
-        self.count_file = os.path.join(work, "count")
 
     def attempt(self, **env):
         for leftover in (self.target + ".tev-undo", self.target + ".tev-undo.tmp"):
@@ -125,23 +118,23 @@ class Sweep:
         env = dict(os.environ, LD_PRELOAD=self.shim, TEV_FAULT_PATH=self.target, **env)
         return run(self.binary, bind(self.args, self.target), env)
 
-    def clean(self, row):
+    def clean(self):
         """The uninterrupted edit, counting its write points; the edited
         bytes (left at the target), None when it failed."""
         if self.attempt(TEV_FAULT_AT="0", TEV_FAULT_COUNT_OUT=self.count_file) != 0:
-            row.fail(None, row.label + ": the uninterrupted edit failed")
+            self.fail(None, self.label + ": the uninterrupted edit failed")
             return None
-        row.counts["points"] = int(slurp(self.count_file))
+        self.counts["points"] = int(slurp(self.count_file))
         return slurp(self.target)
 
-    def faults(self, row, modes, judge):
+    def faults(self, modes, judge):
         """One run per write point k and mode; judge(what, mode, rc) looks
         at the file left at the target."""
-        for k in range(1, row.counts["points"] + 1):
+        for k in range(1, self.counts["points"] + 1):
             for mode in modes:
-                row.counts["runs"] += 1
+                self.counts["runs"] += 1
                 rc = self.attempt(TEV_FAULT_AT=str(k), TEV_FAULT_MODE=mode)
-                judge(f"{row.label} {mode}@{k}", mode, rc)
+                judge(f"{self.label} {mode}@{k}", mode, rc)
 
 
 def report(rows, fields, table, extra=(), failures=()):

@@ -44,15 +44,19 @@ int onFd(const char* path, Call call) {
     return rc;
 }
 
-// Names added by the crowd: "p<process>t<thread>r<i>".
-uint32_t crowdAdd(const char* path, int process, int thread, int count) {
-    uint32_t added = 0;
+// Adds COUNT records named "p<process>t<thread>r<i>".
+void crowdAdd(const char* path, int process, int thread, int count) {
     const unsigned char data[64] = {1, 2, 3};
     for (int i = 0; i < count; ++i) {
         const std::string name = "p" + std::to_string(process) + "t" + std::to_string(thread) + "r" + std::to_string(i);
-        added += saveTEVDataToFile(path, name.c_str(), len(name.c_str()), nullptr, 0, data, sizeof data, 1, 0) ? 1 : 0;
+        saveTEVDataToFile(path, name.c_str(), len(name.c_str()), nullptr, 0, data, sizeof data, 1, 0);
     }
-    return added;
+}
+
+void crowdProcess(const char* path, int process, int threads, int count) {
+    std::vector<std::thread> pool;
+    for (int t = 0; t < threads; ++t) pool.emplace_back([=] { crowdAdd(path, process, t, count); });
+    for (auto& th : pool) th.join();
 }
 
 int crowd(const char* path, int threads, int procs, int count) {
@@ -60,16 +64,12 @@ int crowd(const char* path, int threads, int procs, int count) {
     for (int p = 1; p < procs; ++p) {
         const pid_t pid = fork();
         if (pid == 0) {
-            std::vector<std::thread> pool;
-            for (int t = 0; t < threads; ++t) pool.emplace_back([=] { crowdAdd(path, p, t, count); });
-            for (auto& th : pool) th.join();
+            crowdProcess(path, p, threads, count);
             _exit(0);
         }
         children.push_back(pid);
     }
-    std::vector<std::thread> pool;
-    for (int t = 0; t < threads; ++t) pool.emplace_back([=] { crowdAdd(path, 0, t, count); });
-    for (auto& th : pool) th.join();
+    crowdProcess(path, 0, threads, count);
     for (pid_t pid : children) waitpid(pid, nullptr, 0);
     const tev::Pack pack(checkTEVInFile(path));
     const int expected = threads * procs * count;

@@ -28,7 +28,7 @@ import tempfile
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from harness_common import Row, Sweep, arguments, blob, prepared, read_container, report, run, slurp  # noqa: E402
+from harness_common import Row, arguments, blob, prepared, read_container, report, run, slurp  # noqa: E402
 
 MODES = ["kill", "enospc", "eio"]
 FIELDS = ["points", "runs", "killed: old/new", "killed: missing", "killed: none",
@@ -37,8 +37,7 @@ FIELDS = ["points", "runs", "killed: old/new", "killed: missing", "killed: none"
 
 
 def classify(status, records, old, new):
-    """A file without a container holds no records; a damaged one none
-    that can be read."""
+    """No container holds no records, a damaged one none that can be read."""
     if status == "damaged":
         return "none"
     if records in (old, new):
@@ -47,10 +46,8 @@ def classify(status, records, old, new):
 
 
 def run_edit(driver, shim, work, label, start, media_len, args, new_media, before_only):
-    """`new_media`: the media a replacement of the media puts in front of the
-    records; the file then holds the old or the new media, whole."""
-    row = Row(label, FIELDS)
-    sweep = Sweep(driver, shim, work, start, args)
+    """NEW_MEDIA: what a replacement of the media puts in front of the records."""
+    row = Row(label, FIELDS, driver, shim, work, start, args)
     before = slurp(start)
     old = sorted(read_container(before, media_len)[1])
     medias = [before[:media_len]] + ([new_media] if new_media is not None else [])
@@ -60,13 +57,13 @@ def run_edit(driver, shim, work, label, start, media_len, args, new_media, befor
         """(status, sorted records, whether the media is an allowed one): the
         target read behind whichever allowed media it starts with, an old/new
         reading preferred; behind the old media's length when none is."""
-        buf = slurp(sweep.target)
+        buf = slurp(row.target)
         seen = [(s, sorted(r), True) for s, r in (read_container(buf, len(m)) for m in medias if buf[:len(m)] == m)]
         seen.sort(key=lambda reading: classify(reading[0], reading[1], old, new) != "old/new")
         status, records = read_container(buf, media_len)
         return seen[0] if seen else (status, sorted(records), False)
 
-    if sweep.clean(row) is None:
+    if row.clean() is None:
         return row
     new = look()[1]
     known = set(old + new)  # each entry must hold one of these records
@@ -79,7 +76,7 @@ def run_edit(driver, shim, work, label, start, media_len, args, new_media, befor
             return
         if rc is None or (rc < 0 and mode != "kill"):
             row.fail(None, what + f": the driver died ({rc})")
-        run(driver, ["read", sweep.target])
+        run(driver, ["read", row.target])
         status, records, media_kept = look()
         state = classify(status, records, old, new)
         row.counts["next: " + state] += 1
@@ -94,13 +91,13 @@ def run_edit(driver, shim, work, label, start, media_len, args, new_media, befor
         cut_answer_ignored = label.startswith("deleteFastAllTEVData") and mode != "kill"
         if rc == 0 and records != new and not cut_answer_ignored:
             row.fail("false ok", what + ": success reported without the new records")
-        run(driver, ["recover", sweep.target])
+        run(driver, ["recover", row.target])
         if classify(*look()[:2], old, new) == "old/new":
             row.counts["recover: old/new"] += 1
         else:
             row.fail(None, what + ": not old or new after recoverTEVFile")
 
-    sweep.faults(row, ["kill"] if before_only else MODES, judge)
+    row.faults(["kill"] if before_only else MODES, judge)
     return row
 
 

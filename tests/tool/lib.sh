@@ -1,6 +1,5 @@
-# Shared helpers of the tool's end-to-end tests: a scratch directory, runs
-# that capture status and output, and assertions that count failures
-# instead of stopping at the first one. Expects $tev set.
+# Helpers of the tool's end-to-end tests (which set $tev): a scratch directory
+# and assertions that count failures instead of stopping at the first one.
 
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
@@ -29,8 +28,6 @@ expect_stderr_line() {
     note_failure "$1: expected one stderr line with '$2', got: $(cat "$scratch/stderr")"
   fi
 }
-
-expect_quiet_stderr() { [[ ! -s $scratch/stderr ]] || note_failure "$1: unexpected stderr: $(cat "$scratch/stderr")"; }
 
 # expect_json DESCRIPTION PYTHON_EXPRESSION [FILE]: FILE (the last stdout)
 # parses as JSON and the expression holds with the document bound to `d`.
