@@ -27,10 +27,10 @@
 
 namespace {
 
+// The faults in the order of their names in parseMode.
 enum class Mode { kCount, kKill, kKillHalf, kNoSpace, kIoError, kShort };
 
 struct Config {
-    bool loaded = false;
     bool haveTarget = false;
     dev_t device = 0;
     ino_t inode = 0;
@@ -42,45 +42,33 @@ struct Config {
 Config gConfig;
 
 Mode parseMode(const char* text) {
-    if (text == nullptr) return Mode::kCount;
-    if (std::strcmp(text, "kill") == 0) return Mode::kKill;
-    if (std::strcmp(text, "killhalf") == 0) return Mode::kKillHalf;
-    if (std::strcmp(text, "enospc") == 0) return Mode::kNoSpace;
-    if (std::strcmp(text, "eio") == 0) return Mode::kIoError;
-    if (std::strcmp(text, "short") == 0) return Mode::kShort;
+    static const char* const kNames[] = {"kill", "killhalf", "enospc", "eio", "short"};
+    for (size_t i = 0; text != nullptr && i < sizeof kNames / sizeof kNames[0]; ++i) {
+        if (std::strcmp(text, kNames[i]) == 0) return static_cast<Mode>(i + 1);
+    }
     return Mode::kCount;
 }
 
-void load() {
-    if (!gConfig.loaded) {
-        gConfig.loaded = true;
-        const char* at = std::getenv("TEV_FAULT_AT");
-        gConfig.at = at != nullptr ? std::strtol(at, nullptr, 10) : 0;
-        gConfig.mode = gConfig.at > 0 ? parseMode(std::getenv("TEV_FAULT_MODE")) : Mode::kCount;
-    }
-    if (!gConfig.haveTarget) {
-        const char* path = std::getenv("TEV_FAULT_PATH");
-        struct stat target {};
-        if (path != nullptr && ::stat(path, &target) == 0) {
-            gConfig.haveTarget = true;
-            gConfig.device = target.st_dev;
-            gConfig.inode = target.st_ino;
-        }
-    }
+// Read when the shim is loaded: the harness makes the file before the run.
+__attribute__((constructor)) void load() {
+    const char* at = std::getenv("TEV_FAULT_AT");
+    gConfig.at = at != nullptr ? std::strtol(at, nullptr, 10) : 0;
+    gConfig.mode = gConfig.at > 0 ? parseMode(std::getenv("TEV_FAULT_MODE")) : Mode::kCount;
+    const char* path = std::getenv("TEV_FAULT_PATH");
+    struct stat target {};
+    gConfig.haveTarget = path != nullptr && ::stat(path, &target) == 0;
+    gConfig.device = target.st_dev;
+    gConfig.inode = target.st_ino;
 }
 
-bool isTarget(int fd) {
-    load();
-    struct stat st {};
-    return gConfig.haveTarget && ::fstat(fd, &st) == 0 && st.st_dev == gConfig.device &&
-           st.st_ino == gConfig.inode;
-}
-
-// What to do with this call: nothing (kCount) or the configured fault.
+// What to do with this call: nothing (kCount), or the configured fault when
+// it is the chosen call on the file.
 Mode nextCall(int fd) {
-    if (!isTarget(fd)) return Mode::kCount;
-    ++gConfig.seen;
-    return gConfig.seen == gConfig.at ? gConfig.mode : Mode::kCount;
+    struct stat st {};
+    if (!gConfig.haveTarget || ::fstat(fd, &st) != 0 || st.st_dev != gConfig.device || st.st_ino != gConfig.inode) {
+        return Mode::kCount;
+    }
+    return ++gConfig.seen == gConfig.at ? gConfig.mode : Mode::kCount;
 }
 
 [[noreturn]] void die() {
@@ -92,15 +80,6 @@ template <typename T>
 T next(const char* name) {
     return reinterpret_cast<T>(::dlsym(RTLD_NEXT, name));
 }
-
-using WriteFn = ssize_t (*)(int, const void*, size_t);
-using PwriteFn = ssize_t (*)(int, const void*, size_t, off_t);
-using Pwrite64Fn = ssize_t (*)(int, const void*, size_t, off64_t);
-using WritevFn = ssize_t (*)(int, const struct iovec*, int);
-using PwritevFn = ssize_t (*)(int, const struct iovec*, int, off_t);
-using Pwritev64Fn = ssize_t (*)(int, const struct iovec*, int, off64_t);
-using TruncateFn = int (*)(int, off_t);
-using Truncate64Fn = int (*)(int, off64_t);
 
 // Applies a fault to a call that writes `size` bytes; `writeHalf` writes the
 // first `half` bytes. Returns true with `*result` set when the call is done.
@@ -114,24 +93,22 @@ bool fault(Mode mode, size_t size, WriteHalf writeHalf, ssize_t* result) {
         case Mode::kKillHalf:
             writeHalf(size / 2);
             die();
-        case Mode::kNoSpace:
-            errno = ENOSPC;
-            *result = -1;
-            return true;
-        case Mode::kIoError:
-            errno = EIO;
-            *result = -1;
-            return true;
         case Mode::kShort:
-            if (size < 2) {
-                errno = ENOSPC;
-                *result = -1;
+            if (size >= 2) {
+                *result = writeHalf(size / 2);
                 return true;
             }
-            *result = writeHalf(size / 2);
-            return true;
+            errno = ENOSPC;  // nothing to halve
+            break;
+        case Mode::kNoSpace:
+            errno = ENOSPC;
+            break;
+        case Mode::kIoError:
+            errno = EIO;
+            break;
     }
-    return false;
+    *result = -1;
+    return true;
 }
 
 // The first `count` bytes of an I/O vector, as a vector of its own.
@@ -144,12 +121,6 @@ int cutVector(const struct iovec* in, int n, size_t count, struct iovec* out) {
         ++used;
     }
     return used;
-}
-
-size_t vectorSize(const struct iovec* v, int n) {
-    size_t total = 0;
-    for (int i = 0; i < n; ++i) total += v[i].iov_len;
-    return total;
 }
 
 template <typename Fn>
@@ -171,65 +142,67 @@ __attribute__((destructor)) void reportCount() {
     }
 }
 
+// A write of `n` bytes from `buf` through `real`, faulted when it is the
+// chosen call; `at...` is the position of the positioned forms.
+template <typename Fn, typename... At>
+ssize_t writeCall(Fn real, int fd, const void* buf, size_t n, At... at) {
+    ssize_t result = 0;
+    if (fault(nextCall(fd), n, [&](size_t half) { return real(fd, buf, half, at...); }, &result)) return result;
+    return real(fd, buf, n, at...);
+}
+
+template <typename Fn, typename... At>
+ssize_t vectorCall(Fn real, int fd, const struct iovec* v, int count, At... at) {
+    struct iovec cut[IOV_MAX];
+    ssize_t result = 0;
+    size_t size = 0;
+    for (int i = 0; i < count; ++i) size += v[i].iov_len;
+    const auto half = [&](size_t n) { return real(fd, cut, cutVector(v, count, n, cut), at...); };
+    if (count <= IOV_MAX && fault(nextCall(fd), size, half, &result)) return result;
+    return real(fd, v, count, at...);
+}
+
 }  // namespace
 
 extern "C" {
 
 __attribute__((visibility("default"))) ssize_t write(int fd, const void* buf, size_t n) {
-    static const auto real = next<WriteFn>("write");
-    ssize_t result = 0;
-    if (fault(nextCall(fd), n, [&](size_t half) { return real(fd, buf, half); }, &result)) return result;
-    return real(fd, buf, n);
+    static const auto real = next<decltype(&::write)>("write");
+    return writeCall(real, fd, buf, n);
 }
 
 __attribute__((visibility("default"))) ssize_t pwrite(int fd, const void* buf, size_t n, off_t at) {
-    static const auto real = next<PwriteFn>("pwrite");
-    ssize_t result = 0;
-    if (fault(nextCall(fd), n, [&](size_t half) { return real(fd, buf, half, at); }, &result)) return result;
-    return real(fd, buf, n, at);
+    static const auto real = next<decltype(&::pwrite)>("pwrite");
+    return writeCall(real, fd, buf, n, at);
 }
 
 __attribute__((visibility("default"))) ssize_t pwrite64(int fd, const void* buf, size_t n, off64_t at) {
-    static const auto real = next<Pwrite64Fn>("pwrite64");
-    ssize_t result = 0;
-    if (fault(nextCall(fd), n, [&](size_t half) { return real(fd, buf, half, at); }, &result)) return result;
-    return real(fd, buf, n, at);
+    static const auto real = next<decltype(&::pwrite64)>("pwrite64");
+    return writeCall(real, fd, buf, n, at);
 }
 
 __attribute__((visibility("default"))) ssize_t writev(int fd, const struct iovec* v, int count) {
-    static const auto real = next<WritevFn>("writev");
-    struct iovec cut[IOV_MAX];
-    ssize_t result = 0;
-    const auto half = [&](size_t size) { return real(fd, cut, cutVector(v, count, size, cut)); };
-    if (count <= IOV_MAX && fault(nextCall(fd), vectorSize(v, count), half, &result)) return result;
-    return real(fd, v, count);
+    static const auto real = next<decltype(&::writev)>("writev");
+    return vectorCall(real, fd, v, count);
 }
 
 __attribute__((visibility("default"))) ssize_t pwritev(int fd, const struct iovec* v, int count, off_t at) {
-    static const auto real = next<PwritevFn>("pwritev");
-    struct iovec cut[IOV_MAX];
-    ssize_t result = 0;
-    const auto half = [&](size_t size) { return real(fd, cut, cutVector(v, count, size, cut), at); };
-    if (count <= IOV_MAX && fault(nextCall(fd), vectorSize(v, count), half, &result)) return result;
-    return real(fd, v, count, at);
+    static const auto real = next<decltype(&::pwritev)>("pwritev");
+    return vectorCall(real, fd, v, count, at);
 }
 
 __attribute__((visibility("default"))) ssize_t pwritev64(int fd, const struct iovec* v, int count, off64_t at) {
-    static const auto real = next<Pwritev64Fn>("pwritev64");
-    struct iovec cut[IOV_MAX];
-    ssize_t result = 0;
-    const auto half = [&](size_t size) { return real(fd, cut, cutVector(v, count, size, cut), at); };
-    if (count <= IOV_MAX && fault(nextCall(fd), vectorSize(v, count), half, &result)) return result;
-    return real(fd, v, count, at);
+    static const auto real = next<decltype(&::pwritev64)>("pwritev64");
+    return vectorCall(real, fd, v, count, at);
 }
 
 __attribute__((visibility("default"))) int ftruncate(int fd, off_t length) {
-    static const auto real = next<TruncateFn>("ftruncate");
+    static const auto real = next<decltype(&::ftruncate)>("ftruncate");
     return truncateCall(nextCall(fd), [&] { return real(fd, length); });
 }
 
 __attribute__((visibility("default"))) int ftruncate64(int fd, off64_t length) {
-    static const auto real = next<Truncate64Fn>("ftruncate64");
+    static const auto real = next<decltype(&::ftruncate64)>("ftruncate64");
     return truncateCall(nextCall(fd), [&] { return real(fd, length); });
 }
 

@@ -2,24 +2,12 @@
 // called directly on a file (no tool, no undo file).
 //
 //   lib_driver OP FILE [ARG...]
-//     save FILE NAME DATA [UPDATE]   saveTEVDataToFile (DATA: a file's bytes)
-//     savefd FILE NAME DATA [UPDATE] saveTEVDataToFd
-//     delete FILE NAME               deleteTEVDataFromFile
-//     deletefd FILE NAME             checkTEVInFd + deleteTEVDataFromFilebyName
-//     deletemulti FILE NAME...       deleteTEVMultiDataFromFilebyName
-//     clear FILE                     deleteAllDataFromFile
-//     clearfd FILE                   deleteAllDataFromFd
-//     fastclear FILE                 deleteFastAllTEVData
-//     cover FILE MEDIA               FastChangeCoverData with the bytes of MEDIA
-//     sound FILE NAME DATA           saveVoxaToImageFile
-//     sounddel FILE NAME             deleteVoxaFromImageFile
-//     soundclear FILE                deleteAllVoxaFromImageFile
-//     copy SRC FILE                  copyTEVData into FILE
-//     copyfd SRC FILE                copyTEVDataFd into FILE
-//     read FILE                      checkTEVInFile, the next call an app makes
-//     recover FILE                   recoverTEVFile (skipped when the library lacks it)
-//     crowd FILE THREADS PROCS N     THREADS threads in each of PROCS processes
-//                                    add N records each; prints the records lost
+// OP names the entry point (see main): save and savefd take NAME, DATA (a
+// file's bytes) and UPDATE; cover takes the file of the new media; copy and
+// copyfd take SRC before FILE; read is checkTEVInFile, the next call an app
+// makes; recover is skipped when the library lacks recoverTEVFile; crowd
+// FILE THREADS PROCS N has THREADS threads in each of PROCS processes add N
+// records each and prints the records lost.
 // Exit status 0 when the entry point reported success.
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -28,38 +16,47 @@
 
 #include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "tev/tev.h"
+#include "tev/tev.hpp"
 
 namespace {
 
 std::vector<unsigned char> slurp(const char* path) {
-    std::vector<unsigned char> bytes;
-    FILE* f = std::fopen(path, "rb");
-    if (f == nullptr) return bytes;
-    unsigned char chunk[65536];
-    size_t got = 0;
-    while ((got = std::fread(chunk, 1, sizeof chunk, f)) > 0) bytes.insert(bytes.end(), chunk, chunk + got);
-    std::fclose(f);
-    return bytes;
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 uint32_t len(const char* s) { return static_cast<uint32_t>(std::strlen(s)); }
 
 int ok(uint32_t result) { return result != 0 ? 0 : 1; }
 
-// Names added by the crowd: "p<process>t<thread>r<i>".
-uint32_t crowdAdd(const char* path, int process, int thread, int count) {
-    uint32_t added = 0;
+// The exit status of `call` on PATH opened as an app's descriptor.
+template <typename Call>
+int onFd(const char* path, Call call) {
+    const int fd = open(path, O_RDWR);
+    const int rc = ok(call(fd));
+    close(fd);
+    return rc;
+}
+
+// Adds COUNT records named "p<process>t<thread>r<i>".
+void crowdAdd(const char* path, int process, int thread, int count) {
     const unsigned char data[64] = {1, 2, 3};
     for (int i = 0; i < count; ++i) {
         const std::string name = "p" + std::to_string(process) + "t" + std::to_string(thread) + "r" + std::to_string(i);
-        added += saveTEVDataToFile(path, name.c_str(), len(name.c_str()), nullptr, 0, data, sizeof data, 1, 0) ? 1 : 0;
+        saveTEVDataToFile(path, name.c_str(), len(name.c_str()), nullptr, 0, data, sizeof data, 1, 0);
     }
-    return added;
+}
+
+void crowdProcess(const char* path, int process, int threads, int count) {
+    std::vector<std::thread> pool;
+    for (int t = 0; t < threads; ++t) pool.emplace_back([=] { crowdAdd(path, process, t, count); });
+    for (auto& th : pool) th.join();
 }
 
 int crowd(const char* path, int threads, int procs, int count) {
@@ -67,21 +64,16 @@ int crowd(const char* path, int threads, int procs, int count) {
     for (int p = 1; p < procs; ++p) {
         const pid_t pid = fork();
         if (pid == 0) {
-            std::vector<std::thread> pool;
-            for (int t = 0; t < threads; ++t) pool.emplace_back([=] { crowdAdd(path, p, t, count); });
-            for (auto& th : pool) th.join();
+            crowdProcess(path, p, threads, count);
             _exit(0);
         }
         children.push_back(pid);
     }
-    std::vector<std::thread> pool;
-    for (int t = 0; t < threads; ++t) pool.emplace_back([=] { crowdAdd(path, 0, t, count); });
-    for (auto& th : pool) th.join();
+    crowdProcess(path, 0, threads, count);
     for (pid_t pid : children) waitpid(pid, nullptr, 0);
-    _TEV_info_pack* pack = checkTEVInFile(path);
+    const tev::Pack pack(checkTEVInFile(path));
     const int expected = threads * procs * count;
-    const int found = pack != nullptr ? static_cast<int>(pack->data_count) : 0;
-    if (pack != nullptr) destroyTEVDATA(pack);
+    const int found = pack ? static_cast<int>(pack->data_count) : 0;
     std::printf("%d records expected, %d found, %d lost\n", expected, found, expected - found);
     return found == expected ? 0 : 1;
 }
@@ -99,11 +91,10 @@ int main(int argc, char** argv) {
             return ok(saveTEVDataToFile(file, argv[3], len(argv[3]), nullptr, 0, data.data(),
                                         static_cast<uint32_t>(data.size()), 1, update));
         }
-        const int fd = open(file, O_RDWR);
-        const int rc = ok(saveTEVDataToFd(fd, argv[3], len(argv[3]), nullptr, 0, data.data(),
-                                          static_cast<uint32_t>(data.size()), 1, update));
-        close(fd);
-        return rc;
+        return onFd(file, [&](int fd) {
+            return saveTEVDataToFd(fd, argv[3], len(argv[3]), nullptr, 0, data.data(),
+                                   static_cast<uint32_t>(data.size()), 1, update);
+        });
     }
     if (op == "delete") return ok(deleteTEVDataFromFile(file, argv[3], len(argv[3])));
     if (op == "cover") {
@@ -111,15 +102,12 @@ int main(int argc, char** argv) {
         return ok(FastChangeCoverData(file, media.data(), static_cast<uint32_t>(media.size())));
     }
     if (op == "deletefd") {
-        const int fd = open(file, O_RDWR);
-        _TEV_info_pack* pack = checkTEVInFd(fd);
-        uint32_t result = 0;
-        if (pack != nullptr) {
-            result = deleteTEVDataFromFilebyName(&pack, argv[3], len(argv[3]));
+        return onFd(file, [&](int fd) {
+            _TEV_info_pack* pack = checkTEVInFd(fd);
+            const uint32_t result = pack != nullptr ? deleteTEVDataFromFilebyName(&pack, argv[3], len(argv[3])) : 0;
             if (pack != nullptr) destroyTEVDATA_FP(pack);
-        }
-        close(fd);
-        return ok(result);
+            return result;
+        });
     }
     if (op == "deletemulti") {
         std::vector<const char*> names(argv + 3, argv + argc);
@@ -130,12 +118,7 @@ int main(int argc, char** argv) {
     }
     if (op == "clear") return ok(deleteAllDataFromFile(file));
     if (op == "fastclear") return ok(deleteFastAllTEVData(file));
-    if (op == "clearfd") {
-        const int fd = open(file, O_RDWR);
-        const int rc = ok(deleteAllDataFromFd(fd));
-        close(fd);
-        return rc;
-    }
+    if (op == "clearfd") return onFd(file, [](int fd) { return deleteAllDataFromFd(fd); });
     if (op == "sound") {
         std::vector<unsigned char> data = slurp(argv[4]);
         return ok(saveVoxaToImageFile(file, data.data(), static_cast<uint32_t>(data.size()), argv[3], len(argv[3])));
@@ -145,15 +128,12 @@ int main(int argc, char** argv) {
     if (op == "copy") return ok(copyTEVData(argv[2], argv[3]));
     if (op == "copyfd") {
         const int src = open(argv[2], O_RDWR);
-        const int dst = open(argv[3], O_RDWR);
-        const int rc = ok(copyTEVDataFd(src, dst));
+        const int rc = onFd(argv[3], [&](int dst) { return copyTEVDataFd(src, dst); });
         close(src);
-        close(dst);
         return rc;
     }
     if (op == "read") {
-        _TEV_info_pack* pack = checkTEVInFile(file);
-        if (pack != nullptr) destroyTEVDATA(pack);
+        const tev::Pack pack(checkTEVInFile(file));
         return 0;
     }
     if (op == "recover") {
