@@ -1,10 +1,7 @@
-// The native methods of TEVJNI and VoxaJNI driven through a stand-in JNIEnv
-// that hands out malloc'd copies of strings and arrays and counts local
-// references. After every call nothing may stay borrowed and no local
-// reference may be left but the result; under LeakSanitizer a copy that was
-// never given back, or a pack or list the method did not free, is a leak.
-// The binding's own refusals are checked here too, with their log lines.
-// (The JVM tests cover result shapes on a real VM, where LeakSanitizer cannot run.)
+// The native methods of TEVJNI and VoxaJNI through a stand-in JNIEnv that hands out malloc'd
+// copies and counts local references: after every call nothing may stay borrowed and no local
+// reference be left but the result, and under LeakSanitizer a copy never given back is a leak.
+// The binding's own refusals are checked here with their log lines; result shapes on a real VM.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <jni.h>
@@ -16,6 +13,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "com_valtremo_android_media_TEVJNI.h"
@@ -84,21 +82,19 @@ public:
     int live = 0;                 // local references the native code holds
     int peak = 0;                 // the most it held at once
     bool pending = false;         // an exception not cleared
-    bool thrown = false;          // an exception since the test began
+    bool thrown = false;          // an exception since the last call()
     int stringsBeforeFailure = -1;  // NewStringUTF throws after this many strings (-1: never)
 
 private:
     static Value* of(const void* ref) { return static_cast<Value*>(const_cast<void*>(ref)); }
 
-    template <typename T>
-    static T* borrow(std::vector<T>& values) {
+    template <typename T> static T* borrow(std::vector<T>& values) {
         ++vm_->borrowed;
         auto* copy = static_cast<T*>(std::malloc(sizeof(T) * (values.size() + 1)));
         std::copy(values.begin(), values.end(), copy);
         return copy;
     }
-    template <typename T>
-    static void giveBack(std::vector<T>& values, T* copy, jint mode) {
+    template <typename T> static void giveBack(std::vector<T>& values, T* copy, jint mode) {
         if (mode != JNI_ABORT) std::copy(copy, copy + values.size(), values.begin());
         if (mode == JNI_COMMIT) return;
         --vm_->borrowed;
@@ -120,24 +116,22 @@ private:
         return nullptr;
     }
 
-    static FakeVm* vm_;
+    static inline FakeVm* vm_ = nullptr;
     JNINativeInterface_ table_{};
     JNIEnv env_{};
     std::vector<std::unique_ptr<Value>> values_;
 };
 
-FakeVm* FakeVm::vm_ = nullptr;
-
 class JniBindingTest : public tevtest::LogCaptureTest {
 protected:
-    // Runs native calls and checks that they gave everything back.
-    void call(const char* what, const std::function<void()>& run) {
+    // Runs native calls and checks that they gave everything back and cleared what the VM threw
+    // (borrowed, live, thrown, pending).
+    void call(const std::string& what, const std::function<void()>& run, bool throws = false) {
         vm.live = vm.peak = 0;
+        vm.thrown = false;
         run();
-        EXPECT_EQ(0, vm.borrowed) << what;
-        EXPECT_EQ(0, vm.live) << what;
-        EXPECT_FALSE(vm.thrown) << what;
-        EXPECT_FALSE(vm.pending) << what;
+        EXPECT_EQ(std::make_tuple(0, 0, throws, false), std::make_tuple(vm.borrowed, vm.live, vm.thrown, vm.pending))
+            << what;
     }
     // A result goes to the caller, so it is no longer the native code's reference.
     jlong held(const void* result) {
@@ -148,39 +142,25 @@ protected:
     JNIEnv* env = vm.env();
 };
 
-// Each row runs a method with usable arguments, then with the refused ones.
-// When the row names a tag, the refusal is the binding's own: 0 or null and
-// that error line (tag "": no line). Methods whose path and descriptor forms
-// share one helper and one set of owners appear once; every owner and result
-// builder is reached.
+// Each row runs a method with usable arguments, then with the refused ones. When the row names
+// a tag, the refusal is the binding's own: 0 or null and that error line (tag "": no line).
+// Path and descriptor forms sharing one helper and its owners appear once; every owner and
+// result builder is reached.
 TEST_F(JniBindingTest, EachMethodGivesBackWhatItBorrowsOnEveryPathAndRefusesWithItsLine) {
-    const Bytes media = tevtest::fakeJpeg(200);
-    const Bytes data = tevtest::pattern(40);
+    const Bytes media = tevtest::fakeJpeg(200), data = tevtest::pattern(40);
     const tevtest::TempFile file(tevtest::buildContainer(media, {{3, "a", Bytes{1, 2}, data}, {4, "b", {}, data}}));
-    const tevtest::TempFile sound(media, "sound.jpg");
+    const tevtest::TempFile plain(media, "plain.jpg"), bare(media, "bare.jpg"), sound(media, "sound.jpg");
     ASSERT_EQ(media.size() + data.size() + 30, AddSoundInVoxaFile(sound.c_str(), data.data(), 40));
-    const tevtest::TempFile dataFile(data, "data.bin");
-    const tevtest::TempFile emptyFile(Bytes{}, "empty.bin");
-    const tevtest::TempFile plain(media, "plain.jpg");
-    const tevtest::TempFile bare(media, "bare.jpg");
-    const int fd = open(file.c_str(), O_RDWR);
-    const int plainFd = open(plain.c_str(), O_RDWR);
+    const tevtest::TempFile dataFile(data, "data.bin"), emptyFile(Bytes{}, "empty.bin");
+    const int fd = open(file.c_str(), O_RDWR), plainFd = open(plain.c_str(), O_RDWR);
     const int bareFd = open(bare.c_str(), O_RDWR);
     ASSERT_TRUE(fd > 0 && plainFd > 0 && bareFd > 0);
-    jstring p = vm.string(file.c_str());
-    jstring key = vm.string("a");
-    jbyteArray bytes = vm.bytes(data);
-    jbyteArray sub = vm.bytes({9, 9});
-    jstring df = vm.string(dataFile.c_str());
+    jstring p = vm.string(file.c_str()), key = vm.string("a"), df = vm.string(dataFile.c_str());
+    jbyteArray bytes = vm.bytes(data), sub = vm.bytes({9, 9});
     Bytes room = media;
     room.resize(1000);
     const char* beyond = "length beyond the end of its Java argument";
-    struct Row {
-        const char* name;
-        const char* tag;
-        const char* text;
-        std::function<jlong(bool)> run;
-    };
+    struct Row { const char *name, *tag, *text; std::function<jlong(bool)> run; };
     const std::vector<Row> rows = {
         {"isTEVFile", nullptr, nullptr, [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_isTEVFile(env, nullptr, ok ? p : nullptr); }},
         {"isTEVfd", "JNI::isTEVFd", "fd error", [&](bool ok) { return Java_com_valtremo_android_media_TEVJNI_isTEVfd(env, nullptr, ok ? fd : -1); }},
@@ -261,18 +241,14 @@ TEST_F(JniBindingTest, LongListsKeepTheLocalReferencesFewAndLetGoOnFailure) {
     const tevtest::TempFile file(tevtest::fakeJpeg(100));
     const tevtest::TempFile dataFile(Bytes{1, 2, 3}, "data.bin");
     constexpr int kCount = 300;
-    std::vector<std::string> names;
-    std::vector<jint> lengths;
-    for (int i = 0; i < kCount; ++i) {
-        names.push_back("r" + std::to_string(i));
-        lengths.push_back(static_cast<jint>(names.back().size()));
-    }
+    std::vector<std::string> names(kCount);
+    std::vector<jint> lengths(kCount);
+    for (int i = 0; i < kCount; ++i) lengths[i] = static_cast<jint>((names[i] = "r" + std::to_string(i)).size());
     jstring path = vm.string(file.c_str());
 
     call("addTEVDataFiles", [&] {
-        EXPECT_EQ(1, Java_com_valtremo_android_media_TEVJNI_addTEVDataFiles(
-                         env, nullptr, path, vm.strings(names), vm.ints(lengths),
-                         vm.strings(std::vector<std::string>(kCount, dataFile.path())),
+        EXPECT_EQ(1, Java_com_valtremo_android_media_TEVJNI_addTEVDataFiles(env, nullptr, path, vm.strings(names),
+                         vm.ints(lengths), vm.strings(std::vector<std::string>(kCount, dataFile.path())),
                          vm.ints(std::vector<jint>(kCount, 1)), 0, kCount));
     });
     EXPECT_LE(vm.peak, 2);
@@ -284,11 +260,9 @@ TEST_F(JniBindingTest, LongListsKeepTheLocalReferencesFewAndLetGoOnFailure) {
     // exception cleared and the half-made array let go.
     for (int made : {0, 1, 299}) {  // the array's filler "", then the first and the last name
         vm.stringsBeforeFailure = made;
-        vm.live = 0;
-        EXPECT_EQ(nullptr, Java_com_valtremo_android_media_TEVJNI_listKeyNames(env, nullptr, path)) << made;
-        EXPECT_EQ(0, vm.live) << made;
-        EXPECT_EQ(0, vm.borrowed) << made;
-        EXPECT_FALSE(vm.pending) << made;
+        call("failing string " + std::to_string(made),
+             [&] { EXPECT_EQ(nullptr, Java_com_valtremo_android_media_TEVJNI_listKeyNames(env, nullptr, path)); },
+             true);
     }
 }
 
