@@ -31,10 +31,10 @@ TEST(ContainerLayout, MetaTypeAndLengthsFollowTheLayoutAndWrapAt32Bits) {
 
 const Bytes kFiller = ByteBuilder().u32le(0x7FFE0000u).u32le(12).text("Invalid_Data").take();
 
-// The writers are one body over TevStream; the medium is not their concern.
 class FormatWriterTest : public LogCaptureTest {};
 
-TEST_F(FormatWriterTest, FillersAndHeaderFillTheirRegionExactly) {
+// Fillers, the directory and records: exact bytes, and the writers stop only at an error.
+TEST_F(FormatWriterTest, FillersHeaderAndRecordsWriteExactBytes) {
     FixedBuffer out({}, 256);
     out.stream()->writeDummyTEVData(20);  // no zero bytes after the name
     EXPECT_EQ(out.contents(), kFiller);
@@ -69,9 +69,6 @@ TEST_F(FormatWriterTest, FillersAndHeaderFillTheirRegionExactly) {
     FixedBuffer full({}, 22);
     EXPECT_EQ(full.stream()->writeTEVHeader(entries, 1), 0);
     EXPECT_EQ(full.contents(), ByteBuilder().text("TEVH").u32le(107).u32le(3).u32le(0x00010000u).u32le(40).take());
-}
-
-TEST_F(FormatWriterTest, RecordWriterStopsOnlyAtAnErrorAndLogsAMissingStream) {
     // A full buffer refuses the name without an error (0): the header goes on, and the data byte
     // lands where the name would have begun.
     FixedBuffer s({}, 9);
@@ -90,8 +87,7 @@ TEST_F(FormatWriterTest, RecordWriterStopsOnlyAtAnErrorAndLogsAMissingStream) {
     EXPECT_TRUE(loggedError("TEV::FastDeleteAllTEVData", "Stream is null")) << dumpLog();
 }
 
-// A first record: 100 bytes of media, "abcd" of type 5 with 10 data bytes
-// (22 bytes at 100), and the 32 bytes of its directory.
+// A first record: "abcd" of type 5 with 10 data bytes (22 bytes at 100), and its 32-byte directory.
 const RecordSpec kPhoto{5, "abcd", std::nullopt, Bytes(10, 0xA1)};
 const Bytes kMedia = fakeJpeg(100);
 const Bytes kPhotoDirectory =

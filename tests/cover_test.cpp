@@ -1,6 +1,5 @@
-// Replacing the media in front of a container in place: every length case on
-// a real JPEG and a real boxed MP4 (the decoders must read the result), with
-// sound, with a leading filler, repeated, and the refusals.
+// Replacing the media in front of a container in place: every length case on a real JPEG and a
+// real boxed MP4 (the decoders must read the result), with sound, with fillers, and the refusals.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -108,18 +107,14 @@ TEST_F(CoverTest, EveryLengthOnJpegAndBoxedMp4KeepsRecordsAndDecodes) {
     }
 }
 
-// Sound as records with the block pointing into them, a sound in front of
-// the container, and a bare sound (turned into records first): the sound's
-// positions still lead to its bytes, shorter and longer.
+// Sound as records with the block pointing into them, in front of the container, and bare (made
+// records first): the sound's positions still lead to its bytes, shorter and longer.
 TEST_F(CoverTest, SoundPositionsFollowTheRecords) {
     const Bytes sound = pattern(500);
     const Bytes old = realMedia(false, kBase, 'o');
     const std::vector<Bytes> files = {
-        imageWithRecordSound(old, {kRecords[0], soundRecord("EchoFrame_000", sound), metaRecord({"EchoFrame_000"})},
-                             1),
-        imageWithSoundBeforeContainer(old, sound, kRecords),
-        imageWithBareSound(old, sound),
-    };
+        imageWithRecordSound(old, {kRecords[0], soundRecord("EchoFrame_000", sound), metaRecord({"EchoFrame_000"})}, 1),
+        imageWithSoundBeforeContainer(old, sound, kRecords), imageWithBareSound(old, sound)};
     for (size_t f = 0; f < files.size(); ++f) {
         for (const int delta : {-300, -5, 700}) {
             SCOPED_TRACE(std::to_string(f) + " " + std::to_string(delta));
