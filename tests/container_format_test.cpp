@@ -7,13 +7,8 @@
 #include <csignal>
 #include <cstdio>
 
-#include "support/bytes.h"
 #include "support/edit.h"
-#include "support/files.h"
-#include "support/log_capture.h"
 #include "support/medium.h"
-#include "support/records.h"
-#include "tev/tev.h"
 
 namespace {
 

@@ -11,7 +11,6 @@
 #include <tuple>
 #include <vector>
 
-#include "support/bytes.h"
 #include "support/log_capture.h"
 #include "support/records.h"
 #include "support/sound_files.h"
@@ -35,8 +34,7 @@ Bytes realMedia(bool mp4, int pad, uint8_t fill) {
 }
 
 bool decodes(const std::string& path, bool mp4) {
-    const std::string cmd = mp4 ? "ffprobe -v error -show_format '" + path + "' >/dev/null 2>&1"
-                                : "djpeg '" + path + "' >/dev/null 2>&1";
+    const std::string cmd = (mp4 ? "ffprobe -v error -show_format '" : "djpeg '") + path + "' >/dev/null 2>&1";
     return std::system(cmd.c_str()) == 0;
 }
 
@@ -70,10 +68,6 @@ Entries entriesOf(const std::string& path) {
     return out;
 }
 
-uint32_t replace(const TempFile& file, const Bytes& media) {
-    return FastChangeCoverData(file.c_str(), media.data(), uint32_t(media.size()));
-}
-
 class CoverTest : public LogCaptureTest {};
 
 // Successive replacements on one file of each kind: shrinking, further, growing a little, to a
@@ -90,7 +84,7 @@ TEST_F(CoverTest, EveryLengthOnJpegAndBoxedMp4KeepsRecordsAndDecodes) {
         for (const auto& c : kSteps) {
             SCOPED_TRACE(std::string(mp4 ? "mp4 " : "jpeg ") + std::to_string(c.pad));
             const Bytes media = realMedia(mp4, c.pad, uint8_t(c.pad));
-            ASSERT_EQ(replace(file, media), 1u) << dumpLog();
+            ASSERT_EQ(FastChangeCoverData(file.c_str(), media.data(), uint32_t(media.size())), 1u) << dumpLog();
             EXPECT_TRUE(logLines().empty()) << dumpLog();
             const Bytes after = file.read();
             EXPECT_EQ(Bytes(after.begin(), after.begin() + media.size()), media);
@@ -110,8 +104,7 @@ TEST_F(CoverTest, EveryLengthOnJpegAndBoxedMp4KeepsRecordsAndDecodes) {
 // Sound as records with the block pointing into them, in front of the container, and bare (made
 // records first): the sound's positions still lead to its bytes, shorter and longer.
 TEST_F(CoverTest, SoundPositionsFollowTheRecords) {
-    const Bytes sound = pattern(500);
-    const Bytes old = realMedia(false, kBase, 'o');
+    const Bytes sound = pattern(500), old = realMedia(false, kBase, 'o');
     const std::vector<Bytes> files = {
         imageWithRecordSound(old, {kRecords[0], soundRecord("EchoFrame_000", sound), metaRecord({"EchoFrame_000"})}, 1),
         imageWithSoundBeforeContainer(old, sound, kRecords), imageWithBareSound(old, sound)};
@@ -120,7 +113,8 @@ TEST_F(CoverTest, SoundPositionsFollowTheRecords) {
             SCOPED_TRACE(std::to_string(f) + " " + std::to_string(delta));
             TempFile file(files[f], "s.jpg");
             const Entries before = entriesOf(file.path());
-            ASSERT_EQ(replace(file, realMedia(false, kBase + delta, 'n')), 1u) << dumpLog();
+            const Bytes media = realMedia(false, kBase + delta, 'n');
+            ASSERT_EQ(FastChangeCoverData(file.c_str(), media.data(), uint32_t(media.size())), 1u) << dumpLog();
             uint32_t size = 0;
             const tev::CBytes got(GetAudioInVoxa(file.c_str(), &size));
             ASSERT_TRUE(got);
@@ -135,8 +129,7 @@ TEST_F(CoverTest, SoundPositionsFollowTheRecords) {
 // The media part of another file: in front of its container, of its bare
 // sound, or all of a plain file; through paths and descriptors.
 TEST_F(CoverTest, OrgDataTakesTheOtherFilesMediaPart) {
-    const Bytes old = realMedia(true, kBase, 'o');
-    const Bytes org = realMedia(true, 200, 'g');
+    const Bytes old = realMedia(true, kBase, 'o'), org = realMedia(true, 200, 'g');
     const Bytes boxed = buildContainer(old, kRecords, {.mp4Box = true});
     TempFile file(boxed, "f.mp4");
     TempFile source(buildContainer(org, {{9, "other", std::nullopt, pattern(40)}}, {.mp4Box = true}), "o.mp4");
@@ -175,8 +168,7 @@ TEST_F(CoverTest, RefusalsLeaveTheFileUnchanged) {
     Bytes damaged = jpeg;
     putU32le(damaged, damaged.size() - 8, 9999);  // KTHO pointing nowhere
     const TempFile damagedOrg(damaged), trailingOrg(buildContainer(concat(good, textBytes("TEVT")), {kRecords[1]}));
-    const char* const kCover = "TEVEncoderAPIs::FastChangeCoverData";
-    const char* const kOrg = "TEVEncoderAPIs::FastChangeOrgData";
+    const char *const kCover = "TEVEncoderAPIs::FastChangeCoverData", *const kOrg = "TEVEncoderAPIs::FastChangeOrgData";
     using Call = std::function<uint32_t(const char*)>;
     auto cover = [](const Bytes& media, size_t length) -> Call {
         return [&media, length](const char* path) { return FastChangeCoverData(path, media.data(), uint32_t(length)); };

@@ -15,8 +15,6 @@ using namespace tevtest;
 
 Bytes boxHeader(uint32_t size) { return ByteBuilder().u32be(size).text("tevd").take(); }
 
-// One record of 968 bytes and a one-entry directory of 32: 1000 bytes.
-const std::vector<RecordSpec> kThousandBytes = {{5, "blob", std::nullopt, Bytes(956, 0x6B)}};
 
 // Runs `edit` on the index of the container in `file`, then closes the file; 2 when none parses.
 uint32_t onIndex(const TempFile& file, uint32_t (*edit)(_TEV_info*)) {
@@ -66,8 +64,7 @@ TEST_F(Mp4BoxTest, RefusalsWriteNothingAndLogTheirLine) {
     _TEV_info noStream = index(48, 40, nullptr), broken = index(48, 40, &unusable), invalid = index(48, 40, stream);
     invalid.valid = 0;
     int64_t at = 0;
-    const char* const kUpdate = "TEVAPIs::updateMP4TagStream";
-    const char* const kFp = "TEVAPIs::updateMP4TagFp";
+    const char *const kUpdate = "TEVAPIs::updateMP4TagStream", *const kFp = "TEVAPIs::updateMP4TagFp";
     const char* const kWrap = "TEV::writeMP4Tag";
     const struct { std::function<uint32_t()> call; const char* tag; const char* text; } kCases[] = {
         {[&] { return writeMP4TagStream(stream, &at); }, "TEVAPIs::writeMP4TagStream", "file write error\n"},
@@ -123,7 +120,8 @@ TEST_F(Mp4BoxTest, IndexFormsRestoreTheSizeAndWrapTheContainer) {
     TempFile boxed(damaged);
     EXPECT_EQ(onIndex(boxed, updateMP4Tag), 1u) << dumpLog();
     EXPECT_EQ(boxed.read(), good);
-    const Bytes original = buildContainer(fakeMp4(200), kThousandBytes);
+    // One record of 968 bytes and a one-entry directory of 32: 1000 bytes.
+    const Bytes original = buildContainer(fakeMp4(200), {{5, "blob", std::nullopt, Bytes(956, 0x6B)}});
     ASSERT_EQ(original.size(), 1200u);
     TempFile file(original);
     EXPECT_EQ(onIndex(file, writeMP4Tag), 1u) << dumpLog();

@@ -7,7 +7,6 @@
 #include <tuple>
 #include <vector>
 
-#include "support/bytes.h"
 #include "support/log_capture.h"
 #include "support/medium.h"
 #include "support/records.h"
@@ -249,10 +248,8 @@ TEST_F(ParseTest, UnusableArgumentsAreRefusedWithTheirLog) {
     invalid.valid = 0;
     _TEV_info_pack noList{1, &noEntries, 1, nullptr, 0, nullptr};
     int64_t at = 0, length = 0;
-    const char* const kName = "TEVInternal::_getNameOfData";
-    const char* const kAll = "TEV::getAllNameOfDataList";
-    const char* const kAdd = "TEVInternal::_addData";
-    const char* const kMp4 = "TEVAPIs::checkSignatureMP4Tag";
+    const char *const kName = "TEVInternal::_getNameOfData", *const kAll = "TEV::getAllNameOfDataList";
+    const char *const kAdd = "TEVInternal::_addData", *const kMp4 = "TEVAPIs::checkSignatureMP4Tag";
     const std::tuple<bool, const char*, const char*> kCases[] = {
         {getTEVList(nullptr) == 0, "TEV::getTEVList", "Wrong TEV_info"},
         {getTEVList(&invalid) == 0, "TEV::getTEVList", "TEV validation failed"},

@@ -11,7 +11,6 @@
 #include <tuple>
 #include <vector>
 
-#include "support/bytes.h"
 #include "support/log_capture.h"
 #include "support/medium.h"
 #include "support/sound_files.h"
