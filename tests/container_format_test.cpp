@@ -17,9 +17,9 @@ using namespace tevtest;
 TEST(ContainerLayout, MetaTypeAndLengthsFollowTheLayoutAndWrapAt32Bits) {
     const std::pair<uint32_t, uint32_t> kValues[] = {  // computed, expected
         {_setMetaType(7, 42), 0x00078000u}, {_setMetaType(0xFFFF, 1), 0xFFFF8000u},  // any non-zero flag
-        {_getDataType(0x7FFE8000u), 32766u}, {_getDataLength(0, 4, 99, 10), 22u}, {_getDataLength(1, 4, 6, 10), 32u},
-        {_getDataLength(0, 0xFFFFFFF0u, 0, 7), 0xFFFFFFFFu}, {_getDataLength(0, 0xFFFFFFF0u, 0, 9), 1u},
-        {_getDataLength(1, 0xFFFFFFF0u, 0, 4), 0u}, {_calculateTEV_KTHO(3), 48u},
+        {_getDataType(0x7FFE8000u), 32766u}, {_getDataLength(0, 4, 99, 10), 22u}, {_calculateTEV_KTHO(3), 48u},
+        {_getDataLength(1, 4, 6, 10), 32u}, {_getDataLength(0, 0xFFFFFFF0u, 0, 7), 0xFFFFFFFFu},
+        {_getDataLength(0, 0xFFFFFFF0u, 0, 9), 1u}, {_getDataLength(1, 0xFFFFFFF0u, 0, 4), 0u},
         {_calculateTEV_KTHO(0x20000000u), 0x8000000Cu}};
     for (size_t i = 0; i < std::size(kValues); ++i) EXPECT_EQ(kValues[i].first, kValues[i].second) << i;
 }

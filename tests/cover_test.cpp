@@ -106,7 +106,8 @@ TEST_F(CoverTest, EveryLengthOnJpegAndBoxedMp4KeepsRecordsAndDecodes) {
 TEST_F(CoverTest, SoundPositionsFollowTheRecords) {
     const Bytes sound = pattern(500), old = realMedia(false, kBase, 'o');
     const std::vector<Bytes> files = {
-        imageWithRecordSound(old, {kRecords[0], soundRecord("EchoFrame_000", sound), metaRecord({"EchoFrame_000"})}, 1),
+        imageWithRecordSound(old, {kRecords[0], soundRecord("EchoFrame_000", sound), metaRecord({"EchoFrame_000"})},
+                             1),
         imageWithSoundBeforeContainer(old, sound, kRecords), imageWithBareSound(old, sound)};
     for (size_t f = 0; f < files.size(); ++f) {
         for (const int delta : {-300, -5, 700}) {
@@ -117,8 +118,7 @@ TEST_F(CoverTest, SoundPositionsFollowTheRecords) {
             ASSERT_EQ(FastChangeCoverData(file.c_str(), media.data(), uint32_t(media.size())), 1u) << dumpLog();
             uint32_t size = 0;
             const tev::CBytes got(GetAudioInVoxa(file.c_str(), &size));
-            ASSERT_TRUE(got);
-            EXPECT_EQ(Bytes(got.get(), got.get() + size), sound);
+            EXPECT_EQ(got ? Bytes(got.get(), got.get() + size) : Bytes{}, sound);
             if (f < 2) { EXPECT_EQ(entriesOf(file.path()).records, before.records); }
             EXPECT_EQ(getSignature(file.c_str()), uint32_t(SIGNATURE_VOXA_TEV));
             EXPECT_TRUE(decodes(file.path(), false));
@@ -168,7 +168,8 @@ TEST_F(CoverTest, RefusalsLeaveTheFileUnchanged) {
     Bytes damaged = jpeg;
     putU32le(damaged, damaged.size() - 8, 9999);  // KTHO pointing nowhere
     const TempFile damagedOrg(damaged), trailingOrg(buildContainer(concat(good, textBytes("TEVT")), {kRecords[1]}));
-    const char *const kCover = "TEVEncoderAPIs::FastChangeCoverData", *const kOrg = "TEVEncoderAPIs::FastChangeOrgData";
+    const char* const kCover = "TEVEncoderAPIs::FastChangeCoverData";
+    const char* const kOrg = "TEVEncoderAPIs::FastChangeOrgData";
     using Call = std::function<uint32_t(const char*)>;
     auto cover = [](const Bytes& media, size_t length) -> Call {
         return [&media, length](const char* path) { return FastChangeCoverData(path, media.data(), uint32_t(length)); };

@@ -105,8 +105,7 @@ TEST_F(Mp4BoxTest, RefusalsWriteNothingAndLogTheirLine) {
     }
     EXPECT_EQ(writeFirstMP4TagBuffer(full.handle(), 8), 1u);  // the buffer form ignores failures
     EXPECT_EQ(writeFirstMP4TagBuffer(nullptr, 8), 1u);
-    fclose(readOnly);
-    fclose(update);
+    EXPECT_EQ(fclose(readOnly) + fclose(update), 0);
     EXPECT_EQ(full.contents(), content);
     EXPECT_EQ(file.read(), content);
 }

@@ -150,7 +150,8 @@ TEST_F(ParseTest, DamagedInputIsRefusedWithItsLog) {
     Bytes hostile = voxa;
     putU32le(hostile, hostile.size() - 10, 0xFFFFFFF0u);  // the Voxa block's distance to the directory
     // A null tag: refused without any log line.
-    const struct { Bytes file; const char* tag; std::string text; uint32_t signature = SIGNATURE_TEV; } kCases[] = {
+    const struct { Bytes file; const char* tag; std::string text;
+                   uint32_t signature = SIGNATURE_TEV; } kCases[] = {
         {fakeJpeg(300), nullptr, "no tags at all"},
         {patched(127, 0), nullptr, "no TEVH"},
         {patched(155, 0), nullptr, "no TEVT"},
