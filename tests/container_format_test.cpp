@@ -1,46 +1,35 @@
-// The bytes the format writers put on disk, checked against containers laid
-// out independently by the test support code, also when the medium stops
-// taking bytes part-way: the directory goes out in one write where it can,
-// and must then leave the bytes and the log of field-by-field writes.
+// The bytes the format writers put on disk, against containers laid out by the test support code,
+// also when the medium stops part-way: the directory goes out in one write where it can, and must
+// then leave the bytes and the log of field-by-field writes.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
 #include <csignal>
 #include <cstdio>
 
-#include "support/bytes.h"
 #include "support/edit.h"
-#include "support/files.h"
-#include "support/log_capture.h"
 #include "support/medium.h"
-#include "support/records.h"
-#include "tev/container.h"
-#include "tev/editor.h"
-#include "tev/stream.h"
 
 namespace {
 
 using namespace tevtest;
 
 TEST(ContainerLayout, MetaTypeAndLengthsFollowTheLayoutAndWrapAt32Bits) {
-    EXPECT_EQ(_setMetaType(7, 42), 0x00078000u);  // any non-zero flag
-    EXPECT_EQ(_setMetaType(0xFFFF, 1), 0xFFFF8000u);
-    EXPECT_EQ(_getDataType(0x7FFE8000u), 32766u);
-    EXPECT_EQ(_getDataLength(0, 4, 99, 10), 22u);
-    EXPECT_EQ(_getDataLength(1, 4, 6, 10), 32u);
-    EXPECT_EQ(_getDataLength(0, 0xFFFFFFF0u, 0, 7), 0xFFFFFFFFu);
-    EXPECT_EQ(_getDataLength(0, 0xFFFFFFF0u, 0, 9), 1u);
-    EXPECT_EQ(_getDataLength(1, 0xFFFFFFF0u, 0, 4), 0u);
-    EXPECT_EQ(_calculateTEV_KTHO(3), 48u);
-    EXPECT_EQ(_calculateTEV_KTHO(0x20000000u), 0x8000000Cu);
+    const std::pair<uint32_t, uint32_t> kValues[] = {  // computed, expected
+        {_setMetaType(7, 42), 0x00078000u}, {_setMetaType(0xFFFF, 1), 0xFFFF8000u},  // any non-zero flag
+        {_getDataType(0x7FFE8000u), 32766u}, {_getDataLength(0, 4, 99, 10), 22u}, {_calculateTEV_KTHO(3), 48u},
+        {_getDataLength(1, 4, 6, 10), 32u}, {_getDataLength(0, 0xFFFFFFF0u, 0, 7), 0xFFFFFFFFu},
+        {_getDataLength(0, 0xFFFFFFF0u, 0, 9), 1u}, {_getDataLength(1, 0xFFFFFFF0u, 0, 4), 0u},
+        {_calculateTEV_KTHO(0x20000000u), 0x8000000Cu}};
+    for (size_t i = 0; i < std::size(kValues); ++i) EXPECT_EQ(kValues[i].first, kValues[i].second) << i;
 }
 
 const Bytes kFiller = ByteBuilder().u32le(0x7FFE0000u).u32le(12).text("Invalid_Data").take();
 
-// The writers are one body over TevStream; the medium is not their concern.
 class FormatWriterTest : public LogCaptureTest {};
 
-TEST_F(FormatWriterTest, FillersFillTheirRegionExactly) {
+// Fillers, the directory and records: exact bytes, and the writers stop only at an error.
+TEST_F(FormatWriterTest, FillersHeaderAndRecordsWriteExactBytes) {
     FixedBuffer out({}, 256);
     out.stream()->writeDummyTEVData(20);  // no zero bytes after the name
     EXPECT_EQ(out.contents(), kFiller);
@@ -58,30 +47,25 @@ TEST_F(FormatWriterTest, FillersFillTheirRegionExactly) {
     ASSERT_EQ(small.stream()->seek(10, 0), 10);
     small.stream()->writeDummyTEVDataHeader(52, 0);
     EXPECT_EQ(small.contents(), Bytes(10, 0xAB));
-}
 
-TEST_F(FormatWriterTest, HeaderMethodStoresCountPlusTwoAndStopsAtTheFirstFailure) {
+    // The header method stores the count plus two and stops at the first failure.
     _TEV_data_info first{40, 20, 0x00010000u, 0, 0, nullptr, 0};  // start offset, length, meta type
     _TEV_data_info* missing[] = {&first, nullptr};
-    FixedBuffer out({}, 128);
-    EXPECT_EQ(out.stream()->writeTEVHeader(missing, 2), 0);
-    EXPECT_TRUE(out.contents().empty());
+    FixedBuffer header({}, 128);
+    EXPECT_EQ(header.stream()->writeTEVHeader(missing, 2), 0);
+    EXPECT_TRUE(header.contents().empty());
     _TEV_data_info second{20, 20, 0x00028000u, 1, 0, nullptr, 0};
     _TEV_data_info* entries[] = {&first, &second};
-    EXPECT_EQ(out.stream()->writeTEVHeader(entries, 2), 4);
-    const Bytes expected = ByteBuilder().text("TEVH").u32le(107).u32le(4)  // the count plus two
-                               .u32le(0x00010000u).u32le(40).u32le(20).u32le(0x00028000u).u32le(20).u32le(20)
-                               .u32le(36).text("TEVT").take();
-    EXPECT_EQ(out.contents(), expected);
+    EXPECT_EQ(header.stream()->writeTEVHeader(entries, 2), 4);
+    EXPECT_EQ(header.contents(), ByteBuilder().text("TEVH").u32le(107).u32le(4)  // the count plus two
+                                     .u32le(0x00010000u).u32le(40).u32le(20).u32le(0x00028000u).u32le(20).u32le(20)
+                                     .u32le(36).text("TEVT").take());
     // A full buffer: the fields that fit whole, then nothing.
     FixedBuffer full({}, 22);
     EXPECT_EQ(full.stream()->writeTEVHeader(entries, 1), 0);
     EXPECT_EQ(full.contents(), ByteBuilder().text("TEVH").u32le(107).u32le(3).u32le(0x00010000u).u32le(40).take());
-}
-
-TEST_F(FormatWriterTest, RecordWriterStopsOnlyAtAnErrorAndLogsAMissingStream) {
-    // A full buffer refuses the name without an error (0): the header goes
-    // on, and the data byte lands where the name would have begun.
+    // A full buffer refuses the name without an error (0): the header goes on, and the data byte
+    // lands where the name would have begun.
     FixedBuffer s({}, 9);
     EXPECT_EQ(writeTEVData(s.stream(), 1, 0, "longer name", 11, nullptr, 0, "x", 1), 1);
     EXPECT_TRUE(logLines().empty()) << dumpLog();
@@ -98,8 +82,7 @@ TEST_F(FormatWriterTest, RecordWriterStopsOnlyAtAnErrorAndLogsAMissingStream) {
     EXPECT_TRUE(loggedError("TEV::FastDeleteAllTEVData", "Stream is null")) << dumpLog();
 }
 
-// A first record: 100 bytes of media, "abcd" of type 5 with 10 data bytes
-// (22 bytes at 100), and the 32 bytes of its directory.
+// A first record: "abcd" of type 5 with 10 data bytes (22 bytes at 100), and its 32-byte directory.
 const RecordSpec kPhoto{5, "abcd", std::nullopt, Bytes(10, 0xA1)};
 const Bytes kMedia = fakeJpeg(100);
 const Bytes kPhotoDirectory =
@@ -117,9 +100,8 @@ Bytes withDirectoryPrefix(size_t size) {
 const char* const kFirstTag = "TEVEncoder::AddTEVDataInFirstTimeStream";
 
 TEST_F(FormatWriterTest, DirectoryCutByAFullBufferLeavesTheFieldsThatFit) {
-    // Room for part of the directory: it is written field by field as far as
-    // the fields fit whole, and the first field that does not fit names the
-    // step (the entry's writer never fails, so a cut entry shows as KTHO).
+    // Room for part of the directory: the fields that fit whole are written, the first that does
+    // not names the step (the entry's writer never fails, so a cut entry shows as KTHO).
     const size_t container = kMedia.size() + encodeRecord(kPhoto).size();
     const std::pair<size_t, std::string> kCuts[] = {
         {0, "Stream writeTEV_KTSS error\n"}, {3, "Stream writeTEV_KTSS error\n"},
@@ -137,8 +119,7 @@ TEST_F(FormatWriterTest, DirectoryCutByAFullBufferLeavesTheFieldsThatFit) {
     }
 }
 
-// Lowers the file size limit of the process for its lifetime, so that writes
-// past it stop short instead of raising SIGXFSZ.
+// Lowers the process's file size limit for its lifetime: writes past it stop short, no SIGXFSZ.
 struct FileSizeLimit {
     explicit FileSizeLimit(rlim_t limit) : handler(std::signal(SIGXFSZ, SIG_IGN)) {
         getrlimit(RLIMIT_FSIZE, &saved);
@@ -154,13 +135,10 @@ struct FileSizeLimit {
 };
 
 TEST_F(FormatWriterTest, DirectoryCutByAFileThatStopsGrowingLeavesTheFieldByFieldBytes) {
-    // The file takes the directory only up to 2 bytes into the entry's start
-    // offset: the one write of the whole directory stops there, the stream
-    // goes back and the fields are written again one by one, so the file
-    // keeps exactly the bytes and the failing step of field-by-field writes
-    // (a field cut inside counts as written, as a short write returns the
-    // bytes that went out). The system layer reports the short write of the
-    // whole directory on its own line first.
+    // The file takes the directory up to 2 bytes into the entry's start offset: the one write of
+    // the whole directory stops there (the system layer logs it), the stream goes back and writes
+    // the fields one by one, so the file keeps the bytes and failing step of field-by-field writes
+    // (a field cut inside counts as written: a short write returns the bytes that went out).
     EditableFile file(kMedia);
     EXPECT_EQ([&] {
         const FileSizeLimit limit(kMedia.size() + encodeRecord(kPhoto).size() + 18);

@@ -1,6 +1,5 @@
-// The "tevd" box around a container in MP4 files: the placeholder header,
-// its update, the known-size header, wrapping an existing container, and
-// the refusals of each form.
+// The "tevd" box around a container in MP4 files: the placeholder header, its update, the
+// known-size header, wrapping an existing container, and the refusals of each form.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -8,6 +7,7 @@
 #include "support/bytes.h"
 #include "support/log_capture.h"
 #include "support/medium.h"
+#include "tev/tev.hpp"
 
 namespace {
 
@@ -15,8 +15,12 @@ using namespace tevtest;
 
 Bytes boxHeader(uint32_t size) { return ByteBuilder().u32be(size).text("tevd").take(); }
 
-// One record of 968 bytes and a one-entry directory of 32: 1000 bytes.
-const std::vector<RecordSpec> kThousandBytes = {{5, "blob", std::nullopt, Bytes(956, 0x6B)}};
+
+// Runs `edit` on the index of the container in `file`, then closes the file; 2 when none parses.
+uint32_t onIndex(const TempFile& file, uint32_t (*edit)(_TEV_info*)) {
+    const tev::Pack pack(checkTEVInFile(file.c_str()));
+    return pack ? edit(pack->info) : 2;
+}
 
 class Mp4BoxTest : public LogCaptureTest {};
 
@@ -54,18 +58,15 @@ TEST_F(Mp4BoxTest, RefusalsWriteNothingAndLogTheirLine) {
     FILE* update = fopen(file.c_str(), "r+b");
     TevStreamFile unusable(nullptr);
     TevStream* stream = full.stream();
-    auto index = [&](int64_t size, int64_t start, TevStream* on) { return _TEV_info{1, size, start, on, 32, 107, 1, 0, nullptr}; };
+    auto index = [&](int64_t size, int64_t start, TevStream* on) {
+        return _TEV_info{1, size, start, on, 32, 107, 1, 0, nullptr};
+    };
     _TEV_info noStream = index(48, 40, nullptr), broken = index(48, 40, &unusable), invalid = index(48, 40, stream);
     invalid.valid = 0;
     int64_t at = 0;
-    const char* const kUpdate = "TEVAPIs::updateMP4TagStream";
-    const char* const kFp = "TEVAPIs::updateMP4TagFp";
+    const char *const kUpdate = "TEVAPIs::updateMP4TagStream", *const kFp = "TEVAPIs::updateMP4TagFp";
     const char* const kWrap = "TEV::writeMP4Tag";
-    const struct {
-        std::function<uint32_t()> call;
-        const char* tag;
-        const char* text;
-    } kCases[] = {
+    const struct { std::function<uint32_t()> call; const char* tag; const char* text; } kCases[] = {
         {[&] { return writeMP4TagStream(stream, &at); }, "TEVAPIs::writeMP4TagStream", "file write error\n"},
         {[&] { return writeMP4TagHandle(full.handle(), &at); }, "TEVAPIs::writeMP4TagFp", "writeMP4TagStream error\n"},
         {[&] { return writeMP4TagFp(readOnly, &at); }, "TEVAPIs::writeMP4TagFp", "writeMP4TagStream error\n"},
@@ -104,42 +105,32 @@ TEST_F(Mp4BoxTest, RefusalsWriteNothingAndLogTheirLine) {
     }
     EXPECT_EQ(writeFirstMP4TagBuffer(full.handle(), 8), 1u);  // the buffer form ignores failures
     EXPECT_EQ(writeFirstMP4TagBuffer(nullptr, 8), 1u);
-    fclose(readOnly);
-    fclose(update);
+    EXPECT_EQ(fclose(readOnly) + fclose(update), 0);
     EXPECT_EQ(full.contents(), content);
     EXPECT_EQ(file.read(), content);
 }
 
-TEST_F(Mp4BoxTest, UpdateFromTheIndexRestoresADamagedBoxSize) {
+// Through an index, the update restores a damaged box size, and wrapping moves the container
+// behind a header of its own length; where the stream cannot grow by the header, nothing changes.
+TEST_F(Mp4BoxTest, IndexFormsRestoreTheSizeAndWrapTheContainer) {
     const Bytes good = buildContainer(fakeMp4(120), {{5, "clip", std::nullopt, Bytes(60, 0x42)}}, {107, true});
     Bytes damaged = good;
     std::fill(damaged.begin() + 120, damaged.begin() + 124, 0);
-    TempFile file(damaged);
-    _TEV_info_pack* pack = checkTEVInFile(file.c_str());
-    ASSERT_NE(pack, nullptr) << dumpLog();
-    EXPECT_EQ(updateMP4Tag(pack->info), 1u);
-    destroyTEVDATA(pack);
-    EXPECT_EQ(file.read(), good);
-}
-
-// Wrapping moves the container behind a header of the container's own
-// length; where the stream cannot grow by the header, nothing changes.
-TEST_F(Mp4BoxTest, WrappingMovesTheContainerBehindAHeaderOfItsOwnLength) {
-    const Bytes original = buildContainer(fakeMp4(200), kThousandBytes);
+    TempFile boxed(damaged);
+    EXPECT_EQ(onIndex(boxed, updateMP4Tag), 1u) << dumpLog();
+    EXPECT_EQ(boxed.read(), good);
+    // One record of 968 bytes and a one-entry directory of 32: 1000 bytes.
+    const Bytes original = buildContainer(fakeMp4(200), {{5, "blob", std::nullopt, Bytes(956, 0x6B)}});
     ASSERT_EQ(original.size(), 1200u);
     TempFile file(original);
-    _TEV_info_pack* pack = checkTEVInFile(file.c_str());
-    ASSERT_NE(pack, nullptr) << dumpLog();
-    EXPECT_EQ(writeMP4Tag(pack->info), 1u);
-    destroyTEVDATA(pack);
+    EXPECT_EQ(onIndex(file, writeMP4Tag), 1u) << dumpLog();
     const Bytes moved(original.begin() + 200, original.end());
     EXPECT_EQ(file.read(), ByteBuilder().bytes(fakeMp4(200)).bytes(boxHeader(1000)).bytes(moved).take());
 
     FixedBuffer buffer(original, original.size() + 4);
-    pack = checkTEVInHandle(buffer.handle());
-    ASSERT_NE(pack, nullptr) << dumpLog();
+    tev::PackBuffer pack(checkTEVInHandle(buffer.handle()));
+    ASSERT_TRUE(pack) << dumpLog();
     EXPECT_EQ(writeMP4Tag(pack->info), 0u);
-    destroyTEVDATA_Buffer(pack);
     EXPECT_EQ(buffer.contents(), original);
 }
 

@@ -1,7 +1,5 @@
-// Parsing containers laid out byte by byte: locating the directory, reading
-// entries and names (in batches, which must read as field by field does),
-// positions of payloads and sub-information, and the refusals of damaged
-// input and unusable arguments.
+// Parsing containers laid out byte by byte: the directory, entries and names (batched reads fail
+// as field reads do), positions of payloads, and the refusals of damaged input and bad arguments.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -9,13 +7,9 @@
 #include <tuple>
 #include <vector>
 
-#include "support/bytes.h"
 #include "support/log_capture.h"
 #include "support/medium.h"
 #include "support/records.h"
-#include "tev/container.h"
-#include "tev/detect.h"
-#include "tev/stream.h"
 #include "tev/tev.hpp"
 
 namespace {
@@ -51,16 +45,14 @@ Bytes threeRecordFile(const ContainerOptions& options = {}) {
     return buildContainer(fakeJpeg(100), kThreeRecords, options);
 }
 
-// ParseTEV is one body over TevStream: most tests run on a buffer, the
-// batched readers on a buffer and a file, whose short reads differ.
+// Most tests run on a buffer; the batched readers also on a file, whose short reads differ.
 class ParseTest : public LogCaptureTest {
 protected:
     TevStream* open(const Bytes& content, Medium medium = Medium::Buffer) {
         stream_ = std::make_unique<StreamOver>(medium, content);
         return stream_->get();
     }
-    // ParseTEV, getTEVList and, with `names`, getAllNameOfDataList; null when
-    // one of them fails.
+    // ParseTEV, getTEVList and, with `names`, getAllNameOfDataList; null when one of them fails.
     tev::Index parse(const Bytes& content, bool names = true, uint32_t signature = SIGNATURE_TEV,
                      Medium medium = Medium::Buffer) {
         tev::Index info(ParseTEV(open(content, medium), signature));
@@ -109,21 +101,14 @@ TEST_F(ParseTest, ReadsEveryRecordOnEveryStreamMedium) {
     }
 }
 
-// Layouts that parse, with the version read and where the appended region
-// starts: behind a "tevd" box, behind the leading field of the wide
-// versions, in front of a Voxa block, and at the boundaries of each value.
+// Layouts that parse, with the version read and where the appended region starts: boxed, behind the
+// leading field of the wide versions, in front of a Voxa block, at the boundaries of each value.
 TEST_F(ParseTest, AcceptedLayoutsAndBoundaryValues) {
     const Bytes wide = buildContainer({}, kThreeRecords, {110});
     const RecordSpec tiny{1, "n", std::nullopt, {'d'}}, longest{1, std::string(1024, 'n'), std::nullopt, {'d'}};
-    const struct {
-        const char* what;
-        Bytes file;
-        uint32_t version;
-        int64_t dataStart;
-        uint32_t boxed;  // checkSignatureMP4Tag
-        uint32_t signature = SIGNATURE_TEV;
-        bool names = true;
-    } kCases[] = {
+    // `boxed` is what checkSignatureMP4Tag answers.
+    const struct { const char* what; Bytes file; uint32_t version; int64_t dataStart; uint32_t boxed;
+                   uint32_t signature = SIGNATURE_TEV; bool names = true; } kCases[] = {
         {"boxed", buildContainer(fakeMp4(64), kThreeRecords, {107, true}), 107, 64, 1},
         {"wide", ByteBuilder().bytes(fakeJpeg(100)).u32le(0).bytes(wide).take(), 110, 100, 0},
         {"wide boxed", ByteBuilder().bytes(fakeMp4(100)).u32be(uint32_t(wide.size() + 12)).text("tevd").u32le(0)
@@ -138,18 +123,18 @@ TEST_F(ParseTest, AcceptedLayoutsAndBoundaryValues) {
         SCOPED_TRACE(c.what);
         tev::Index info = parse(c.file, c.names, c.signature);
         ASSERT_TRUE(info) << dumpLog();
-        EXPECT_EQ(std::make_tuple(info->version, info->data_start_position, checkSignatureMP4Tag(info.get())),
-                  std::make_tuple(c.version, c.dataStart, c.boxed));
+        EXPECT_EQ(std::make_tuple(info->version, GetTEVVersion(stream_->get()), info->data_start_position,
+                                  checkSignatureMP4Tag(info.get())),
+                  std::make_tuple(c.version, c.version, c.dataStart, c.boxed));
         if (c.signature == SIGNATURE_VOXA_TEV) {
             EXPECT_EQ(info->header_offset, 56u + 30u);
             EXPECT_EQ(dataAt(info.get(), 2), Region(167, 5));
         }
     }
-    for (size_t media : {5, 1}) {  // KTHO 13, and the directory at byte 1
-        const uint32_t ktho = media == 5 ? 13 : 24;
-        ByteBuilder b;
-        b.zeros(media).text("TEVH").u32le(107).u32le(1).zeros(ktho - 12).u32le(ktho).text("TEVT");
-        EXPECT_TRUE(tev::Index(ParseTEV(open(b.take()), SIGNATURE_TEV))) << media;
+    for (const auto& [media, ktho] : {std::pair<size_t, uint32_t>{5, 13}, {1, 24}}) {  // directory at byte 1
+        const Bytes file = ByteBuilder().zeros(media).text("TEVH").u32le(107).u32le(1).zeros(ktho - 12).u32le(ktho)
+                               .text("TEVT").take();
+        EXPECT_TRUE(tev::Index(ParseTEV(open(file), SIGNATURE_TEV))) << media;
     }
     tev::Index cut = parse(patched(104, 1000));  // a name past the end is read as far as it goes
     ASSERT_TRUE(cut);
@@ -164,12 +149,9 @@ TEST_F(ParseTest, DamagedInputIsRefusedWithItsLog) {
     const Bytes voxa = threeRecordFile({107, false, true, 90, 100});
     Bytes hostile = voxa;
     putU32le(hostile, hostile.size() - 10, 0xFFFFFFF0u);  // the Voxa block's distance to the directory
-    const struct {
-        Bytes file;
-        const char* tag;  // null: refused without any log line
-        std::string text;
-        uint32_t signature = SIGNATURE_TEV;
-    } kCases[] = {
+    // A null tag: refused without any log line.
+    const struct { Bytes file; const char* tag; std::string text;
+                   uint32_t signature = SIGNATURE_TEV; } kCases[] = {
         {fakeJpeg(300), nullptr, "no tags at all"},
         {patched(127, 0), nullptr, "no TEVH"},
         {patched(155, 0), nullptr, "no TEVT"},
@@ -197,17 +179,11 @@ TEST_F(ParseTest, DamagedInputIsRefusedWithItsLog) {
         EXPECT_FALSE(parse(c.file, true, c.signature));
         EXPECT_TRUE(c.tag == nullptr ? logLines().empty() : loggedError(c.tag, c.text)) << dumpLog();
     }
+    EXPECT_EQ(GetTEVVersion(open(patched(151, 12))), 0u);  // the version is read from either ending
+    EXPECT_TRUE(loggedError("TEV::GetTEVVersion", "file has no suond OFFS")) << dumpLog();
 }
 
-TEST_F(ParseTest, EmptyOrOversizedRegionsHaveNoPosition) {
-    tev::Index empty = parse(buildContainer(fakeJpeg(50), {RecordSpec{2, "empty", std::nullopt, {}}}));
-    ASSERT_TRUE(empty) << dumpLog();
-    EXPECT_EQ(dataAt(empty.get(), 0), kNoRegion);
-    unsigned char* data = nullptr;
-    EXPECT_EQ(readDataOfIndex(empty.get(), 0, &data, nullptr), 0u);
-    EXPECT_EQ(data, nullptr);
-    EXPECT_TRUE(loggedError("TEVDecoder::readDataOfIndex", "Data readDataOfIndexOffset Fail"));
-
+TEST_F(ParseTest, OversizedRegionsHaveNoPosition) {
     Bytes file = threeRecordFile();
     putU32le(file, 184 + 8, 10000);   // alpha's record length
     putU32le(file, 132, 0x7FFFFFFF);  // beta's sub-information length
@@ -216,26 +192,15 @@ TEST_F(ParseTest, EmptyOrOversizedRegionsHaveNoPosition) {
     EXPECT_EQ((std::vector<Region>{dataAt(info.get(), 0), subAt(info.get(), 1), dataAt(info.get(), 1),
                                    dataAt(info.get(), 2)}),
               (std::vector<Region>{kNoRegion, kNoRegion, kNoRegion, {167, 5}}));
-    unsigned char* sub = nullptr;
-    EXPECT_EQ(readDataOfIndex(info.get(), 1, nullptr, &sub), 0u);
-    EXPECT_TRUE(loggedError("TEVDecoder::readDataOfIndex", "SubData readDataOfIndexOffset Fail"));
+    unsigned char *data = nullptr, *sub = nullptr;
+    EXPECT_EQ(readDataOfIndex(info.get(), 0, &data, nullptr) + readDataOfIndex(info.get(), 1, nullptr, &sub), 0u);
+    EXPECT_TRUE(data == nullptr && sub == nullptr);
+    EXPECT_TRUE(loggedError("TEVDecoder::readDataOfIndex", "Data readDataOfIndexOffset Fail")) << dumpLog();
+    EXPECT_TRUE(loggedError("TEVDecoder::readDataOfIndex", "SubData readDataOfIndexOffset Fail")) << dumpLog();
 }
 
-TEST_F(ParseTest, VersionIsReadFromEitherEnding) {
-    const Bytes jpeg = fakeJpeg(100);
-    EXPECT_EQ(GetTEVVersion(open(threeRecordFile({150}))), 150u);
-    EXPECT_EQ(GetTEVVersion(open(threeRecordFile({109, false, true}))), 109u);
-    EXPECT_EQ(GetTEVVersion(open(jpeg)), 1u);
-    EXPECT_EQ(GetTEVVersion(open(ByteBuilder().zeros(27).text("VOXABS").take())), 1u);
-    EXPECT_EQ(GetTEVVersion(open(concat(jpeg, voxaBlock(106, 1, 2)))), 0u);
-    EXPECT_TRUE(logLines().empty()) << dumpLog();
-    EXPECT_EQ(GetTEVVersion(open(patched(151, 12))), 0u);
-    EXPECT_TRUE(loggedError("TEV::GetTEVVersion", "file has no suond OFFS")) << dumpLog();
-}
-
-// Small packs are scanned, large ones looked up through a table made on the
-// first look-up; both answer the earliest entry of a name, neither changes a
-// field of the caller's pack, and both stop at a null name in the list.
+// Small packs are scanned, large ones looked up through a table made on the first look-up; both
+// answer a name's earliest entry, change no field of the pack, and stop at a null name in the list.
 TEST_F(ParseTest, DuplicateNamesFindTheEarliestEntry) {
     for (size_t extra : {0, 60}) {
         std::vector<RecordSpec> records = {
@@ -267,8 +232,7 @@ TEST_F(ParseTest, DuplicateNamesFindTheEarliestEntry) {
     }
 }
 
-// Indexes and packs made by hand, for refusals the parser never lets
-// through: each call refuses with its own line, in order.
+// Hand-made indexes and packs, for refusals the parser never lets through: one line each, in order.
 TEST_F(ParseTest, UnusableArgumentsAreRefusedWithTheirLog) {
     StreamOver usable(Medium::Buffer, oneRecordFile());
     TevStreamFile unusable(nullptr);
@@ -285,15 +249,9 @@ TEST_F(ParseTest, UnusableArgumentsAreRefusedWithTheirLog) {
     invalid.valid = 0;
     _TEV_info_pack noList{1, &noEntries, 1, nullptr, 0, nullptr};
     int64_t at = 0, length = 0;
-    const char* const kName = "TEVInternal::_getNameOfData";
-    const char* const kAll = "TEV::getAllNameOfDataList";
-    const char* const kAdd = "TEVInternal::_addData";
-    const char* const kMp4 = "TEVAPIs::checkSignatureMP4Tag";
-    const struct {
-        bool refused;
-        const char* tag;
-        const char* text;
-    } kCases[] = {
+    const char *const kName = "TEVInternal::_getNameOfData", *const kAll = "TEV::getAllNameOfDataList";
+    const char *const kAdd = "TEVInternal::_addData", *const kMp4 = "TEVAPIs::checkSignatureMP4Tag";
+    const std::tuple<bool, const char*, const char*> kCases[] = {
         {getTEVList(nullptr) == 0, "TEV::getTEVList", "Wrong TEV_info"},
         {getTEVList(&invalid) == 0, "TEV::getTEVList", "TEV validation failed"},
         {getTEVList(&broken) == 0, "TEV::getTEVList", "File doesn't exist"},
@@ -324,18 +282,17 @@ TEST_F(ParseTest, UnusableArgumentsAreRefusedWithTheirLog) {
     };
     ASSERT_EQ(logLines().size(), std::size(kCases)) << dumpLog();
     for (size_t i = 0; i < std::size(kCases); ++i) {
-        EXPECT_TRUE(kCases[i].refused) << kCases[i].text;
-        EXPECT_EQ(logLines()[i].tag + ": " + logLines()[i].text, std::string(kCases[i].tag) + ": " + kCases[i].text);
+        const auto& [refused, tag, text] = kCases[i];
+        EXPECT_TRUE(refused) << text;
+        EXPECT_EQ(logLines()[i].tag + ": " + logLines()[i].text, std::string(tag) + ": " + text);
     }
     EXPECT_EQ(usable.contents(), oneRecordFile());
 }
 
-// The stream ends inside the second entry after the directory was located.
-// The entries in front of the cut are taken one by one, as field reads take
-// them: a refused first entry is what is reported; behind a sound one the
-// cut entry keeps what its reads stored: a file hands over the start
-// offset's low half (so the list is read), a memory buffer nothing (the
-// offset stays 0 and is refused).
+// The stream ends inside the second entry after the directory was located. The entries in front of
+// the cut are taken as field reads take them: a refused first entry is reported; behind a sound one
+// the cut entry keeps what its reads stored: a file hands over the start offset's low half (so the
+// list is read), a memory buffer nothing (the offset stays 0 and is refused).
 TEST_F(ParseTest, DirectoryCutShortFailsAtTheSameEntryAsFieldReads) {
     // alpha at 100 (20 bytes), beta at 120; "TEVH" at 139, the entries at 151 and 163.
     const Bytes file = buildContainer(fakeJpeg(100), {RecordSpec{1, "alpha", std::nullopt, textBytes("1234567")},
@@ -363,9 +320,8 @@ TEST_F(ParseTest, DirectoryCutShortFailsAtTheSameEntryAsFieldReads) {
     }
 }
 
-// The directory is read in batches of entries and the names in windows over
-// neighbouring records; a failure must show as reading the names one record
-// at a time shows it: the same line, at the same record, names before it kept.
+// The directory is read in batches of entries, the names in windows over neighbouring records; a
+// failure shows as record-by-record reads show it: same line, same record, names before it kept.
 TEST_F(ParseTest, BatchedReadsFailWhereRecordByRecordReadsFail) {
     constexpr uint32_t kRecords = 9000;  // more entries than one batch, names over several windows
     std::vector<RecordSpec> records;
@@ -379,15 +335,10 @@ TEST_F(ParseTest, BatchedReadsFailWhereRecordByRecordReadsFail) {
     const Bytes file = buildContainer(fakeJpeg(64), records);
     const uint32_t k = 4321;  // no sub-information; k + 2 has some
     const std::string kZero = "name length is wrong : 0byte";
-    const struct {
-        const char* label;
-        size_t patchAt;  // 0: none
-        uint32_t value;
-        size_t cutAt;    // 0: none; the stream is cut after the directory was read
-        uint32_t failsAt;
-        std::string line;
-        std::string onFile = "";  // where a file differs: a seek past its end succeeds
-    } kCases[] = {
+    // A 32-bit patch and a cut of the stream after the directory was read (at 0: none), the record
+    // the names fail at, its line, and the line on a file where it differs (a seek past its end works).
+    const struct { const char* label; size_t patchAt; uint32_t value; size_t cutAt; uint32_t failsAt;
+                   std::string line, onFile = ""; } kCases[] = {
         {"Whole", 0, 0, 0, kRecords, ""},
         {"NameLengthZero", fieldsAt[k], 0, 0, k, kZero},
         {"NameLengthTooLong", fieldsAt[k], 1025, 0, k, "name length is wrong : 1025byte"},
