@@ -9,18 +9,14 @@
 #include <algorithm>
 #include <cstdio>
 #include <functional>
-#include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "support/bytes.h"
 #include "support/edit.h"
 #include "support/log_capture.h"
 #include "support/medium.h"
-#include "support/records.h"
 #include "support/sound_files.h"
-#include "tev/tev.h"
 #include "tev/tev.hpp"
 
 namespace {
@@ -87,18 +83,16 @@ TEST_F(SoundBlock, EveryMediumReadsTheSoundBackOrReleasesWhatItStoodOn) {
             if (content == &bad) {
                 EXPECT_EQ(info, nullptr) << mediumName(m);
                 EXPECT_TRUE(loggedError("Voxa::ParseVoxaSound", kTableTooLong)) << dumpLog();
-                if (fd >= 0) close(fd);
-                continue;
+            } else {
+                const tev::KBytes copy(_getAudioStreamBuffer(info));
+                EXPECT_EQ(copy ? Bytes(copy.get(), copy.get() + 100) : Bytes{}, sound) << mediumName(m);
+                EXPECT_EQ(1u, m == Medium::Path ? DestroyVoxa(info) : handle ? DestroyVoxaBuffer(info)
+                                                                             : DestroyVoxaFP(info));
+                EXPECT_TRUE(logLines().empty()) << dumpLog();
+                if (fp != nullptr) fclose(fp);
+                _kbclose(handle);
             }
-            ASSERT_NE(info, nullptr) << mediumName(m) << dumpLog();
-            const tev::KBytes copy(_getAudioStreamBuffer(info));
-            EXPECT_EQ(copy ? Bytes(copy.get(), copy.get() + 100) : Bytes{}, sound);
-            EXPECT_EQ(m == Medium::Path ? DestroyVoxa(info) : handle ? DestroyVoxaBuffer(info) : DestroyVoxaFP(info),
-                      1u);
-            EXPECT_TRUE(logLines().empty()) << mediumName(m) << dumpLog();
-            if (fp != nullptr) fclose(fp);
             if (fd >= 0) close(fd);
-            _kbclose(handle);
         }
     }
 }
@@ -212,19 +206,19 @@ TEST_F(SoundBlock, FindsTheRecordThatHoldsTheSound) {
     EXPECT_EQ(FindOldVoxaIndex(nullptr, nullptr), kNotFound);
 }
 
-TEST(SoundList, NamesCountAndSoundsAreReadBackDamagedListsRefused) {
+TEST(SoundList, ReadBackBuiltAndEditedDamagedListsRefused) {
     Bytes damaged = metaPayload({kFirst, "memo"});
     putU32le(damaged, 16, 5);  // the second name runs one byte past the payload
     const RecordSpec first = soundRecord(kFirst, soundA()), note = soundRecord("note", soundC());
     // getEchoFrameNameList's result and names, getVoxaCntInFile, the record "note" (empty: none).
     const struct { Bytes file; uint32_t result; std::vector<std::string> names; uint32_t count; Bytes note; }
-        kCases[] = {
+        kReadBack[] = {
             {imageWithRecordSound(media(), {first, note, metaRecord({kFirst, "memo", "note"})}, 0), 1,
              {kFirst, "memo", "note"}, 3, soundC()},
             {buildContainer(media(), {first, {2048, kMetaName, {}, damaged}}), 0, {}, 2, {}},
             {buildContainer(media(), {first}), 0, {}, kNotFound, {}},
         };
-    for (const auto& c : kCases) {
+    for (const auto& c : kReadBack) {
         TempFile file(c.file);
         const tev::Pack pack = tev::openForReading(file.c_str());
         ASSERT_NE(pack, nullptr);
@@ -240,6 +234,35 @@ TEST(SoundList, NamesCountAndSoundsAreReadBackDamagedListsRefused) {
         EXPECT_EQ(data != nullptr ? Bytes(data->data, data->data + data->data_length) : Bytes{}, c.note);
         EXPECT_EQ(audio != nullptr ? audio->length : 0u, c.note.size());
         destroyAudioStreamBuffer(audio);
+    }
+    // List edits keep the two leading words, whatever they hold, and refuse payloads whose lengths run past them.
+    std::vector<char> out(1000);
+    EXPECT_EQ(makeSecondVoxaHeader(out.data(), kFirst.c_str(), 13, "memo", 4), 37u);
+    EXPECT_EQ(Bytes(out.begin(), out.begin() + 37), metaPayload({kFirst, "memo"}));
+    const auto list = [](const std::vector<std::string>& names) {
+        Bytes b = metaPayload(names);
+        putU32le(b, 0, 7);
+        return b;
+    };
+    Bytes longName = metaPayload({"abc", "de"}), hugeCount = metaPayload({"abc"});
+    putU32le(longName, 16, 3);  // "de" claims 3 bytes at the very end
+    putU32le(hugeCount, 8, 0xFFFFFFFFu);
+    const Bytes shortHeader = ByteBuilder().u32le(1).u32le(0).take();
+    const struct { Bytes payload; bool add; std::string name; Bytes expected; } kEdits[] = {  // expected empty: refused
+        {list({kFirst, "b"}), true, "memo", list({kFirst, "b", "memo"})},
+        {list({kFirst, "b"}), false, kFirst, list({"b"})},
+        {metaPayload({"x", "yy"}), false, "y", metaPayload({"x", "yy"})},  // not listed: as it was
+        {longName, true, "n", {}},     {longName, false, "abc", {}},    {hugeCount, true, "n", {}},
+        {hugeCount, false, "abc", {}}, {shortHeader, true, "n", {}}, {shortHeader, false, "abc", {}},
+    };
+    for (const auto& c : kEdits) {
+        TempFile file(buildContainer(media(), {record("a", 5, 0x11), {2048, kMetaName, {}, c.payload}}));
+        const uint32_t size = editParsed(file.path(), [&](_TEV_info* info) {
+            const uint32_t length = uint32_t(c.name.size());
+            return c.add ? makeAddVoxaHeader(out.data(), info, 1, c.name.c_str(), length)
+                         : makeMinusVoxaHeader(out.data(), info, 1, c.name.c_str(), length);
+        });
+        EXPECT_EQ(Bytes(out.begin(), out.begin() + size), c.expected) << c.name;
     }
 }
 
@@ -279,37 +302,6 @@ TEST_F(SoundBlock, BlockAndFirstRecordsByteForByte) {
     EXPECT_EQ(file.contents(), media());
 }
 
-// List edits keep the two leading words, whatever they hold, and refuse payloads whose lengths run past them.
-TEST(SoundWriters, ListBuildersAndEdits) {
-    std::vector<char> out(1000);
-    EXPECT_EQ(makeSecondVoxaHeader(out.data(), kFirst.c_str(), 13, "memo", 4), 37u);
-    EXPECT_EQ(Bytes(out.begin(), out.begin() + 37), metaPayload({kFirst, "memo"}));
-    const auto list = [](const std::vector<std::string>& names) {
-        Bytes b = metaPayload(names);
-        putU32le(b, 0, 7);
-        return b;
-    };
-    Bytes longName = metaPayload({"abc", "de"}), hugeCount = metaPayload({"abc"});
-    putU32le(longName, 16, 3);  // "de" claims 3 bytes at the very end
-    putU32le(hugeCount, 8, 0xFFFFFFFFu);
-    const Bytes shortHeader = ByteBuilder().u32le(1).u32le(0).take();
-    const struct { Bytes payload; bool add; std::string name; Bytes expected; } kCases[] = {  // expected empty: refused
-        {list({kFirst, "b"}), true, "memo", list({kFirst, "b", "memo"})},
-        {list({kFirst, "b"}), false, kFirst, list({"b"})},
-        {metaPayload({"x", "yy"}), false, "y", metaPayload({"x", "yy"})},  // not listed: as it was
-        {longName, true, "n", {}},     {longName, false, "abc", {}},    {hugeCount, true, "n", {}},
-        {hugeCount, false, "abc", {}}, {shortHeader, true, "n", {}}, {shortHeader, false, "abc", {}},
-    };
-    for (const auto& c : kCases) {
-        TempFile file(buildContainer(media(), {record("a", 5, 0x11), {2048, kMetaName, {}, c.payload}}));
-        const uint32_t size = editParsed(file.path(), [&](_TEV_info* info) {
-            const uint32_t length = uint32_t(c.name.size());
-            return c.add ? makeAddVoxaHeader(out.data(), info, 1, c.name.c_str(), length)
-                         : makeMinusVoxaHeader(out.data(), info, 1, c.name.c_str(), length);
-        });
-        EXPECT_EQ(Bytes(out.begin(), out.begin() + size), c.expected) << c.name;
-    }
-}
 
 // Below 0xFFEFFFEB: the last sound's end (else the file size) plus both lengths, sums not wrapping in 32 bits.
 TEST_F(SoundBlock, RoomBoundIsExclusiveAtTheLastSoundsEnd) {
@@ -363,7 +355,7 @@ int64_t withFile(const char* path, const std::function<int64_t(FILE*)>& use) {
     return result;
 }
 
-TEST_F(DocumentedSteps, RecordSavesOnSoundImages) {
+TEST_F(DocumentedSteps, SoundEdits) {
     const RecordSpec withSub{256, kFirst, Bytes{1, 2, 3}, soundC()}, plainFirst = record(kFirst, 11, 0xC3);
     const RecordSpec memoC = soundRecord("memo", soundC());
     const auto saveRecord = [](const RecordSpec& r, uint32_t u) {  // a byte not of the name follows it
@@ -382,29 +374,6 @@ TEST_F(DocumentedSteps, RecordSavesOnSoundImages) {
         tev::VoxaStream voxa(_checkAudioInImageStream(info->Stream));
         return DeleteATEVDataStream(info, 1, voxa.get());
     });
-    run({
-        {"save on a bare sound, converted", bare_, saveRecord(kX, 0), 1, image({first_, list1_, kX}, 0, 106)},
-        {"direct save on a bare sound", bare_, directSave(kX, 0), 1, image({first_, list1_, kX}, 0), {}},
-        {"replace the only sound: list and block go, it comes first", onlySound_, saveRecord(withSub, 1), 1,
-         buildContainer(media(), {withSub})},
-        // The delete took the list with its last name: beside x there is no list to put it back into.
-        {"replace the only sound beside x", xFirst_, saveRecord(soundRecord(kFirst, soundC()), 1), 0, justX_, {}},
-        {"replace the pointed sound: type 256, last", image({first_, memo_, list2_}, 0), saveRecord(plainFirst, 1), 1,
-         image({memo_, soundRecord(kFirst, plainFirst.data), metaRecord({"memo", kFirst})}, 1)},
-        {"existing name without update", xFirst_, saveRecord(kX, 0), 0, {},
-         {{"TEVEncoderAPIs::saveTEVDataToStream", "SIGNATURE_VOXA_TEV NOT UPDATE!!"}}},
-        {"direct replace of a listed sound: it leaves the list", xAndTwo_, directSave(memoC, 1), 1,
-         image({kX, first_, list1_, memoC}, 1)},
-        {"direct save of an existing name", xAndTwo_, directSave(kX, 0), 0, xAndTwo_},
-        {"clear a bare sound", bare_, deleteAllDataFromFile, 1, media(), {kMetaNull}},
-        {"delete a listed sound: the list is stored again, last", image({first_, memo_, kX, list2_}, 0), deleteListed,
-         1, image({first_, kX, list1_}, 0, 106)},
-        {"delete by index deletes nothing", xFirst_,
-         onParsed([](_TEV_info* i) { return deleteEchoFrameDataFromFilebyIndex(i, 0, 0); }), 0, {}},
-    });
-}
-
-TEST_F(DocumentedSteps, SoundEdits) {
     const char* saveTag = "TEVVoxaAPIs::saveVoxaToImageStream";
     const Bytes mp4 = fakeMp4(kMedia), thirty = fakeJpeg(30), padded = withMedia(pattern(30));
     const RecordSpec note = soundRecord("note", soundC()), listMemo = metaRecord({"memo"});
@@ -412,10 +381,9 @@ TEST_F(DocumentedSteps, SoundEdits) {
     Bytes damagedList = metaPayload({kFirst});
     putU32le(damagedList, 8, 0x40000000);
     const Bytes damaged = image({first_, {2048, kMetaName, {}, damagedList}}, 0);
-    const Bytes twoNames = image({first_, list2_, memo_}, 0, 106);
+    const Bytes twoNames = image({first_, list2_, memo_}, 0, 106), torn = withMedia(textBytes("not a directoryTEVT"));
     const Bytes inFront = imageWithSoundBeforeContainer(media(), soundA(), {kX});
     const Bytes bInFront = imageWithSoundBeforeContainer(media(), soundB(), {kX});
-    const Bytes torn = withMedia(textBytes("not a directoryTEVT"));
     const Bytes emptyFirst = concat(padded, voxaBlock(106, kMedia + 30, kMedia + 30));
     Bytes intoContainer = inFront, pastEnd = inFront;  // the sound runs into x, or past the end
     putU32le(intoContainer, intoContainer.size() - 18, kMedia + 40);
@@ -446,6 +414,24 @@ TEST_F(DocumentedSteps, SoundEdits) {
     };
     const Line refusal{saveTag, "sound is not saved in MP4 or HEIC"};
     run({
+        {"save on a bare sound, converted", bare_, saveRecord(kX, 0), 1, image({first_, list1_, kX}, 0, 106)},
+        {"direct save on a bare sound", bare_, directSave(kX, 0), 1, image({first_, list1_, kX}, 0), {}},
+        {"replace the only sound: list and block go, it comes first", onlySound_, saveRecord(withSub, 1), 1,
+         buildContainer(media(), {withSub})},
+        // The delete took the list with its last name: beside x there is no list to put it back into.
+        {"replace the only sound beside x", xFirst_, saveRecord(soundRecord(kFirst, soundC()), 1), 0, justX_, {}},
+        {"replace the pointed sound: type 256, last", image({first_, memo_, list2_}, 0), saveRecord(plainFirst, 1), 1,
+         image({memo_, soundRecord(kFirst, plainFirst.data), metaRecord({"memo", kFirst})}, 1)},
+        {"existing name without update", xFirst_, saveRecord(kX, 0), 0, {},
+         {{"TEVEncoderAPIs::saveTEVDataToStream", "SIGNATURE_VOXA_TEV NOT UPDATE!!"}}},
+        {"direct replace of a listed sound: it leaves the list", xAndTwo_, directSave(memoC, 1), 1,
+         image({kX, first_, list1_, memoC}, 1)},
+        {"direct save of an existing name", xAndTwo_, directSave(kX, 0), 0, xAndTwo_},
+        {"clear a bare sound", bare_, deleteAllDataFromFile, 1, media(), {kMetaNull}},
+        {"delete a listed sound: the list is stored again, last", image({first_, memo_, kX, list2_}, 0), deleteListed,
+         1, image({first_, kX, list1_}, 0, 106)},
+        {"delete by index deletes nothing", xFirst_,
+         onParsed([](_TEV_info* i) { return deleteEchoFrameDataFromFilebyIndex(i, 0, 0); }), 0, {}},
         {"an empty sound", bare_, save("memo", {}), 0, bare_, {{saveTag, "audioStream null"}}},
         {"no name", bare_, save(nullptr, soundB()), 0, {}, {{saveTag, "voxa name is null or voxa_name_len is 0"}}},
         {"no stream", bare_, [](const char*) -> int64_t { return saveVoxaToImageStream(nullptr, nullptr, 1, "a", 1); },
