@@ -33,9 +33,7 @@ const Line kMetaNull{"stdout", "meta null\n"}, kMetaNotNull{"stdout", "meta not 
 
 Bytes media() { return fakeJpeg(kMedia); }
 Bytes withMedia(const Bytes& tail) { return concat(media(), tail); }
-Bytes soundA() { return pattern(37); }
-Bytes soundB() { return Bytes(23, 0xB2); }
-Bytes soundC() { return Bytes(11, 0xC3); }
+const Bytes kSoundA = pattern(37), kSoundB = Bytes(23, 0xB2), kSoundC = Bytes(11, 0xC3);
 
 // A block with any version, count, table and header length field.
 Bytes rawBlock(uint32_t version, uint32_t count, const std::vector<uint32_t>& table, uint32_t headerLength,
@@ -149,7 +147,7 @@ TEST_F(SoundBlock, BlocksAreRefusedWithTheirLogOrHandOutTheFirstSound) {
     }
 }
 
-TEST_F(SoundBlock, ReadersHandOutTheFirstSoundOrRefuse) {
+TEST_F(SoundBlock, ReadersHandOutAndPlaceTheFirstSoundOrRefuse) {
     EXPECT_EQ(_getAudioCountInImageFile(nullptr), 0u);
     EXPECT_EQ(ParseVoxaFd(0), nullptr);
     EXPECT_TRUE(logLines().empty()) << dumpLog();
@@ -182,17 +180,14 @@ TEST_F(SoundBlock, ReadersHandOutTheFirstSoundOrRefuse) {
     EXPECT_EQ(_checkAudioInImageStream(stream), nullptr);
     EXPECT_TRUE(stream->CheckError());
     EXPECT_EQ(over_->contents(), damaged);
-}
-
-// The record whose data is the block's first sound, if any: it starts behind the tag header, the name and the
-// sub-information's length and bytes.
-TEST_F(SoundBlock, FindsTheRecordThatHoldsTheSound) {
-    const RecordSpec user{1, "user", Bytes{9, 9, 9, 9}, pattern(12)}, sound{256, kFirst, Bytes{1, 2, 3}, pattern(20)};
+    // The record whose data is the block's first sound, if any: it starts behind the tag header, the name and the
+    // sub-information's length and bytes.
+    const RecordSpec user{1, "user", Bytes{9, 9, 9, 9}, pattern(12)}, held{256, kFirst, Bytes{1, 2, 3}, pattern(20)};
     const auto blockAt = [&](uint32_t start) {
-        return buildContainer(media(), {user, sound}, {107, false, true, start, start + 20});
+        return buildContainer(media(), {user, held}, {107, false, true, start, start + 20});
     };
     const std::pair<Bytes, uint32_t> kCases[] = {
-        {imageWithSoundBeforeContainer(media(), sound.data, {user}), kNotFound},
+        {imageWithSoundBeforeContainer(media(), held.data, {user}), kNotFound},
         {blockAt(kMedia + recordLength(user) + 8 + 13 + 4 + 3), 1},
         {blockAt(kMedia + 8 + 4), kNotFound},  // at a name
     };
@@ -206,16 +201,18 @@ TEST_F(SoundBlock, FindsTheRecordThatHoldsTheSound) {
     EXPECT_EQ(FindOldVoxaIndex(nullptr, nullptr), kNotFound);
 }
 
+
 TEST(SoundList, ReadBackBuiltAndEditedDamagedListsRefused) {
-    Bytes damaged = metaPayload({kFirst, "memo"});
-    putU32le(damaged, 16, 5);  // the second name runs one byte past the payload
-    const RecordSpec first = soundRecord(kFirst, soundA()), note = soundRecord("note", soundC());
+    Bytes longName = metaPayload({"abc", "de"}), hugeCount = metaPayload({"abc"});
+    putU32le(longName, 16, 3);  // "de" claims 3 bytes at the very end
+    putU32le(hugeCount, 8, 0xFFFFFFFFu);
+    const RecordSpec first = soundRecord(kFirst, kSoundA), note = soundRecord("note", kSoundC);
     // getEchoFrameNameList's result and names, getVoxaCntInFile, the record "note" (empty: none).
     const struct { Bytes file; uint32_t result; std::vector<std::string> names; uint32_t count; Bytes note; }
         kReadBack[] = {
             {imageWithRecordSound(media(), {first, note, metaRecord({kFirst, "memo", "note"})}, 0), 1,
-             {kFirst, "memo", "note"}, 3, soundC()},
-            {buildContainer(media(), {first, {2048, kMetaName, {}, damaged}}), 0, {}, 2, {}},
+             {kFirst, "memo", "note"}, 3, kSoundC},
+            {buildContainer(media(), {first, {2048, kMetaName, {}, longName}}), 0, {}, 2, {}},
             {buildContainer(media(), {first}), 0, {}, kNotFound, {}},
         };
     for (const auto& c : kReadBack) {
@@ -244,9 +241,6 @@ TEST(SoundList, ReadBackBuiltAndEditedDamagedListsRefused) {
         putU32le(b, 0, 7);
         return b;
     };
-    Bytes longName = metaPayload({"abc", "de"}), hugeCount = metaPayload({"abc"});
-    putU32le(longName, 16, 3);  // "de" claims 3 bytes at the very end
-    putU32le(hugeCount, 8, 0xFFFFFFFFu);
     const Bytes shortHeader = ByteBuilder().u32le(1).u32le(0).take();
     const struct { Bytes payload; bool add; std::string name; Bytes expected; } kEdits[] = {  // expected empty: refused
         {list({kFirst, "b"}), true, "memo", list({kFirst, "b", "memo"})},
@@ -258,33 +252,30 @@ TEST(SoundList, ReadBackBuiltAndEditedDamagedListsRefused) {
     for (const auto& c : kEdits) {
         TempFile file(buildContainer(media(), {record("a", 5, 0x11), {2048, kMetaName, {}, c.payload}}));
         const uint32_t size = editParsed(file.path(), [&](_TEV_info* info) {
-            const uint32_t length = uint32_t(c.name.size());
-            return c.add ? makeAddVoxaHeader(out.data(), info, 1, c.name.c_str(), length)
-                         : makeMinusVoxaHeader(out.data(), info, 1, c.name.c_str(), length);
+            return (c.add ? makeAddVoxaHeader : makeMinusVoxaHeader)(out.data(), info, 1, c.name.c_str(),
+                                                                     uint32_t(c.name.size()));
         });
         EXPECT_EQ(Bytes(out.begin(), out.begin() + size), c.expected) << c.name;
     }
 }
 
-TEST_F(SoundBlock, BlockAndFirstRecordsByteForByte) {
+TEST_F(SoundBlock, WritersByteForByteAndTheRoomLeftForThem) {
     StreamOver out(Medium::Buffer, {}, 128);
     TevStream& s = *out.get();
-    const std::vector<int64_t> written{s.WriteSoundHeader(), s.WriteSoundCount(1), s.WriteSoundData(100, 250),
-                                       s.WriteSoundTailer(1)};
-    EXPECT_EQ(written, (std::vector<int64_t>{4, 4, 4, 6}));
     uint32_t table[] = {10, 20, 30, 40};
-    s.WriteSoundHeader(), s.WriteSoundCount(2);
-    EXPECT_EQ(s.WriteSoundDataBuffer(table, 2), 0);
-    s.WriteSoundTailer(2);
-    EXPECT_EQ(s.writeVoxaHeader(7, 9), 1u);
+    const std::vector<int64_t> written{s.WriteSoundHeader(), s.WriteSoundCount(1), s.WriteSoundData(100, 250),
+                                       s.WriteSoundTailer(1), s.WriteSoundHeader(), s.WriteSoundCount(2),
+                                       s.WriteSoundDataBuffer(table, 2), s.WriteSoundTailer(2),
+                                       int64_t(s.writeVoxaHeader(7, 9))};
+    EXPECT_EQ(written, (std::vector<int64_t>{4, 4, 4, 6, 4, 4, 0, 6, 1}));
     EXPECT_EQ(out.contents(),
               concat(concat(voxaBlock(106, 100, 250), rawBlock(106, 2, {10, 20, 30, 40}, 28)), voxaBlock(107, 7, 9)));
     // The sound record, the list record, the directory and a block, over every stream.
     const Bytes meta = metaPayload({"memo"});
-    const Bytes expected = imageWithRecordSound(media(), {soundRecord("memo", soundA()), metaRecord({"memo"})}, 0);
+    const Bytes expected = imageWithRecordSound(media(), {soundRecord("memo", kSoundA), metaRecord({"memo"})}, 0);
     for (Medium medium : kStreamMedia) {
         StreamOver over(medium, media(), 512);
-        EXPECT_EQ(NewAddVoxaDataInFirstTimeStream(over.get(), 2048, 256, "memo", 4, soundA().data(), 37, meta.data(),
+        EXPECT_EQ(NewAddVoxaDataInFirstTimeStream(over.get(), 2048, 256, "memo", 4, kSoundA.data(), 37, meta.data(),
                                                   uint32_t(meta.size())),
                   1u);
         EXPECT_EQ(over.contents(), expected) << mediumName(medium);
@@ -300,14 +291,11 @@ TEST_F(SoundBlock, BlockAndFirstRecordsByteForByte) {
     EXPECT_EQ(NewAddVoxaDataInFirstTimeStream(nullptr, 2048, 256, "a", 1, part, 5, part, 5), 0u);
     EXPECT_TRUE(loggedError(tag, "Stream == LUMET_TEV_NULL "));
     EXPECT_EQ(file.contents(), media());
-}
-
-
-// Below 0xFFEFFFEB: the last sound's end (else the file size) plus both lengths, sums not wrapping in 32 bits.
-TEST_F(SoundBlock, RoomBoundIsExclusiveAtTheLastSoundsEnd) {
-    uint32_t table[] = {10, 20, 30, 1000};
+    // Room to save: the last sound's end (else the file size) plus both lengths stays below 0xFFEFFFEB,
+    // the sums not wrapping in 32 bits.
+    uint32_t sounds[] = {10, 20, 30, 1000};
     _voxa_info_struct voxa{};
-    voxa.is_valid = 1, voxa.file_size = 5000, voxa.sound_count = 2, voxa.sound_table = table;
+    voxa.is_valid = 1, voxa.file_size = 5000, voxa.sound_count = 2, voxa.sound_table = sounds;
     EXPECT_EQ(checkVoxaInfoForSaving(&voxa, 0xFFEFFFEBu - 1004, 1, 2), 1u);
     EXPECT_EQ(checkVoxaInfoForSaving(&voxa, 0xFFEFFFEBu - 1003, 1, 2), 0u);
     voxa.sound_count = 0;
@@ -316,6 +304,8 @@ TEST_F(SoundBlock, RoomBoundIsExclusiveAtTheLastSoundsEnd) {
     EXPECT_EQ(checkVoxaInfoForSaving(nullptr, 0, 0, 0), 0u);
     EXPECT_TRUE(loggedError("checkVoxaInfoForSaving", "tev info null"));
 }
+
+
 
 class DocumentedSteps : public LogCaptureTest {
 protected:
@@ -340,9 +330,9 @@ protected:
     static Bytes image(const std::vector<RecordSpec>& records, size_t pointed, uint32_t version = 107) {
         return imageWithRecordSound(media(), records, pointed, version);
     }
-    const RecordSpec first_ = soundRecord(kFirst, soundA()), memo_ = soundRecord("memo", soundB());
+    const RecordSpec first_ = soundRecord(kFirst, kSoundA), memo_ = soundRecord("memo", kSoundB);
     const RecordSpec list1_ = metaRecord({kFirst}), list2_ = metaRecord({kFirst, "memo"});
-    const Bytes bare_ = imageWithBareSound(media(), soundA()), onlySound_ = image({first_, list1_}, 0);
+    const Bytes bare_ = imageWithBareSound(media(), kSoundA), onlySound_ = image({first_, list1_}, 0);
     const Bytes xFirst_ = image({kX, first_, list1_}, 1), xAndTwo_ = image({kX, first_, memo_, list2_}, 1);
     const Bytes justX_ = buildContainer(media(), {kX});
 };
@@ -356,8 +346,8 @@ int64_t withFile(const char* path, const std::function<int64_t(FILE*)>& use) {
 }
 
 TEST_F(DocumentedSteps, SoundEdits) {
-    const RecordSpec withSub{256, kFirst, Bytes{1, 2, 3}, soundC()}, plainFirst = record(kFirst, 11, 0xC3);
-    const RecordSpec memoC = soundRecord("memo", soundC());
+    const RecordSpec withSub{256, kFirst, Bytes{1, 2, 3}, kSoundC}, plainFirst = record(kFirst, 11, 0xC3);
+    const RecordSpec memoC = soundRecord("memo", kSoundC);
     const auto saveRecord = [](const RecordSpec& r, uint32_t u) {  // a byte not of the name follows it
         return [=](const char* p) { return saveSpec([&](auto... a) { return saveTEVDataToFile(p, a...); }, r, u); };
     };
@@ -376,14 +366,14 @@ TEST_F(DocumentedSteps, SoundEdits) {
     });
     const char* saveTag = "TEVVoxaAPIs::saveVoxaToImageStream";
     const Bytes mp4 = fakeMp4(kMedia), thirty = fakeJpeg(30), padded = withMedia(pattern(30));
-    const RecordSpec note = soundRecord("note", soundC()), listMemo = metaRecord({"memo"});
+    const RecordSpec note = soundRecord("note", kSoundC), listMemo = metaRecord({"memo"});
     const Bytes empty107 = withMedia(rawBlock(107, 0, {0, 0}, 20)), empty106 = withMedia(rawBlock(106, 0, {0, 0}, 20));
     Bytes damagedList = metaPayload({kFirst});
     putU32le(damagedList, 8, 0x40000000);
     const Bytes damaged = image({first_, {2048, kMetaName, {}, damagedList}}, 0);
     const Bytes twoNames = image({first_, list2_, memo_}, 0, 106), torn = withMedia(textBytes("not a directoryTEVT"));
-    const Bytes inFront = imageWithSoundBeforeContainer(media(), soundA(), {kX});
-    const Bytes bInFront = imageWithSoundBeforeContainer(media(), soundB(), {kX});
+    const Bytes inFront = imageWithSoundBeforeContainer(media(), kSoundA, {kX});
+    const Bytes bInFront = imageWithSoundBeforeContainer(media(), kSoundB, {kX});
     const Bytes emptyFirst = concat(padded, voxaBlock(106, kMedia + 30, kMedia + 30));
     Bytes intoContainer = inFront, pastEnd = inFront;  // the sound runs into x, or past the end
     putU32le(intoContainer, intoContainer.size() - 18, kMedia + 40);
@@ -397,9 +387,9 @@ TEST_F(DocumentedSteps, SoundEdits) {
                                        name ? uint32_t(std::string(name).size()) : 4);
         };
     };
-    const auto saveMemo = save("memo", soundB()), saveNote = save("note", soundC());
+    const auto saveMemo = save("memo", kSoundB), saveNote = save("note", kSoundC);
     const auto remove = [](const char* n) { return [=](const char* p) { return deleteVoxaFromImageFile(p, n); }; };
-    const auto add = [](const char* path) -> int64_t { return AddSoundInVoxaFile(path, soundB().data(), 23); };
+    const auto add = [](const char* path) -> int64_t { return AddSoundInVoxaFile(path, kSoundB.data(), 23); };
     const auto copyAudio = [](const Bytes& from) {
         return [=](const char* path) { return _copyAudioData(TempFile(from).c_str(), path); };
     };
@@ -419,7 +409,7 @@ TEST_F(DocumentedSteps, SoundEdits) {
         {"replace the only sound: list and block go, it comes first", onlySound_, saveRecord(withSub, 1), 1,
          buildContainer(media(), {withSub})},
         // The delete took the list with its last name: beside x there is no list to put it back into.
-        {"replace the only sound beside x", xFirst_, saveRecord(soundRecord(kFirst, soundC()), 1), 0, justX_, {}},
+        {"replace the only sound beside x", xFirst_, saveRecord(soundRecord(kFirst, kSoundC), 1), 0, justX_, {}},
         {"replace the pointed sound: type 256, last", image({first_, memo_, list2_}, 0), saveRecord(plainFirst, 1), 1,
          image({memo_, soundRecord(kFirst, plainFirst.data), metaRecord({"memo", kFirst})}, 1)},
         {"existing name without update", xFirst_, saveRecord(kX, 0), 0, {},
@@ -433,7 +423,7 @@ TEST_F(DocumentedSteps, SoundEdits) {
         {"delete by index deletes nothing", xFirst_,
          onParsed([](_TEV_info* i) { return deleteEchoFrameDataFromFilebyIndex(i, 0, 0); }), 0, {}},
         {"an empty sound", bare_, save("memo", {}), 0, bare_, {{saveTag, "audioStream null"}}},
-        {"no name", bare_, save(nullptr, soundB()), 0, {}, {{saveTag, "voxa name is null or voxa_name_len is 0"}}},
+        {"no name", bare_, save(nullptr, kSoundB), 0, {}, {{saveTag, "voxa name is null or voxa_name_len is 0"}}},
         {"no stream", bare_, [](const char*) -> int64_t { return saveVoxaToImageStream(nullptr, nullptr, 1, "a", 1); },
          0, bare_, {{saveTag, "Stream is null"}}},
         {"too big", bare_, save("memo", {0}, 0xFFF00001u), 0, {},
@@ -452,7 +442,7 @@ TEST_F(DocumentedSteps, SoundEdits) {
         {"block without sound stays", empty107, saveMemo, 1, imageWithRecordSound(empty107, {memo_, list1_}, 0)},
         {"old block without sound", empty106, saveMemo, 0, empty106},
         // Under the first sound's own name the list names it twice; replacing it leaves nothing to add it behind.
-        {"bare sound saved as EchoFrame_000", bare_, save(kFirst.c_str(), soundB()), 0, media(), {kMetaNull}},
+        {"bare sound saved as EchoFrame_000", bare_, save(kFirst.c_str(), kSoundB), 0, media(), {kMetaNull}},
         {"damaged list", damaged, saveMemo, 0, {},
          {{"TEVEncoderAPIs::saveTEVDataToStream", "data == LUMET_TEV_NULL || data_len <= 0"},
           {saveTag, "SIGNATURE_VOXA_TEV NOT UPDATE!!"}, {"stdout", "error!!!!!!!!\n"}}},
@@ -466,13 +456,13 @@ TEST_F(DocumentedSteps, SoundEdits) {
         {"delete a bare sound by name", bare_, remove(kFirst.c_str()), 1, media(), {kMetaNull}},
         {"delete all listed sounds", image({kX, first_, list2_, memo_}, 1), deleteAllVoxaFromImageFile, 1, justX_},
         {"delete all leaves a bare sound", bare_, deleteAllVoxaFromImageFile, 0, bare_},
-        {"add to a plain image", media(), add, kMedia + 23 + 30, imageWithBareSound(media(), soundB())},
-        {"add over a bare sound", bare_, add, kMedia + 23 + 30, imageWithBareSound(media(), soundB()), {kMetaNull}},
+        {"add to a plain image", media(), add, kMedia + 23 + 30, imageWithBareSound(media(), kSoundB)},
+        {"add over a bare sound", bare_, add, kMedia + 23 + 30, imageWithBareSound(media(), kSoundB), {kMetaNull}},
         {"add in front of a container", justX_, add, uint32_t(bInFront.size()), bInFront, {kMetaNotNull}},
         {"add over a sound record: record and list go", image({first_, kX, list1_}, 0), add,
          uint32_t(bInFront.size()), bInFront, {kMetaNotNull}},
         {"add behind a file ending in TEVT without container", torn, add, uint32_t(torn.size() + 23 + 30),
-         imageWithBareSound(torn, soundB()), {{"TEV::ParseTEV", "file has no sound OFFS"}, kMetaNotNull}},
+         imageWithBareSound(torn, kSoundB), {{"TEV::ParseTEV", "file has no sound OFFS"}, kMetaNotNull}},
         {"add to a missing file", media(), [](const char*) -> int64_t { return AddSoundInVoxaFile("/no", "a", 1); }, 0,
          {}, {{"VoxaAPIs::AddSoundInVoxaFile", "File Search error"}}},
         {"add over a damaged table", intoContainer, add, 0, intoContainer, {kMetaNotNull}},
@@ -488,21 +478,21 @@ TEST_F(DocumentedSteps, SoundEdits) {
          1, imageWithRecordSound(thirty, {first_, list1_}, 0)},
         {"copy from a missing file", thirty, [](const char* path) { return copyVoxaData("/no", path); }, 1, {}},
         // Nothing is logged: no descriptor is used after its file was closed.
-        {"copy the first sound over another", imageWithBareSound(thirty, soundC()), copyAudio(bare_), 1,
-         imageWithBareSound(thirty, soundA()), {kMetaNull}},
+        {"copy the first sound over another", imageWithBareSound(thirty, kSoundC), copyAudio(bare_), 1,
+         imageWithBareSound(thirty, kSoundA), {kMetaNull}},
         {"copy from an image without sound", bare_, copyAudio(media()), 1, bare_},
         {"copy into a missing file", bare_, [](const char* path) -> int64_t { return _copyAudioData(path, "/no"); }, 0,
          {}, {{"Voxa::_copyAudioData", "Dst File Open Error"}}},
         // MP4 files keep what they hold: sound does not go behind their box.
         {"save into plain box media", mp4, saveMemo, 0, {}, {refusal}},
         {"save into a boxed container", buildContainer(mp4, {kX}, boxed()), saveMemo, 0, {}, {refusal}},
-        {"save beside a bare sound", imageWithBareSound(mp4, soundA()), saveMemo, 0, {},
+        {"save beside a bare sound", imageWithBareSound(mp4, kSoundA), saveMemo, 0, {},
          {{saveTag, "SIGNATURE_VOXA is not use MP4 Format"}}},
         {"save beside listed sounds", imageWithRecordSound(mp4, {first_, list1_}, 0), saveMemo, 0, {},
          {{saveTag, "SIGNATURE_VOXA_TEV is not use MP4 Format"}}},
         {"add in front of a container", buildContainer(mp4, {kX}), add, 0, {},
          {{"VoxaAPIs", "addVoxaSound voxa not use MP4, heic tag\n"}, kMetaNotNull}},
-        {"cut in front of a container", imageWithSoundBeforeContainer(mp4, soundA(), {kX}), deleteAVoxa, 1, {},
+        {"cut in front of a container", imageWithSoundBeforeContainer(mp4, kSoundA, {kX}), deleteAVoxa, 1, {},
          {{"VoxaAPIs", "deleteVoxa_ExistTEV voxa not use MP4, heic tag\n"}, kMetaNotNull}},
     });
 }
