@@ -455,6 +455,7 @@ TEST_F(DocumentedSteps, SoundEdits) {
         {"delete from a plain image", media(), remove("memo"), 0, media()},
         {"delete a bare sound by name", bare_, remove(kFirst.c_str()), 1, media(), {kMetaNull}},
         {"delete all listed sounds", image({kX, first_, list2_, memo_}, 1), deleteAllVoxaFromImageFile, 1, justX_},
+        {"delete all, sound before container", inFront, deleteAllVoxaFromImageFile, 1, justX_},
         {"delete all leaves a bare sound", bare_, deleteAllVoxaFromImageFile, 0, bare_},
         {"add to a plain image", media(), add, kMedia + 23 + 30, imageWithBareSound(media(), kSoundB)},
         {"add over a bare sound", bare_, add, kMedia + 23 + 30, imageWithBareSound(media(), kSoundB), {kMetaNull}},
