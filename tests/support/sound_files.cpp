@@ -17,8 +17,7 @@ Bytes imageWithBareSound(const Bytes& media, const Bytes& sound) {
     return concat(concat(media, sound), voxaBlock(106, start, start + uint32_t(sound.size())));
 }
 
-Bytes imageWithSoundBeforeContainer(const Bytes& media, const Bytes& sound,
-                                    const std::vector<RecordSpec>& records) {
+Bytes imageWithSoundBeforeContainer(const Bytes& media, const Bytes& sound, const std::vector<RecordSpec>& records) {
     const uint32_t start = uint32_t(media.size());
     return buildContainer(concat(media, sound), records, {107, false, true, start, start + uint32_t(sound.size())});
 }

@@ -14,13 +14,10 @@ namespace tevtest {
 // 1, 0, the count, the lengths, then the names back to back.
 Bytes metaPayload(const std::vector<std::string>& names);
 
-// Media, then the sound, then a one-sound block (version 106) pointing at it.
+// Media, the sound, then a one-sound block (version 106) pointing at it; with
+// `records`, their container between the sound and the block (version 107).
 Bytes imageWithBareSound(const Bytes& media, const Bytes& sound);
-
-// Media, the sound, the records with their directory, then a one-sound
-// block (version 106) pointing at the sound in front of the container.
-Bytes imageWithSoundBeforeContainer(const Bytes& media, const Bytes& sound,
-                                    const std::vector<RecordSpec>& records);
+Bytes imageWithSoundBeforeContainer(const Bytes& media, const Bytes& sound, const std::vector<RecordSpec>& records);
 
 // A record of type 256 holding a sound; one of type 2048 listing `names`.
 RecordSpec soundRecord(const std::string& name, const Bytes& sound);
