@@ -1,25 +1,15 @@
-// Deleting records: what the seeded model in delete_model_test.cpp does not
-// reach. The Voxa block's position mark around the sound record, and tables
-// over every entry point: refusals with their log lines, names given by
-// length, the whole-container deletes, the box an unboxed MP4 container
-// gets, damaged directories and names; each case with the whole file
-// afterwards, the result and every error line.
+// Deleting records where the seeded model in delete_model_test.cpp does not
+// reach: the Voxa block's position mark, refusals with their log lines, names
+// given by length, whole-container deletes, the box an unboxed MP4 gets,
+// damaged directories and names; each with result, error lines and file.
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <functional>
-#include <string>
-#include <vector>
 
-#include "support/bytes.h"
 #include "support/edit.h"
-#include "support/files.h"
-#include "support/log_capture.h"
-#include "tev/tev.h"
 
 using namespace tevtest;
 
@@ -41,16 +31,6 @@ protected:
 
 using IndexEdit = std::function<uint32_t(_TEV_info*)>;
 
-// `edit` on the parsed index with its stream swapped for `stream`.
-std::function<uint32_t(const char*)> onStream(TevStream* stream, IndexEdit edit) {
-    return onParsed([=](_TEV_info* i) {
-        TevStream* own = i->Stream;
-        i->Stream = stream;
-        const uint32_t result = edit(i);
-        i->Stream = own;
-        return result;
-    });
-}
 // `delete_` over the file opened for update; the FILE* must still be open afterwards.
 std::function<uint32_t(const char*)> overFp(std::function<uint32_t(FILE*)> delete_) {
     return [delete_](const char* p) {
@@ -63,11 +43,9 @@ std::function<uint32_t(const char*)> overFp(std::function<uint32_t(FILE*)> delet
 TEST_F(DeleteTest, IndexLevelDeletesAndTheirRefusals) {
     const size_t oldHead = original.size() - 20 - 12 * four.size();
     // Records that do not tile the container: the second entry's length is 4 too long.
-    Bytes damaged = original;
-    putU32le(damaged, oldHead + 12 + 12 + 8, recordLength(four[1]) + 4);
+    const Bytes damaged = patchedU32le(original, oldHead + 12 + 12 + 8, recordLength(four[1]) + 4);
     // A name length past the file, which an index parsed without the names never read.
-    Bytes badName = original;
-    putU32le(badName, media.size() + recordLength(four[0]) + recordLength(four[1]) + 4, 2000);
+    const Bytes badName = patchedU32le(original, media.size() + recordLength(four[0]) + recordLength(four[1]) + 4, 2000);
     // All four gone: a directory without entries over the first record, the
     // cut at the old "TEVH" plus its 20 bytes.
     Bytes allGone(original.begin(), original.begin() + long(oldHead + 20));
@@ -78,10 +56,7 @@ TEST_F(DeleteTest, IndexLevelDeletesAndTheirRefusals) {
     const uint32_t soundAt = uint32_t(media.size()) + recordLength(four[0]) + 8 + 1;
     const Bytes voxaKept = concat(buildContainer(media, {four[0], four[1], four[2]}),
                                   ByteBuilder().text("VOXA").u32le(107).u32le(0).u32le(soundAt).u32le(soundAt + 51).u32le(20).text("VOXABS").take());
-    ContainerOptions voxaTrailer;
-    voxaTrailer.voxaTrailer = true;
-    voxaTrailer.voxaStart = uint32_t(media.size()) + 9;
-    voxaTrailer.voxaEnd = voxaTrailer.voxaStart + 33;
+    const ContainerOptions voxaTrailer{107, false, true, uint32_t(media.size()) + 9, uint32_t(media.size()) + 9 + 33};
     const auto multi = [](std::vector<uint32_t> indices) {
         return [indices](_TEV_info* i) { return DeleteMultiTEVData(i, indices.data(), uint32_t(indices.size())); };
     };
@@ -89,15 +64,11 @@ TEST_F(DeleteTest, IndexLevelDeletesAndTheirRefusals) {
     const auto emptied = [](IndexEdit edit) { return onParsed([edit](_TEV_info* i) { i->stream_size = 0; return edit(i); }); };
     // The index of a bare parse, without the names: the delete's own parse reads them.
     const auto withoutNames = [](const char* p) {
-        FILE* fp = std::fopen(p, "r+b");
-        uint32_t result = 100;
-        {
+        return onFp(p, [](FILE* fp) {
             TevStreamFile stream(fp);
             tev::Index index(ParseTEV(&stream, SIGNATURE_TEV));
-            if (index && getTEVList(index.get()) == 1) result = DeleteATEVDataStream(index.get(), 0, nullptr);
-        }
-        std::fclose(fp);
-        return result;
+            return index && getTEVList(index.get()) == 1 ? DeleteATEVDataStream(index.get(), 0, nullptr) : 100u;
+        });
     };
     // A container whose second record holds the Voxa sound, followed by a
     // Voxa block that points at that record's data. The block follows the
