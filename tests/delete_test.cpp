@@ -110,12 +110,7 @@ TEST_F(DeleteTest, IndexLevelDeletesAndTheirRefusals) {
         {"DeleteAllTakesTheVoxaBlock", buildContainer(media, four, voxaTrailer), onParsed(&DeleteAllTEVDataStream), 1, media},
         // The index read from the file gives the cut, made in a buffer holding the same bytes.
         {"AllOnABuffer", original, [](const char* p) {
-             Bytes memory = readFile(p);
-             tev::Buffer handle(initTEVUsedBuffer(memory.data(), int64_t(memory.size()), int64_t(memory.size())));
-             const uint32_t result = editParsed(p, [&](_TEV_info* i) { return DeleteAllTEVDataBuffer(handle.get(), i); });
-             memory.resize(size_t(getTEVWriteSize(handle.get())));
-             writeFile(p, memory);
-             return result;
+             return onBuffer(p, 0, [&](TevBufferHandle* b) { return editParsed(p, [&](_TEV_info* i) { return DeleteAllTEVDataBuffer(b, i); }); });
          }, 1, media},
         {"AllOnNoBuffer", original, onParsed([](_TEV_info* i) { return DeleteAllTEVDataBuffer(nullptr, i); }), 0, {}, {{"TEV::DeleteAllTEVDataBuffer", "Buffer is null"}}},
     };

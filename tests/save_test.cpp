@@ -50,12 +50,7 @@ uint32_t viaDirect(const char* path, const RecordSpec& r, uint32_t update) {
 // Saves into a memory buffer that holds the file's bytes, then writes what it holds back to the file.
 template <auto Fn>
 uint32_t viaBuffer(const char* path, const RecordSpec& r, uint32_t update) {
-    Bytes memory = concat(readFile(path), Bytes(512, 0));
-    tev::Buffer handle(initTEVUsedBuffer(memory.data(), int64_t(memory.size()), int64_t(memory.size()) - 512));
-    const uint32_t result = saveSpec([&](auto... a) { return Fn(handle.get(), a...); }, r, update);
-    memory.resize(size_t(getTEVWriteSize(handle.get())));
-    writeFile(path, memory);
-    return result;
+    return onBuffer(path, 512, [&](TevBufferHandle* b) { return saveSpec([&](auto... a) { return Fn(b, a...); }, r, update); });
 }
 // The file copied into a buffer sized for the save, saved into, and written back over the path.
 uint32_t viaCopiedBuffer(const char* path, const RecordSpec& r, uint32_t update) {
