@@ -3,9 +3,6 @@
 // the add family's refusals, the capacity check and the index builders.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <memory>
-
 #include "support/edit.h"
 
 using namespace tevtest;

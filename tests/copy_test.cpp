@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include "support/edit.h"
-#include "support/records.h"
 #include "support/sound_files.h"
 
 namespace {
@@ -58,12 +57,10 @@ Call sounds() { return [](TempFile& s, TempFile& d) { return overStreams(s, d, c
 // and `past` to the size the index holds, so that it would read past the end.
 Call merge(uint32_t grow = 0, int64_t past = 0) {
     return [grow, past](TempFile& s, TempFile& d) {
-        _TEV_info_pack* pack = checkTEVWithReadPM(s.c_str());
+        tev::Pack pack(checkTEVWithReadPM(s.c_str()));
         pack->info->meta_data[0]->start_offset += grow;
         pack->info->stream_size += past;
-        const uint32_t result = onFp(d.c_str(), [&](FILE* out) { return copyMergeTEVData(pack->info, out); });
-        destroyTEVDATA(pack);
-        return result;
+        return onFp(d.c_str(), [&](FILE* out) { return copyMergeTEVData(pack->info, out); });
     };
 }
 

@@ -118,14 +118,21 @@ class DeleteModelTest : public LogCaptureTest {
 protected:
     std::mt19937 rng{20261121};
     uint32_t pick(uint32_t lo, uint32_t hi) { return std::uniform_int_distribution<uint32_t>(lo, hi)(rng); }
+    // `body` on `count` random containers, every tenth with records larger than the move buffer.
+    template <typename Body>
+    void rounds(int count, Body body) {
+        for (int round = 0; round < count; ++round) {
+            SCOPED_TRACE("round " + std::to_string(round));
+            body(round, randomContainer(rng, round % 10 == 0));
+        }
+    }
 };
 
 TEST_F(DeleteModelTest, DeleteByNameMatchesTheModelOnFilesAndDescriptors) {
-    for (int round = 0; round < 120; ++round) {
-        const Container c = randomContainer(rng, round % 10 == 0);
+    rounds(120, [&](int round, const Container& c) {
         const size_t index = pick(0, uint32_t(c.records.size() - 1));
         const std::string& name = c.records[index].name;
-        SCOPED_TRACE("round " + std::to_string(round) + " delete " + name);
+        SCOPED_TRACE("delete " + name);
         TempFile file(c.bytes);
         clearLog();
         if (round % 2 == 0) {
@@ -141,14 +148,12 @@ TEST_F(DeleteModelTest, DeleteByNameMatchesTheModelOnFilesAndDescriptors) {
         }
         EXPECT_TRUE(logLines().empty()) << dumpLog();
         EXPECT_TRUE(file.read() == modelDeleteByName(c, index));
-    }
+    });
 }
 
 TEST_F(DeleteModelTest, DeleteByIndexLeavesTheBoxAndDropsTheVoxaBlock) {
-    for (int round = 0; round < 60; ++round) {
-        const Container c = randomContainer(rng, round % 10 == 0);
+    rounds(60, [&](int, const Container& c) {
         const size_t index = pick(0, uint32_t(c.records.size() - 1));
-        SCOPED_TRACE("round " + std::to_string(round));
         FixedBuffer buffer(c.bytes);
         _TEV_info_pack* pack = checkTEVInHandle(buffer.handle());
         ASSERT_NE(pack, nullptr);
@@ -157,12 +162,11 @@ TEST_F(DeleteModelTest, DeleteByIndexLeavesTheBoxAndDropsTheVoxaBlock) {
         destroyTEVDATA_Buffer(pack);
         EXPECT_TRUE(logLines().empty()) << dumpLog();
         EXPECT_TRUE(buffer.contents() == (c.records.size() == 1 ? c.media : modelContainer(c, {index}, BoxSize::kStale, {})));
-    }
+    });
 }
 
 TEST_F(DeleteModelTest, DeleteMultiMatchesTheModelIncludingItsCut) {
-    for (int round = 0; round < 80; ++round) {
-        const Container c = randomContainer(rng, round % 10 == 0);
+    rounds(80, [&](int round, const Container& c) {
         std::vector<uint32_t> indices;
         std::set<size_t> removed;
         for (uint32_t n = pick(1, 4); n > 0; --n) {
@@ -170,7 +174,6 @@ TEST_F(DeleteModelTest, DeleteMultiMatchesTheModelIncludingItsCut) {
             indices.push_back(pick(0, uint32_t(c.records.size())));
             if (indices.back() < c.records.size()) removed.insert(indices.back());
         }
-        SCOPED_TRACE("round " + std::to_string(round));
         const bool onBuffer = round % 3 == 0;
         TempFile file(c.bytes);
         FixedBuffer buffer(c.bytes);
@@ -189,18 +192,16 @@ TEST_F(DeleteModelTest, DeleteMultiMatchesTheModelIncludingItsCut) {
         EXPECT_EQ(logLines().size(), errorLines().size()) << dumpLog();
         if (cutRefused) expected.resize(c.bytes.size());
         EXPECT_TRUE(after == expected);
-    }
+    });
 }
 
 // A replace is a delete followed by an append; the append is checked
 // against the library's own append on the model's delete.
 TEST_F(DeleteModelTest, ReplaceIsTheModelDeleteFollowedByAnAppend) {
-    for (int round = 0; round < 40; ++round) {
-        const Container c = randomContainer(rng, round % 10 == 0);
+    rounds(40, [&](int, const Container& c) {
         const size_t index = pick(0, uint32_t(c.records.size() - 1));
         RecordSpec replacement = c.records[index];
         replacement.data = pattern(pick(0, 900));
-        SCOPED_TRACE("round " + std::to_string(round));
         TempFile replaced(c.bytes);
         TempFile expected(modelDeleteByName(c, index));
         clearLog();
@@ -211,7 +212,7 @@ TEST_F(DeleteModelTest, ReplaceIsTheModelDeleteFollowedByAnAppend) {
         EXPECT_TRUE(logLines().empty()) << dumpLog();
         EXPECT_EQ(save(expected), 1u);
         EXPECT_TRUE(replaced.read() == expected.read());
-    }
+    });
 }
 
 }  // namespace
