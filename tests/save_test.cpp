@@ -223,18 +223,13 @@ TEST_F(SaveTest, FileDataFormsSaveTheWholeDataFileAndRefuseOneOfFFF00001Bytes) {
     TempFile data(expected.data, "data.bin");
     TempFile huge(Bytes{}, "huge.bin");
     ASSERT_EQ(truncate(huge.c_str(), 0xFFF00001LL), 0);  // sparse: nothing is stored
+    std::vector<FileEdit> cases;
     for (const auto& form : forms) {
-        SCOPED_TRACE(form.label);
-        clearLog();
-        TempFile target(fakeJpeg(64));
-        FILE* fp = fopen(target.c_str(), "r+b");
-        EXPECT_EQ(form.save(target.c_str(), fp, huge.c_str()), 0u);
-        EXPECT_TRUE(loggedError(form.tooBigTag, "Too big TEV data to add in the file")) << dumpLog();
-        EXPECT_EQ(target.read(), fakeJpeg(64));
-        EXPECT_EQ(form.save(target.c_str(), fp, data.c_str()), 1u) << dumpLog();
-        fclose(fp);
-        EXPECT_EQ(target.read(), buildContainer(fakeJpeg(64), {expected}));
+        const auto save = [&form](const TempFile& d) { return [&form, &d](const char* p) { return onFp(p, [&](FILE* fp) { return form.save(p, fp, d.c_str()); }); }; };
+        cases.push_back({form.label, fakeJpeg(64), save(huge), 0, {}, {{form.tooBigTag, "Too big TEV data to add in the file"}}});
+        cases.push_back({form.label, fakeJpeg(64), save(data), 1, buildContainer(fakeJpeg(64), {expected})});
     }
+    runFileEdits(cases);
 }
 
 // --- The central save and the pieces around it, each on its own file:
