@@ -169,12 +169,7 @@ TEST_F(AddTest, FastAddFitsSplitsOrAppends) {
     const Bytes media = fakeJpeg(90);
     const Bytes slotFirst = buildContainer(media, {filler(kSlot), kPhoto});
     enum Layout { kInPlace, kSplit, kAppended };
-    const struct {
-        const char* label;
-        uint32_t length;
-        uint32_t reuse;
-        Layout layout;
-    } layouts[] = {
+    const struct { const char* label; uint32_t length; uint32_t reuse; Layout layout; } layouts[] = {
         {"ReuseZero", kSlot, 0, kAppended},         {"ExactFit", kSlot, 1, kInPlace},
         {"LeftoverOf21", kSlot - 21, 1, kSplit},    {"LeftoverOf60", kSlot - 60, 1, kSplit},
         {"LeftoverOf20", kSlot - 20, 1, kAppended}, {"LeftoverOf1", kSlot - 1, 1, kAppended},

@@ -46,13 +46,10 @@ TEST_F(DeleteTest, IndexLevelDeletesAndTheirRefusals) {
     const Bytes damaged = patchedU32le(original, oldHead + 12 + 12 + 8, recordLength(four[1]) + 4);
     // A name length past the file, which an index parsed without the names never read.
     const Bytes badName = patchedU32le(original, media.size() + recordLength(four[0]) + recordLength(four[1]) + 4, 2000);
-    // All four gone: a directory without entries over the first record, the
-    // cut at the old "TEVH" plus its 20 bytes.
-    Bytes allGone(original.begin(), original.begin() + long(oldHead + 20));
-    const Bytes emptyDirectory = ByteBuilder().text("TEVH").u32le(107).u32le(0).u32le(12).text("TEVT").take();
-    std::copy(emptyDirectory.begin(), emptyDirectory.end(), allGone.begin() + long(media.size()));
-    // A Voxa block after the container whose descriptor is made to list no
-    // sound: the block written back keeps the count 0 and the positions.
+    // All four gone: an empty directory over the first record, the cut at the old "TEVH" plus 20 bytes.
+    const Bytes allGone = ByteBuilder().bytes(media).text("TEVH").u32le(107).u32le(0).u32le(12).text("TEVT")
+                              .bytes(Bytes(original.begin() + long(media.size()) + 20, original.begin() + long(oldHead + 20))).take();
+    // A Voxa descriptor made to list no sound: the block written back keeps count 0 and its positions.
     const uint32_t soundAt = uint32_t(media.size()) + recordLength(four[0]) + 8 + 1;
     const Bytes voxaKept = concat(buildContainer(media, {four[0], four[1], four[2]}),
                                   ByteBuilder().text("VOXA").u32le(107).u32le(0).u32le(soundAt).u32le(soundAt + 51).u32le(20).text("VOXABS").take());
@@ -70,11 +67,9 @@ TEST_F(DeleteTest, IndexLevelDeletesAndTheirRefusals) {
             return index && getTEVList(index.get()) == 1 ? DeleteATEVDataStream(index.get(), 0, nullptr) : 100u;
         });
     };
-    // A container whose second record holds the Voxa sound, followed by a
-    // Voxa block that points at that record's data. The block follows the
-    // sound or goes with it; the descriptor's position mark says where the
-    // deleted record lay: 1 before the sound record, 2 the sound record
-    // itself, 0 after it (the result is the delete's plus 10 times the mark).
+    // A Voxa block behind the container points at the second record's data; it follows the sound or
+    // goes with it. The position mark says where the deleted record lay: 1 before the sound record,
+    // 2 the sound record itself, 0 after it (the result is the delete's plus 10 times the mark).
     const std::vector<RecordSpec> records = {record("note", 30, 0x11), record("EchoFrame_000", 64, 0x5E, 256),
                                              record("EchoFrame_Meta_Info", 29, 0x00, 2048), record("tail", 12, 0x22)};
     const uint32_t start = uint32_t(media.size()) + recordLength(records[0]) + 8 + 13, end = start + 64, moved = recordLength(records[0]);
@@ -119,12 +114,9 @@ TEST_F(DeleteTest, IndexLevelDeletesAndTheirRefusals) {
         cases.push_back({"AllFormsOnABoxedMp4", buildContainer(mp4, four, boxed()), onParsed(all), 1, mp4});
     }
     // The stream and size checks of the index-level deletes.
-    const struct {
-        IndexEdit edit;
-        const char* tag;
-        bool checksSize;
-    } checked[] = {{one(0), "TEV::DeleteATEVDataStream", true}, {multi({0}), "TEV::DeleteMultiTEVData", true},
-                   {&DeleteAllTEVDataStream, "TEV::DeleteAllTEVDataBuffer", true}, {&DeleteAllDataStream, "TEV::DeleteAllData", false}};
+    const struct { IndexEdit edit; const char* tag; bool checksSize; } checked[] = {
+        {one(0), "TEV::DeleteATEVDataStream", true}, {multi({0}), "TEV::DeleteMultiTEVData", true},
+        {&DeleteAllTEVDataStream, "TEV::DeleteAllTEVDataBuffer", true}, {&DeleteAllDataStream, "TEV::DeleteAllData", false}};
     for (const auto& c : checked) {
         cases.push_back({"NullStream", original, onStream(nullptr, c.edit), 0, {}, {{c.tag, "Stream is null"}}});
         cases.push_back({"UnusableStream", original, onStream(&unusable, c.edit), 0, {}, {{c.tag, "Pointer is null"}}});

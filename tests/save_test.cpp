@@ -206,11 +206,7 @@ TEST_F(SaveTest, EachEntryPointRefusesWithItsOwnMessageAndLeavesTheTargetAlone) 
 
 // --- "FileData" forms: the record's data is a whole file.
 TEST_F(SaveTest, FileDataFormsSaveTheWholeDataFileAndRefuseOneOfFFF00001Bytes) {
-    const struct {
-        const char* label;
-        std::function<uint32_t(const char* target, FILE* fp, const char* data)> save;
-        const char* tooBigTag;
-    } forms[] = {
+    const struct { const char* label; std::function<uint32_t(const char*, FILE*, const char*)> save; const char* tooBigTag; } forms[] = {
         {"saveTEVFileDataToFile", [](const char* t, FILE*, const char* d) { return saveTEVFileDataToFile(t, "beta", 4, kSub, 2, d, 7, 0); }, "TEVAPI"},
         {"saveFastTEVDataFileToFile", [](const char* t, FILE*, const char* d) { return saveFastTEVDataFileToFile(t, "beta", 4, kSub, 2, d, 7, 0); }, "TEVAPI"},
         {"saveTEVDataFileToFileAddTag", [](const char* t, FILE*, const char* d) { return saveTEVDataFileToFileAddTag(t, "beta", 4, kSub, 2, d, 7, 0); }, "TEVAPI::saveTEVDataFileToFileAddTag"},
