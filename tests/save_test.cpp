@@ -100,22 +100,13 @@ INSTANTIATE_TEST_SUITE_P(
 
 // --- Each save and first-time add entry point's own refusals. The target is
 // a plain JPEG that must stay as it is.
-struct Env {
-    FILE* fp;
-    const char* path;
-    const char* emptyData;
-    const char* missing;
-};
+struct Env { FILE* fp; const char* path; const char* emptyData; const char* missing; };
 
 const unsigned char kData[4] = {1, 2, 3, 4};
 const unsigned char kSub[2] = {5, 6};
 constexpr uint32_t kTooBig = 0xFFF00001u;
 
-struct Refusal {
-    const char* label;
-    std::function<uint32_t(const Env&)> call;
-    ErrorLines log;
-};
+struct Refusal { const char* label; std::function<uint32_t(const Env&)> call; ErrorLines log; };
 
 std::vector<Refusal> refusals() {
     const char* fastFp = "TEVEncoderAPIs::saveFastTEVDataToFP";
