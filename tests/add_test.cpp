@@ -26,9 +26,8 @@ TEST_F(AddTest, EachAddGivesItsFileResultAndLog) {
     const Bytes oneEntry = ByteBuilder().text("TEVH").u32le(107).u32le(1).u32le(5u << 16).u32le(22).u32le(22).u32le(24).text("TEVT").take();
     const ContainerOptions withVoxa{107, false, true, 20, 60};
     static uint32_t table[2] = {20, 60};
-    static _voxa_info_struct voxa{};
-    voxa.sound_count = 3;  // the append copies the descriptor's count, the direct add writes 1
-    voxa.sound_table = table;
+    // The append copies the descriptor's sound count (3), the direct add writes 1.
+    static _voxa_info_struct voxa{0, 0, 0, 0, 3, 0, nullptr, table, 0};
     const Bytes appended = buildContainer(media, {kPhoto, kNotes});
     // 11 bytes of record and 12 of directory are less than the 30-byte block it replaces.
     const RecordSpec tiny = record("t", 2, 0xCC, 4), again = record("abcd", 4, 0x09, 6);

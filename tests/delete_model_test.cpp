@@ -1,9 +1,7 @@
-// Deletes and replaces on random containers, byte for byte against a model
-// of what the delete paths have always produced: the media untouched, kept
-// records back to back under a version-107 directory, a version-107 Voxa
-// block behind it while the sound survives, the stream cut where each entry
-// point cuts it; over files, descriptors and buffers, boxes, sub-information
-// and records larger than the buffer records are moved through.
+// Deletes and replaces on random containers (files, descriptors, buffers, boxes, sub-information,
+// records larger than the move buffer) byte for byte against a model of what the delete paths give:
+// media untouched, kept records under a version-107 directory, a version-107 Voxa block behind it
+// while the sound survives, and the stream cut where each entry point cuts it.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -97,11 +95,9 @@ Bytes modelDeleteByName(const Container& c, size_t index) {
     return modelContainer(c, {index}, BoxSize::kFitted, modelVoxaTail(c, index));
 }
 
-// The whole stream after DeleteMultiTEVData: the rebuilt container from the
-// first record on (with no record removed the same container, with all of
-// them a directory without entries), and the stream cut at the old
-// directory's position plus the rebuilt length (grown with zeros past the
-// old end).
+// The whole stream after DeleteMultiTEVData: the rebuilt container from the first record on (with
+// none removed the same container, with all an empty directory), cut at the old directory's position
+// plus the rebuilt length (grown with zeros past the old end).
 Bytes modelDeleteMulti(const Container& c, const std::set<size_t>& removed) {
     const Bytes rebuilt = modelContainer(c, removed, BoxSize::kStale, {});
     const size_t first = c.firstRecord();

@@ -223,7 +223,6 @@ TEST_F(SaveTest, FileDataFormsSaveTheWholeDataFileAndRefuseOneOfFFF00001Bytes) {
 // result, every error line and the whole file afterwards.
 TEST_F(SaveTest, EachSaveGivesItsFileResultAndLog) {
     const Bytes jpeg = fakeJpeg(64), mp4 = fakeMp4(200);
-    const unsigned char one[1] = {0};
     const auto save = [](const RecordSpec& r, uint32_t update) { return [r, update](const char* p) { return viaPath<saveTEVDataToFile>(p, r, update); }; };
     // A container whose first record holds the sound, followed by a Voxa block.
     const RecordSpec echo = record("EchoFrame_000", 50, 0x77, 256);
@@ -240,7 +239,7 @@ TEST_F(SaveTest, EachSaveGivesItsFileResultAndLog) {
     std::copy_n(eightBoxed.begin() + 8, 4, nineStaleBox.begin() + 8);
     runFileEdits({
         // 0xFFF00000 passes the size check ("FileTooBig" refuses one more) and only the capacity stops it.
-        {"DataLengthFFF00000", buildContainer(jpeg, {kAlpha}), [&](const char* p) { return saveTEVDataToFile(p, "big", 3, nullptr, 0, one, 0xFFF00000u, 1, 0); }, 0, {},
+        {"DataLengthFFF00000", buildContainer(jpeg, {kAlpha}), [&](const char* p) { return saveTEVDataToFile(p, "big", 3, nullptr, 0, kData, 0xFFF00000u, 1, 0); }, 0, {},
          {{"checkTEVInfoForSaving", "There is no storage for saving TEV data in the source file, delete a tev data"}, {kTag, "SIGNATURE_TEV checkTEVInfoForSaving fail!!"}}},
         {"DamagedContainerIsNeverWrittenOver", concat(jpeg, textBytes("junkTEVT")), save(kAlpha, 1), 0, {}, {{"TEV::ParseTEV", "file has no sound OFFS"}, {kTag, "SIGNATURE_TEV TEVdata NULL!!"}}},
         {"FileSyncGivesMp4MediaNoBox", mp4, [](const char* p) { return viaSync(p, kAlpha, 0); }, 1, buildContainer(mp4, {kAlpha})},
