@@ -184,7 +184,8 @@ TEST_F(DeleteModelTest, DeleteMultiMatchesTheModelIncludingItsCut) {
         // the rebuilt container was written over the start of it.
         const bool cutRefused = onBuffer && expected.size() > c.bytes.size();
         EXPECT_EQ(result, cutRefused ? 0u : 1u);
-        EXPECT_EQ(errorLines(), (cutRefused ? ErrorLines{{"TEV::DeleteMultiTEVData", "truncate size is out of the stream"}} : ErrorLines{}));
+        const ErrorLines refused = {{"TEV::DeleteMultiTEVData", "truncate size is out of the stream"}};
+        EXPECT_EQ(errorLines(), cutRefused ? refused : ErrorLines{});
         EXPECT_EQ(logLines().size(), errorLines().size()) << dumpLog();
         if (cutRefused) expected.resize(c.bytes.size());
         EXPECT_TRUE(after == expected);

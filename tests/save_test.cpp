@@ -212,7 +212,9 @@ TEST_F(SaveTest, FileDataFormsSaveTheWholeDataFileAndRefuseOneOfFFF00001Bytes) {
     ASSERT_EQ(truncate(huge.c_str(), 0xFFF00001LL), 0);  // sparse: nothing is stored
     std::vector<FileEdit> cases;
     for (const auto& form : forms) {
-        const auto save = [&form](const TempFile& d) { return [&form, &d](const char* p) { return onFp(p, [&](FILE* fp) { return form.save(p, fp, d.c_str()); }); }; };
+        const auto save = [&form](const TempFile& d) {
+            return [&form, &d](const char* p) { return onFp(p, [&](FILE* fp) { return form.save(p, fp, d.c_str()); }); };
+        };
         cases.push_back({form.label, fakeJpeg(64), save(huge), 0, {}, {{form.tooBigTag, "Too big TEV data to add in the file"}}});
         cases.push_back({form.label, fakeJpeg(64), save(data), 1, buildContainer(fakeJpeg(64), {expected})});
     }

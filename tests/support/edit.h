@@ -82,8 +82,7 @@ uint32_t onFp(const char* path, Call call) {
     return result;
 }
 
-// `edit` on a memory buffer holding the file's bytes and `spare` bytes more;
-// what the buffer holds afterwards is written back over the file.
+// `edit` on a memory buffer holding the file's bytes and `spare` more, then written back over the file.
 inline uint32_t onBuffer(const char* path, size_t spare, const std::function<uint32_t(TevBufferHandle*)>& edit) {
     Bytes memory = concat(readFile(path), Bytes(spare, 0));
     tev::Buffer handle(initTEVUsedBuffer(memory.data(), int64_t(memory.size()), int64_t(memory.size() - spare)));

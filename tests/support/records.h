@@ -1,6 +1,5 @@
 // Small byte-level helpers for tests that build, edit or damage containers:
-// records with recognisable payloads, a little-endian patch (in place or on a
-// copy), concatenation.
+// records with recognisable payloads, little-endian patches, concatenation.
 #ifndef TEV_TESTS_SUPPORT_RECORDS_H
 #define TEV_TESTS_SUPPORT_RECORDS_H
 
