@@ -1,22 +1,9 @@
-// Adding records: the first record behind plain media, appends to a parsed
-// container (with and without a Voxa block behind it), adds into the leading
-// "Invalid_Data" filler record, the refusals of the add family, the capacity
-// check and the builders of index objects. Each edit is checked by its
-// result, its error lines and the whole file, built byte by byte.
+// Adding records: the first record behind plain media, appends (with and
+// without a Voxa block behind), adds into the leading "Invalid_Data" filler,
+// the add family's refusals, the capacity check and the index builders.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <functional>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include "support/bytes.h"
 #include "support/edit.h"
-#include "support/files.h"
-#include "support/log_capture.h"
-#include "tev/tev.h"
 
 using namespace tevtest;
 
@@ -31,28 +18,16 @@ uint32_t append(_TEV_info* info, const RecordSpec& r, _voxa_info_struct* voxa = 
                             subOf(r), subLengthOf(r), r.data.data(), uint32_t(r.data.size()), voxa);
 }
 
-// `call` with the index's stream swapped for `stream`; the index gets its own back.
-uint32_t withStream(_TEV_info* i, TevStream* stream, const std::function<uint32_t()>& call) {
-    std::swap(i->Stream, stream);
-    const uint32_t result = call();
-    i->Stream = stream;
-    return result;
-}
-
 class AddTest : public LogCaptureTest {};
 
 TEST_F(AddTest, EachAddGivesItsFileResultAndLog) {
     const Bytes media = fakeJpeg(100);
     // "TEVH", version, count, {meta type, offset = length, length}, 12 + 12 * count, "TEVT".
     const Bytes oneEntry = ByteBuilder().text("TEVH").u32le(107).u32le(1).u32le(5u << 16).u32le(22).u32le(22).u32le(24).text("TEVT").take();
-    ContainerOptions withVoxa;
-    withVoxa.voxaTrailer = true;
-    withVoxa.voxaStart = 20;
-    withVoxa.voxaEnd = 60;
+    const ContainerOptions withVoxa{107, false, true, 20, 60};
     static uint32_t table[2] = {20, 60};
-    static _voxa_info_struct voxa{};
-    voxa.sound_count = 3;  // the append copies the descriptor's count, the direct add writes 1
-    voxa.sound_table = table;
+    // The append copies the descriptor's sound count (3), the direct add writes 1.
+    static _voxa_info_struct voxa{0, 0, 0, 0, 3, 0, nullptr, table, 0};
     const Bytes appended = buildContainer(media, {kPhoto, kNotes});
     // 11 bytes of record and 12 of directory are less than the 30-byte block it replaces.
     const RecordSpec tiny = record("t", 2, 0xCC, 4), again = record("abcd", 4, 0x09, 6);
@@ -65,12 +40,9 @@ TEST_F(AddTest, EachAddGivesItsFileResultAndLog) {
     TevStreamFile unusable(nullptr);
     std::vector<FileEdit> cases = {
         {"FirstRecordAndAOneEntryDirectory", media, [&](const char* p) { return AddTEVDataInFirstTime(p, "abcd", 4, 5, nullptr, 0, kPhoto.data.data(), 10); }, 1, concat(concat(media, encodeRecord(kPhoto)), oneEntry)},
-        {"FilePointerFormWritesButReportsZero", media, [&](const char* p) {
-             FILE* fp = std::fopen(p, "r+b");
-             const uint32_t result = AddTEVDataInFirstTimeFP(fp, "notes", 5, 9, subOf(kNotes), 3, kNotes.data.data(), 7);
-             std::fclose(fp);
-             return result;
-         }, 0, buildContainer(media, {kNotes}), {{first, "error \n"}}},
+        {"FilePointerFormWritesButReportsZero", media, [](const char* p) { return onFp(p, [](FILE* fp) {
+             return AddTEVDataInFirstTimeFP(fp, "notes", 5, 9, subOf(kNotes), 3, kNotes.data.data(), 7); }); },
+         0, buildContainer(media, {kNotes}), {{first, "error \n"}}},
         // Under the buffer form the stream accepts an empty target.
         {"BufferFormWritesButReportsZero", {}, [&](const char* p) {
              tev::Buffer empty(initTEVBuffer(256));
@@ -115,8 +87,8 @@ TEST_F(AddTest, EachAddGivesItsFileResultAndLog) {
         {"DirectFirstNullFp", one, onParsed([&](_TEV_info*) { return AddDirectTEVDataInFirstTimeFP(nullptr, 5, 0, data, 3); }), 0, {}, {{"TEVEncoder::AddDirectTEVDataInFirstTimeFP", "fp is null"}}},
         {"FastUserData", one, onParsed([&](_TEV_info* i) { return FastAddTEVData(i, "n", 1, 0, nullptr, 0, data, 3, 1); }), 0, {}, {{"TEV::AddTEVDataInFirstTime", kUserDataRule}}},
         {"FastOffsetOverflow", one, onParsed([&](_TEV_info* i) { i->meta_data[0]->start_offset = 0xFFFFFFFAu; return FastAddTEVData(i, "n", 1, 1, nullptr, 0, data, 3, 0); }), 0, {}, {{"TEV::FastAddTEVData", "Too big TEV data to add in the file"}}},
-        {"FastStreamNull", one, onParsed([&](_TEV_info* i) { return withStream(i, nullptr, [&] { return FastAddTEVData(i, "n", 1, 1, nullptr, 0, data, 3, 0); }); }), 0, {}, {{"TEV::FastAddTEVData", "Stream is null"}}},
-        {"FastStreamUnusable", one, onParsed([&](_TEV_info* i) { return withStream(i, &unusable, [&] { return FastAddTEVData(i, "n", 1, 1, nullptr, 0, data, 3, 0); }); }), 0, {}, {{"TEV::FastAddTEVData", "CheckError is false"}}},
+        {"FastStreamNull", one, onStream(nullptr, [&](_TEV_info* i) { return FastAddTEVData(i, "n", 1, 1, nullptr, 0, data, 3, 0); }), 0, {}, {{"TEV::FastAddTEVData", "Stream is null"}}},
+        {"FastStreamUnusable", one, onStream(&unusable, [&](_TEV_info* i) { return FastAddTEVData(i, "n", 1, 1, nullptr, 0, data, 3, 0); }), 0, {}, {{"TEV::FastAddTEVData", "CheckError is false"}}},
     };
     cases.insert(cases.end(), refusals.begin(), refusals.end());
     runFileEdits(cases);
@@ -196,12 +168,7 @@ TEST_F(AddTest, FastAddFitsSplitsOrAppends) {
     const Bytes media = fakeJpeg(90);
     const Bytes slotFirst = buildContainer(media, {filler(kSlot), kPhoto});
     enum Layout { kInPlace, kSplit, kAppended };
-    const struct {
-        const char* label;
-        uint32_t length;
-        uint32_t reuse;
-        Layout layout;
-    } layouts[] = {
+    const struct { const char* label; uint32_t length; uint32_t reuse; Layout layout; } layouts[] = {
         {"ReuseZero", kSlot, 0, kAppended},         {"ExactFit", kSlot, 1, kInPlace},
         {"LeftoverOf21", kSlot - 21, 1, kSplit},    {"LeftoverOf60", kSlot - 60, 1, kSplit},
         {"LeftoverOf20", kSlot - 20, 1, kAppended}, {"LeftoverOf1", kSlot - 1, 1, kAppended},
@@ -218,15 +185,13 @@ TEST_F(AddTest, FastAddFitsSplitsOrAppends) {
     }
     // The filler entry of a split takes the new record's sub-information bit.
     const RecordSpec withSub{7, "new!", Bytes{4, 5, 6}, Bytes(41, 0xEE)};  // 60 bytes
-    Bytes split = buildContainer(media, {filler(kSlot - 60), withSub, kPhoto});
-    putU32le(split, split.size() - (20 + 12 * 3) + 12, (32766u << 16) | 0x8000u);
+    const Bytes plain = buildContainer(media, {filler(kSlot - 60), withSub, kPhoto});
+    const Bytes split = patchedU32le(plain, plain.size() - (20 + 12 * 3) + 12, (32766u << 16) | 0x8000u);
     cases.push_back({"SplitFillerEntryTakesTheSubBit", slotFirst, fastAdd(withSub, 1), 1, split});
     const RecordSpec sameSize = sized(recordLength(kPhoto));
     cases.push_back({"ALiveFirstRecordIsNeverOverwritten", buildContainer(media, {kPhoto, filler(kSlot)}), fastAdd(sameSize, 1), 1,
                      buildContainer(media, {kPhoto, filler(kSlot), sameSize})});
-    ContainerOptions withVoxa;
-    withVoxa.voxaTrailer = true;
-    cases.push_back({"AContainerFollowedByAVoxaBlockIsRefused", buildContainer(media, {filler(kSlot), kPhoto}, withVoxa), fastAdd(sized(50), 1), 0, {},
+    cases.push_back({"AContainerFollowedByAVoxaBlockIsRefused", buildContainer(media, {filler(kSlot), kPhoto}, {107, false, true}), fastAdd(sized(50), 1), 0, {},
                      {{"TEV::FastAddTEVData", "TEV data is followed by other data"}}});
     runFileEdits(cases);
 }

@@ -1,25 +1,13 @@
-// Deleting records: what the seeded model in delete_model_test.cpp does not
-// reach. The Voxa block's position mark around the sound record, and tables
-// over every entry point: refusals with their log lines, names given by
-// length, the whole-container deletes, the box an unboxed MP4 container
-// gets, damaged directories and names; each case with the whole file
-// afterwards, the result and every error line.
+// Deleting records where the seeded model in delete_model_test.cpp does not
+// reach: the Voxa block's position mark, refusals with their log lines, names
+// given by length, whole-container deletes, the box an unboxed MP4 gets,
+// damaged directories and names; each with result, error lines and file.
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdio>
-#include <functional>
-#include <string>
-#include <vector>
-
-#include "support/bytes.h"
 #include "support/edit.h"
-#include "support/files.h"
-#include "support/log_capture.h"
-#include "tev/tev.h"
 
 using namespace tevtest;
 
@@ -41,16 +29,6 @@ protected:
 
 using IndexEdit = std::function<uint32_t(_TEV_info*)>;
 
-// `edit` on the parsed index with its stream swapped for `stream`.
-std::function<uint32_t(const char*)> onStream(TevStream* stream, IndexEdit edit) {
-    return onParsed([=](_TEV_info* i) {
-        TevStream* own = i->Stream;
-        i->Stream = stream;
-        const uint32_t result = edit(i);
-        i->Stream = own;
-        return result;
-    });
-}
 // `delete_` over the file opened for update; the FILE* must still be open afterwards.
 std::function<uint32_t(const char*)> overFp(std::function<uint32_t(FILE*)> delete_) {
     return [delete_](const char* p) {
@@ -63,25 +41,17 @@ std::function<uint32_t(const char*)> overFp(std::function<uint32_t(FILE*)> delet
 TEST_F(DeleteTest, IndexLevelDeletesAndTheirRefusals) {
     const size_t oldHead = original.size() - 20 - 12 * four.size();
     // Records that do not tile the container: the second entry's length is 4 too long.
-    Bytes damaged = original;
-    putU32le(damaged, oldHead + 12 + 12 + 8, recordLength(four[1]) + 4);
+    const Bytes damaged = patchedU32le(original, oldHead + 12 + 12 + 8, recordLength(four[1]) + 4);
     // A name length past the file, which an index parsed without the names never read.
-    Bytes badName = original;
-    putU32le(badName, media.size() + recordLength(four[0]) + recordLength(four[1]) + 4, 2000);
-    // All four gone: a directory without entries over the first record, the
-    // cut at the old "TEVH" plus its 20 bytes.
-    Bytes allGone(original.begin(), original.begin() + long(oldHead + 20));
-    const Bytes emptyDirectory = ByteBuilder().text("TEVH").u32le(107).u32le(0).u32le(12).text("TEVT").take();
-    std::copy(emptyDirectory.begin(), emptyDirectory.end(), allGone.begin() + long(media.size()));
-    // A Voxa block after the container whose descriptor is made to list no
-    // sound: the block written back keeps the count 0 and the positions.
+    const Bytes badName = patchedU32le(original, media.size() + recordLength(four[0]) + recordLength(four[1]) + 4, 2000);
+    // All four gone: an empty directory over the first record, the cut at the old "TEVH" plus 20 bytes.
+    const Bytes allGone = ByteBuilder().bytes(media).text("TEVH").u32le(107).u32le(0).u32le(12).text("TEVT")
+                              .bytes(Bytes(original.begin() + long(media.size()) + 20, original.begin() + long(oldHead + 20))).take();
+    // A Voxa descriptor made to list no sound: the block written back keeps count 0 and its positions.
     const uint32_t soundAt = uint32_t(media.size()) + recordLength(four[0]) + 8 + 1;
     const Bytes voxaKept = concat(buildContainer(media, {four[0], four[1], four[2]}),
                                   ByteBuilder().text("VOXA").u32le(107).u32le(0).u32le(soundAt).u32le(soundAt + 51).u32le(20).text("VOXABS").take());
-    ContainerOptions voxaTrailer;
-    voxaTrailer.voxaTrailer = true;
-    voxaTrailer.voxaStart = uint32_t(media.size()) + 9;
-    voxaTrailer.voxaEnd = voxaTrailer.voxaStart + 33;
+    const ContainerOptions voxaTrailer{107, false, true, uint32_t(media.size()) + 9, uint32_t(media.size()) + 9 + 33};
     const auto multi = [](std::vector<uint32_t> indices) {
         return [indices](_TEV_info* i) { return DeleteMultiTEVData(i, indices.data(), uint32_t(indices.size())); };
     };
@@ -89,21 +59,15 @@ TEST_F(DeleteTest, IndexLevelDeletesAndTheirRefusals) {
     const auto emptied = [](IndexEdit edit) { return onParsed([edit](_TEV_info* i) { i->stream_size = 0; return edit(i); }); };
     // The index of a bare parse, without the names: the delete's own parse reads them.
     const auto withoutNames = [](const char* p) {
-        FILE* fp = std::fopen(p, "r+b");
-        uint32_t result = 100;
-        {
+        return onFp(p, [](FILE* fp) {
             TevStreamFile stream(fp);
             tev::Index index(ParseTEV(&stream, SIGNATURE_TEV));
-            if (index && getTEVList(index.get()) == 1) result = DeleteATEVDataStream(index.get(), 0, nullptr);
-        }
-        std::fclose(fp);
-        return result;
+            return index && getTEVList(index.get()) == 1 ? DeleteATEVDataStream(index.get(), 0, nullptr) : 100u;
+        });
     };
-    // A container whose second record holds the Voxa sound, followed by a
-    // Voxa block that points at that record's data. The block follows the
-    // sound or goes with it; the descriptor's position mark says where the
-    // deleted record lay: 1 before the sound record, 2 the sound record
-    // itself, 0 after it (the result is the delete's plus 10 times the mark).
+    // A Voxa block behind the container points at the second record's data; it follows the sound or
+    // goes with it. The position mark says where the deleted record lay: 1 before the sound record,
+    // 2 the sound record itself, 0 after it (the result is the delete's plus 10 times the mark).
     const std::vector<RecordSpec> records = {record("note", 30, 0x11), record("EchoFrame_000", 64, 0x5E, 256),
                                              record("EchoFrame_Meta_Info", 29, 0x00, 2048), record("tail", 12, 0x22)};
     const uint32_t start = uint32_t(media.size()) + recordLength(records[0]) + 8 + 13, end = start + 64, moved = recordLength(records[0]);
@@ -139,12 +103,7 @@ TEST_F(DeleteTest, IndexLevelDeletesAndTheirRefusals) {
         {"DeleteAllTakesTheVoxaBlock", buildContainer(media, four, voxaTrailer), onParsed(&DeleteAllTEVDataStream), 1, media},
         // The index read from the file gives the cut, made in a buffer holding the same bytes.
         {"AllOnABuffer", original, [](const char* p) {
-             Bytes memory = readFile(p);
-             tev::Buffer handle(initTEVUsedBuffer(memory.data(), int64_t(memory.size()), int64_t(memory.size())));
-             const uint32_t result = editParsed(p, [&](_TEV_info* i) { return DeleteAllTEVDataBuffer(handle.get(), i); });
-             memory.resize(size_t(getTEVWriteSize(handle.get())));
-             writeFile(p, memory);
-             return result;
+             return onBuffer(p, 0, [&](TevBufferHandle* b) { return editParsed(p, [&](_TEV_info* i) { return DeleteAllTEVDataBuffer(b, i); }); });
          }, 1, media},
         {"AllOnNoBuffer", original, onParsed([](_TEV_info* i) { return DeleteAllTEVDataBuffer(nullptr, i); }), 0, {}, {{"TEV::DeleteAllTEVDataBuffer", "Buffer is null"}}},
     };
@@ -153,12 +112,9 @@ TEST_F(DeleteTest, IndexLevelDeletesAndTheirRefusals) {
         cases.push_back({"AllFormsOnABoxedMp4", buildContainer(mp4, four, boxed()), onParsed(all), 1, mp4});
     }
     // The stream and size checks of the index-level deletes.
-    const struct {
-        IndexEdit edit;
-        const char* tag;
-        bool checksSize;
-    } checked[] = {{one(0), "TEV::DeleteATEVDataStream", true}, {multi({0}), "TEV::DeleteMultiTEVData", true},
-                   {&DeleteAllTEVDataStream, "TEV::DeleteAllTEVDataBuffer", true}, {&DeleteAllDataStream, "TEV::DeleteAllData", false}};
+    const struct { IndexEdit edit; const char* tag; bool checksSize; } checked[] = {
+        {one(0), "TEV::DeleteATEVDataStream", true}, {multi({0}), "TEV::DeleteMultiTEVData", true},
+        {&DeleteAllTEVDataStream, "TEV::DeleteAllTEVDataBuffer", true}, {&DeleteAllDataStream, "TEV::DeleteAllData", false}};
     for (const auto& c : checked) {
         cases.push_back({"NullStream", original, onStream(nullptr, c.edit), 0, {}, {{c.tag, "Stream is null"}}});
         cases.push_back({"UnusableStream", original, onStream(&unusable, c.edit), 0, {}, {{c.tag, "Pointer is null"}}});

@@ -23,22 +23,20 @@ Bytes pattern(size_t size) {
     return out;
 }
 
-// The `n` bytes at `at`, or an exception when they are not all there.
-static Bytes slice(const Bytes& b, size_t at, size_t n) {
-    if (at + n > b.size()) throw std::out_of_range("read past the end");
-    return Bytes(b.begin() + long(at), b.begin() + long(at + n));
-}
+// Out-of-range reads throw (at()), so a test reading past the end fails.
 uint32_t readU32le(const Bytes& b, size_t at) {
-    const Bytes v = slice(b, at, 4);
-    return uint32_t(v[0]) | uint32_t(v[1]) << 8 | uint32_t(v[2]) << 16 | uint32_t(v[3]) << 24;
+    uint32_t v = 0;
+    for (size_t i = 4; i-- > 0;) v = v << 8 | b.at(at + i);
+    return v;
 }
 uint32_t readU32be(const Bytes& b, size_t at) {
-    const Bytes v = slice(b, at, 4);
-    return uint32_t(v[0]) << 24 | uint32_t(v[1]) << 16 | uint32_t(v[2]) << 8 | uint32_t(v[3]);
+    uint32_t v = 0;
+    for (size_t i = 0; i < 4; ++i) v = v << 8 | b.at(at + i);
+    return v;
 }
 std::string readText(const Bytes& b, size_t at, size_t n) {
-    const Bytes v = slice(b, at, n);
-    return std::string(v.begin(), v.end());
+    if (at + n > b.size()) throw std::out_of_range("read past the end");
+    return std::string(b.begin() + long(at), b.begin() + long(at + n));
 }
 
 uint32_t metaTypeOf(const RecordSpec& r) { return (uint32_t(r.type) << 16) | (r.sub ? 0x8000u : 0u); }

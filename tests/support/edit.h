@@ -28,11 +28,7 @@ namespace tevtest {
 inline const unsigned char* subOf(const RecordSpec& r) { return r.sub ? r.sub->data() : nullptr; }
 inline uint32_t subLengthOf(const RecordSpec& r) { return r.sub ? uint32_t(r.sub->size()) : 0; }
 
-inline ContainerOptions boxed() {
-    ContainerOptions options;
-    options.mp4Box = true;
-    return options;
-}
+inline ContainerOptions boxed() { return {107, true}; }
 
 // A temporary file holding `content`, open for update behind a file stream
 // for the lifetime of the object.
@@ -56,15 +52,12 @@ private:
     std::unique_ptr<TevStreamFile> stream_;
 };
 
-// A pack that owns its stream and file (checkTEVInFile).
-using FilePack = tev::Pack;
-
 // Parses the container of the file at `path`, opened for update, and returns
 // what `edit` returns for its index (0 when nothing parses). The file is
 // closed again before this returns, so its bytes can be read afterwards.
 template <typename Edit>
 uint32_t editParsed(const std::string& path, Edit edit) {
-    FilePack pack(checkTEVInFile(path.c_str()));
+    tev::Pack pack(checkTEVInFile(path.c_str()));
     EXPECT_NE(pack, nullptr) << "no container in " << path;
     return pack ? edit(pack->info) : 0;
 }
@@ -78,6 +71,25 @@ uint32_t saveSpec(Save save, const RecordSpec& r, uint32_t update) {
     const std::string name = r.name + "#";
     return save(name.c_str(), uint32_t(r.name.size()), subOf(r), subLengthOf(r), r.data.data(),
                 uint32_t(r.data.size()), uint32_t(r.type), update);
+}
+
+// `call` on the file at `path` opened for update, closed again afterwards.
+template <typename Call>
+uint32_t onFp(const char* path, Call call) {
+    FILE* fp = std::fopen(path, "r+b");
+    const uint32_t result = call(fp);
+    std::fclose(fp);
+    return result;
+}
+
+// `edit` on a memory buffer holding the file's bytes and `spare` more, then written back over the file.
+inline uint32_t onBuffer(const char* path, size_t spare, const std::function<uint32_t(TevBufferHandle*)>& edit) {
+    Bytes memory = concat(readFile(path), Bytes(spare, 0));
+    tev::Buffer handle(initTEVUsedBuffer(memory.data(), int64_t(memory.size()), int64_t(memory.size() - spare)));
+    const uint32_t result = edit(handle.get());
+    memory.resize(size_t(getTEVWriteSize(handle.get())));
+    writeFile(path, memory);
+    return result;
 }
 
 // Tag and text of every captured ERROR line, in order.
@@ -116,6 +128,16 @@ inline void runFileEdits(const std::vector<FileEdit>& cases) {
 // `edit` run on the parsed container of the file at the path.
 inline std::function<uint32_t(const char*)> onParsed(std::function<uint32_t(_TEV_info*)> edit) {
     return [edit](const char* path) { return editParsed(path, edit); };
+}
+
+// `edit` on the parsed index with its stream swapped for `stream`; the index gets its own back.
+inline std::function<uint32_t(const char*)> onStream(TevStream* stream, std::function<uint32_t(_TEV_info*)> edit) {
+    return onParsed([=](_TEV_info* i) {
+        TevStream* own = std::exchange(i->Stream, stream);
+        const uint32_t result = edit(i);
+        i->Stream = own;
+        return result;
+    });
 }
 
 }  // namespace tevtest

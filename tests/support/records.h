@@ -1,5 +1,5 @@
 // Small byte-level helpers for tests that build, edit or damage containers:
-// records with recognisable payloads, a little-endian patch, concatenation.
+// records with recognisable payloads, little-endian patches, concatenation.
 #ifndef TEV_TESTS_SUPPORT_RECORDS_H
 #define TEV_TESTS_SUPPORT_RECORDS_H
 
@@ -17,6 +17,11 @@ inline RecordSpec record(const std::string& name, size_t size, uint8_t fill, uin
 
 inline void putU32le(Bytes& bytes, size_t at, uint32_t value) {
     for (size_t i = 0; i < 4; ++i) bytes.at(at + i) = uint8_t(value >> (8 * i));
+}
+
+inline Bytes patchedU32le(Bytes bytes, size_t at, uint32_t value) {
+    putU32le(bytes, at, value);
+    return bytes;
 }
 
 inline Bytes concat(Bytes a, const Bytes& b) {
