@@ -17,7 +17,6 @@ public:
     explicit TempFile(const Bytes& content = {}, const std::string& name = "file.bin");
     ~TempFile();
     TempFile(const TempFile&) = delete;
-    TempFile& operator=(const TempFile&) = delete;
 
     const std::string& path() const { return path_; }
     const char* c_str() const { return path_.c_str(); }

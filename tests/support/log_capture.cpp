@@ -1,7 +1,5 @@
 #include "support/log_capture.h"
 
-#include <android/log.h>
-
 namespace tevtest {
 namespace {
 
@@ -35,10 +33,6 @@ bool LogCaptureTest::logged(int priority, const std::string& tag, const std::str
         if (line.priority == priority && line.tag == tag && line.text == text) return true;
     }
     return false;
-}
-
-bool LogCaptureTest::loggedError(const std::string& tag, const std::string& text) const {
-    return logged(ANDROID_LOG_ERROR, tag, text);
 }
 
 std::string LogCaptureTest::dumpLog() const {

@@ -3,6 +3,7 @@
 #ifndef TEV_TESTS_SUPPORT_LOG_CAPTURE_H
 #define TEV_TESTS_SUPPORT_LOG_CAPTURE_H
 
+#include <android/log.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -29,8 +30,9 @@ protected:
     const std::vector<LogLine>& logLines() const { return capturedLog(); }
     // True when some captured line has exactly this priority, tag and text.
     bool logged(int priority, const std::string& tag, const std::string& text) const;
-    // The same at error priority.
-    bool loggedError(const std::string& tag, const std::string& text) const;
+    bool loggedError(const std::string& tag, const std::string& text) const {
+        return logged(ANDROID_LOG_ERROR, tag, text);
+    }
     // All captured lines, one per row, for failure messages.
     std::string dumpLog() const;
 };

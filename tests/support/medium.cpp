@@ -39,7 +39,7 @@ StreamOver::~StreamOver() {
     stream_.reset();
     if (fp_ != nullptr) _kfclose(fp_);
     if (fd_ >= 0) close(fd_);
-    if (handle_ != nullptr) _kbclose(handle_);
+    _kbclose(handle_);
 }
 
 Bytes StreamOver::contents() const {

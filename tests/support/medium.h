@@ -38,7 +38,6 @@ public:
     StreamOver(Medium medium, const Bytes& content, size_t spare = 0);
     ~StreamOver();
     StreamOver(const StreamOver&) = delete;
-    StreamOver& operator=(const StreamOver&) = delete;
 
     TevStream* get() const { return stream_.get(); }
     Bytes contents() const;  // the medium's bytes as they are now
@@ -79,7 +78,6 @@ public:
     PackOnMedium(const Bytes& bytes, Medium medium);
     ~PackOnMedium();
     PackOnMedium(const PackOnMedium&) = delete;
-    PackOnMedium& operator=(const PackOnMedium&) = delete;
 
     _TEV_info_pack* pack() const { return pack_; }
     Bytes contents() const { return over_.contents(); }
