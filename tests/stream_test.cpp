@@ -231,11 +231,9 @@ TEST_F(StreamTest, FileIntegersUseFixedOrderAndBypassStdioBuffers) {
     uint32_t word = 0;
     int16_t half = 0, past = 0;
     ASSERT_EQ(_kfseek(fp, 4, SEEK_SET), 4);
-    EXPECT_EQ((Results{_kfreadInt32(&word, fp), _kfreadInt16(&half, fp), _kfreadInt16(&past, fp)}),
-              (Results{4, 2, 0}));
-    EXPECT_EQ(word, 0x04030201u);
-    EXPECT_EQ(half, 0x0102);
-    EXPECT_EQ(_kftell(fp), 10);
+    // A braced list is evaluated in order: each value is read after its call.
+    EXPECT_EQ((Results{_kfreadInt32(&word, fp), word, _kfreadInt16(&half, fp), half, _kfreadInt16(&past, fp),
+                       _kftell(fp)}), (Results{4, 0x04030201, 2, 0x0102, 0, 10}));
     _kfclose(fp);
 }
 
@@ -245,18 +243,14 @@ TEST_F(StreamTest, BlockCopiesMoveSeveralChunksBetweenCurrentPositions) {
     Bytes expected{0xAA, 0xBB};
     expected.insert(expected.end(), source.begin() + 10, source.end());
     for (const bool onDescriptors : {false, true}) {
-        TempFile src(source);
-        TempFile dst({0xAA, 0xBB, 0xCC});
-        FILE* in = _kfopen(src.c_str(), "rb");
-        FILE* out = _kfopen(dst.c_str(), "r+b");
-        ASSERT_EQ(_kfseek(in, 10, SEEK_SET), 10);
-        ASSERT_EQ(_kfseek(out, 2, SEEK_SET), 2);
+        TempFile src(source), dst({0xAA, 0xBB, 0xCC});
+        FILE *in = _kfopen(src.c_str(), "rb"), *out = _kfopen(dst.c_str(), "r+b");
+        ASSERT_EQ(_kfseek(in, 10, SEEK_SET) + _kfseek(out, 2, SEEK_SET), 12);
         const auto copy = [&](int64_t size) {
             return onDescriptors ? _kfdcopy(fileno(out), fileno(in), size) : _kfilecopy(out, in, size);
         };
-        EXPECT_EQ(copy(kCopySize), 1);
+        EXPECT_EQ((Results{copy(kCopySize), copy(0)}), (Results{1, 0}));
         EXPECT_EQ(dst.read(), expected);
-        EXPECT_EQ(copy(0), 0);
         _kfclose(in);
         _kfclose(out);
     }
@@ -290,26 +284,22 @@ TEST_F(StreamTest, MemoryStringAndPathHelpers) {
     auto* text = static_cast<char*>(_kmalloc(4096));
     ASSERT_NE(text, nullptr);
     EXPECT_EQ(Bytes(text, text + 4096), Bytes(4096, 0));
-    EXPECT_EQ(_kmemcpy(text, "xyz!", 3), text);
-    EXPECT_EQ(_kmemcpy(text, "q", 0), nullptr);
-    EXPECT_EQ(_kmemcpy(nullptr, "q", 1), nullptr);
-    EXPECT_EQ(_kstrcat(text, ".jpg"), text);
+    using Pointers = std::vector<const void*>;
+    EXPECT_EQ((Pointers{_kmemcpy(text, "xyz!", 3), _kmemcpy(text, "q", 0), _kmemcpy(nullptr, "q", 1),
+                        _kstrcat(text, ".jpg")}), (Pointers{text, nullptr, nullptr, text}));
     EXPECT_STREQ(text, "xyz.jpg");
     EXPECT_EQ(getStringLen(text), 7u);
-    EXPECT_EQ(_kstrcpy(text, "ab"), text);
+    EXPECT_EQ((Pointers{_kstrcpy(text, "ab"), _kstrcpy(nullptr, "a"), _kstrcat(text, nullptr)}),
+              (Pointers{text, nullptr, nullptr}));
     EXPECT_EQ(Bytes(text, text + 4), (Bytes{'a', 'b', 0, '.'}));
     EXPECT_LT(_kstrcmp(text, "ac"), 0);
     EXPECT_EQ(_kstrcmp(text, "ab"), 0);
-    EXPECT_EQ(_kstrcpy(nullptr, "a"), nullptr);
-    EXPECT_EQ(_kstrcat(text, nullptr), nullptr);
-    EXPECT_STREQ(text, "ab");
     _kfree(text);
     TempFile file({1});
     const std::string moved = file.path() + ".moved";
     EXPECT_EQ(_krename(file.c_str(), moved.c_str()), 0);
     EXPECT_EQ(readFile(moved), Bytes{1});
-    EXPECT_EQ(_kremove(moved.c_str()), 0);
-    EXPECT_EQ(_kremove(moved.c_str()), -1);
+    EXPECT_EQ((Results{_kremove(moved.c_str()), _kremove(moved.c_str())}), (Results{0, -1}));
 }
 
 }  // namespace
