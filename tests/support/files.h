@@ -10,8 +10,7 @@ namespace tevtest {
 
 using Bytes = std::vector<uint8_t>;
 
-// A file in a fresh temporary directory, removed with the directory when the
-// object goes away.
+// A file in a fresh temporary directory, removed with it.
 class TempFile {
 public:
     explicit TempFile(const Bytes& content = {}, const std::string& name = "file.bin");

@@ -21,8 +21,7 @@ struct LogLine {
 const std::vector<LogLine>& capturedLog();
 void clearLog();
 
-// Base fixture: installs the capture (once per process, minimum priority
-// verbose) and starts each test with an empty log.
+// Base fixture: installs the capture once and starts each test with no lines.
 class LogCaptureTest : public ::testing::Test {
 protected:
     void SetUp() override;
