@@ -194,8 +194,8 @@ TEST_F(StreamTest, BufferHandleNeverPassesItsCapacityAndTruncateClearsTheTail) {
     EXPECT_EQ(btruncate(handle, 3), 0);
     EXPECT_EQ(handleBytes(handle, 8), (Bytes{1, 'z', 0, 0, 0, 0, 0, 0}));
     // A length out of range is refused but set all the same.
-    EXPECT_EQ((Results{btruncate(handle, 9), kbgetWriteSize(handle), _kbseek(handle, 0, SEEK_END), btruncate(handle, -1),
-                       kbgetWriteSize(handle)}), (Results{-1, 9, -1, -1, -1}));
+    EXPECT_EQ((Results{btruncate(handle, 9), kbgetWriteSize(handle), _kbseek(handle, 0, SEEK_END),
+                       btruncate(handle, -1), kbgetWriteSize(handle)}), (Results{-1, 9, -1, -1, -1}));
     EXPECT_EQ(handleBytes(handle, 8), Bytes(8, 0));
     TevStreamBuffer s(handle);
     EXPECT_EQ(s.destroyPointer(), 0);  // frees the handle: a leak shows under the sanitizer
@@ -266,13 +266,10 @@ TEST_F(StreamTest, DescriptorZeroIsRefusedWithoutTouchingIt) {
     ASSERT_EQ(::dup2(fd, 0), 0);
     uint8_t buffer[4] = {0x5A, 0x5A, 0x5A, 0x5A};
     EXPECT_EQ((Results{_kfdread(0, buffer, 4), _kfdwrite(0, buffer, 4), _kfdseek(0, 4, SEEK_SET), _kfdcopy(fd, 0, 4),
-                       _kfdcopy(0, fd, 4)}), (Results{0, 0, -1, 0, 0}));
-    const off_t position = ::lseek(0, 0, SEEK_CUR);
+                       _kfdcopy(0, fd, 4), ::lseek(0, 0, SEEK_CUR), buffer[0]}), (Results{0, 0, -1, 0, 0, 0, 0x5A}));
     if (saved >= 0) ::dup2(saved, 0);
     ::close(saved >= 0 ? saved : 0);
     ::close(fd);
-    EXPECT_EQ(position, 0);
-    EXPECT_EQ(buffer[0], 0x5A);
     EXPECT_EQ(file.read(), pattern(16));
     EXPECT_TRUE(logLines().empty()) << dumpLog();
 }

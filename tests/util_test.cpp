@@ -22,23 +22,23 @@ constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
 
 TEST(Checked, AddRefusesOverflowAndKeepsOutputAndRangeFitsOnlyInsideTheStream) {
     uint32_t out = 7;
-    EXPECT_TRUE(tev::checkedAdd<uint32_t>(0xFFFFFFF0u, 0xFu, &out));
-    EXPECT_EQ(out, 0xFFFFFFFFu);
-    EXPECT_FALSE(tev::checkedAdd<uint32_t>(0xFFFFFFF0u, 0x10u, &out));
-    EXPECT_EQ(out, 0xFFFFFFFFu);
     int64_t wide = 0;
-    EXPECT_FALSE(tev::checkedAdd<int64_t>(kMax, 1, &wide));
+    using tev::checkedAdd;
     using tev::rangeFits;
-    EXPECT_EQ((std::vector<bool>{rangeFits(0, 10, 10), rangeFits(10, 0, 10), rangeFits(1, 10, 10), rangeFits(-1, 1, 10),
-                                 rangeFits(11, 0, 10), rangeFits(5, kMax, 10)}),
-              (std::vector<bool>{true, true, false, false, false, false}));
+    // A braced list is evaluated in order: `out` is read after the call before it.
+    EXPECT_EQ((std::vector<int64_t>{checkedAdd<uint32_t>(0xFFFFFFF0u, 0xFu, &out), out,
+                                    checkedAdd<uint32_t>(0xFFFFFFF0u, 0x10u, &out), out,
+                                    checkedAdd(kMax, int64_t{1}, &wide), rangeFits(0, 10, 10), rangeFits(10, 0, 10),
+                                    rangeFits(1, 10, 10), rangeFits(-1, 1, 10), rangeFits(11, 0, 10),
+                                    rangeFits(5, kMax, 10)}),
+              (std::vector<int64_t>{1, 0xFFFFFFFF, 0, 0xFFFFFFFF, 0, 1, 1, 0, 0, 0, 0}));
 }
 
 const char kCheckInput[] = "123456789";
 constexpr int kCheckLength = 9;
 unsigned char* checkBytes() { return reinterpret_cast<unsigned char*>(const_cast<char*>(kCheckInput)); }
 
-TEST(Crc, Crc8BlockAndIncrementalChecksumsMatchTheSmbusCheckValue) {
+TEST(Crc, BlockAndIncrementalChecksumsMatchTheCheckValues) {
     EXPECT_EQ(CRC8_BlockChecksum(kCheckInput, kCheckLength), 0xF4);
     EXPECT_EQ(CRC8_BlockChecksum(kCheckInput, 0), 0);
     make_crc_table();
@@ -50,9 +50,6 @@ TEST(Crc, Crc8BlockAndIncrementalChecksumsMatchTheSmbusCheckValue) {
     CRC8_UpdateChecksum(state, kCheckInput + 5, kCheckLength - 5);
     CRC8_FinishChecksum(state);
     EXPECT_EQ(state, 0xF4);
-}
-
-TEST(Crc, Crc32MatchesTheCheckValuesAndContinuesAcrossPieces) {
     EXPECT_EQ(getBufferCRC(checkBytes(), kCheckLength), 0xCBF43926u);
     EXPECT_EQ(getBufferCRC(checkBytes(), 0), 0u);
     unsigned int table[256];
@@ -117,7 +114,6 @@ TEST_F(DiagTest, VersionBannerIsThreeDebugLines) {
     ASSERT_EQ(logLines().size(), 3u) << dumpLog();
     EXPECT_TRUE(logged(ANDROID_LOG_DEBUG, "TEV Version Info", "Version\t : 107\n")) << dumpLog();
     // The library's own build date and time, as "Mmm dd yyyy hh:mm:ss".
-    EXPECT_EQ(logLines()[2].text.substr(0, 14), "Build Date\t : ");
     EXPECT_EQ(logLines()[2].text.size(), 14u + 20u + 1u) << logLines()[2].text;
 }
 
