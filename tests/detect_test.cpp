@@ -1,6 +1,5 @@
 // Telling plain, container, Voxa and mixed files apart, the checks that
 // parse a container into a pack, and the version read from a directory.
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <functional>
@@ -141,17 +140,6 @@ TEST_F(DetectTest, RefusalsReturnNothingAfterTheirLogLine) {
     _kfclose(writeOnly);
     close(pipeEnds[0]);
     close(pipeEnds[1]);
-}
-
-TEST_F(DetectTest, ReadOnlyFileCanBeCheckedOnlyForReading) {
-    if (geteuid() == 0) GTEST_SKIP() << "file permissions do not bind root";
-    TempFile file(buildContainer(fakeJpeg(kMediaSize), kRecords));
-    ASSERT_EQ(chmod(file.c_str(), 0444), 0);
-    EXPECT_EQ(checkTEVInFile(file.c_str()), nullptr);
-    EXPECT_TRUE(loggedError("TEVCommonAPIs", "File Open Error")) << dumpLog();
-    _TEV_info_pack* pack = checkTEVWithReadPM(file.c_str());
-    ASSERT_NE(pack, nullptr) << dumpLog();
-    destroyTEVDATA(pack);
 }
 
 TEST_F(DetectTest, ErrorCheckTrustsTheTailOfOldVersionsOnly) {

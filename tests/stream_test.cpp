@@ -88,8 +88,8 @@ TEST_P(StreamContract, EachCallGivesItsResultPositionBytesAndLogLine) {
         EXPECT_EQ(s.GetStreamType(), type);
         ASSERT_EQ(s.seek(2, SEEK_SET), 2);
         clearLog();
-        EXPECT_EQ(step.call(s), onBuffer ? step.onBuffer : step.onFile);
-        EXPECT_EQ(s.tell(), onBuffer ? step.bufferAt : step.fileAt);
+        EXPECT_EQ((Results{step.call(s), s.tell()}),
+                  (onBuffer ? Results{step.onBuffer, step.bufferAt} : Results{step.onFile, step.fileAt}));
         EXPECT_EQ(over.contents(), step.after.empty() ? kContent : step.after);
         const char* log = onBuffer ? nullptr : step.fileLog;
         const char* tag = log == kProbeLog ? probeTag : "_klseek";
@@ -160,9 +160,7 @@ TEST_F(StreamTest, CopyTakesTheWholeSourceOrStopsAtTheFirstRefusal) {
     for (const auto& c : kCases) {
         SCOPED_TRACE(&c - kCases);
         const bool usable = c.src != nullptr && c.src->CheckError();
-        if (usable) {
-            ASSERT_EQ(c.src->seek(3, SEEK_SET), 3);
-        }
+        ASSERT_EQ(usable ? c.src->seek(3, SEEK_SET) : 3, 3);
         clearLog();
         testing::internal::CaptureStdout();
         EXPECT_EQ(TevStream::Copy(c.dst, c.src, c.size), c.result);

@@ -1,5 +1,7 @@
 #include "support/log_capture.h"
 
+#include <algorithm>
+
 namespace tevtest {
 namespace {
 
@@ -25,10 +27,8 @@ void LogCaptureTest::SetUp() {
 }
 
 bool LogCaptureTest::logged(int priority, const std::string& tag, const std::string& text) const {
-    for (const LogLine& line : capturedLog()) {
-        if (line.priority == priority && line.tag == tag && line.text == text) return true;
-    }
-    return false;
+    const auto same = [&](const LogLine& l) { return l.priority == priority && l.tag == tag && l.text == text; };
+    return std::any_of(gLines.begin(), gLines.end(), same);
 }
 
 std::string LogCaptureTest::dumpLog() const {

@@ -11,11 +11,7 @@
 
 namespace tevtest {
 
-struct LogLine {
-    int priority;
-    std::string tag;
-    std::string text;
-};
+struct LogLine { int priority; std::string tag, text; };
 
 // Every log line written since the last clearLog().
 const std::vector<LogLine>& capturedLog();

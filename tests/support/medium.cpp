@@ -17,9 +17,7 @@ StreamOver::StreamOver(Medium medium, const Bytes& content, size_t spare) : medi
         memory_ = content;
         memory_.resize(content.size() + spare + 1);  // a non-null area even when empty
         handle_ = _kbsetbuffer(memory_.data(), int64_t(content.size() + spare));
-        if (handle_ == nullptr || btruncate(handle_, int64_t(content.size())) != 0) {
-            throw std::runtime_error("buffer handle");
-        }
+        if (handle_ == nullptr || btruncate(handle_, int64_t(content.size())) != 0) throw std::runtime_error("handle");
         stream_ = std::make_unique<TevStreamBuffer>(handle_);
         return;
     }
