@@ -36,9 +36,8 @@ Bytes contentWith(size_t at, const Bytes& part) {
     return bytes;
 }
 
-// One call on a stream holding kContent at position 2 (a buffer's capacity
-// is 12): its result and the position it leaves on a buffer and on a file,
-// the bytes it leaves (none given: unchanged) and what a file logs.
+// One call at position 2 of kContent (buffer capacity 12): result and position on a
+// buffer and on a file, the bytes it leaves (none: unchanged) and what a file logs.
 struct Step {
     const char* what;
     std::function<int64_t(TevStream&)> call;

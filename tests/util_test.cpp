@@ -76,12 +76,8 @@ std::string printedBy(const std::function<void()>& call) {
 TEST_F(DiagTest, EachLoggerPrintsItsLineAndLogsTheTextFormattedTwice) {
     const std::string kLong(2000, 'a');
     constexpr int kD = ANDROID_LOG_DEBUG, kI = ANDROID_LOG_INFO, kE = ANDROID_LOG_ERROR;
-    const struct {
-        std::function<void()> call;
-        int priority;
-        const char* tag;
-        std::string text, printed = "";
-    } kCases[] = {
+    const struct { std::function<void()> call; int priority; const char* tag; std::string text, printed = ""; }
+        kCases[] = {
         {[] { TEVLogD("TagD", "value %s", "100%%"); }, kD, "TagD", "value 100%", "value 100%%"},
         {[] { TEVLogI("TagI", "value %d", 2); }, kI, "TagI", "value 2"},
         {[] { TEVLogE("TagE", "value %u", 3u); }, kE, "TagE", "value 3"},

@@ -47,12 +47,9 @@ Bytes StreamOver::contents() const {
 
 uint32_t signatureOn(const Bytes& bytes, Medium medium) {
     StreamOver over(medium, bytes);
-    switch (medium) {
-        case Medium::Path: return getSignature(over.path());
-        case Medium::FilePtr: return getSignatureFP(over.fp());
-        case Medium::Fd: return getSignatureFd(over.fd());
-        default: return getSignatureBuffer(over.handle());
-    }
+    if (medium == Medium::Path) return getSignature(over.path());
+    if (medium == Medium::FilePtr) return getSignatureFP(over.fp());
+    return medium == Medium::Fd ? getSignatureFd(over.fd()) : getSignatureBuffer(over.handle());
 }
 
 PackOnMedium::PackOnMedium(const Bytes& bytes, Medium medium) : medium_(medium), over_(medium, bytes) {

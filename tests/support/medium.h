@@ -55,8 +55,7 @@ private:
 };
 
 // A buffer stream of exactly `capacity` bytes (at least the content's).
-class FixedBuffer : public StreamOver {
-public:
+struct FixedBuffer : StreamOver {
     explicit FixedBuffer(const Bytes& content, size_t capacity = 0)
         : StreamOver(Medium::Buffer, content, capacity > content.size() ? capacity - content.size() : 0) {}
     TevStream* stream() const { return get(); }
