@@ -1,9 +1,10 @@
 // Telling plain, container, Voxa and mixed files apart, the checks that
 // parse a container into a pack, and the version read from a directory.
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <functional>
+#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -46,8 +47,7 @@ TEST_P(DetectOnMedium, SignatureAndCheckFindTheContainerAndLeaveTheBytesAlone) {
     _TEV_info_pack* pack = held.pack();
     ASSERT_NE(pack, nullptr) << dumpLog();
     ASSERT_EQ(pack->data_count, 2u);
-    EXPECT_STREQ(pack->name_list[0], "alpha");
-    EXPECT_STREQ(pack->name_list[1], "beta");
+    EXPECT_EQ(std::string(pack->name_list[0]) + "," + pack->name_list[1], "alpha,beta");
     EXPECT_EQ(pack->info->data_start_position, kMediaSize);
     EXPECT_EQ(held.contents(), original);
     EXPECT_TRUE(logLines().empty()) << dumpLog();
@@ -58,6 +58,7 @@ INSTANTIATE_TEST_SUITE_P(AllMedia, DetectOnMedium,
                          mediumName);
 
 class DetectTest : public LogCaptureTest {};
+using Values = std::vector<int64_t>;
 
 TEST_F(DetectTest, SignatureVersionAndMp4CheckComeFromTheFilesBytes) {
     const struct { Bytes bytes; uint32_t signature, isTev, version, mp4; } kCases[] = {
@@ -71,18 +72,16 @@ TEST_F(DetectTest, SignatureVersionAndMp4CheckComeFromTheFilesBytes) {
     };
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.bytes.size());
-        EXPECT_EQ(signatureOn(c.bytes, Medium::Buffer), c.signature);
-        EXPECT_EQ(isTEVFile(TempFile(c.bytes).c_str()), c.isTev);
         FixedBuffer buffer(c.bytes);
         ASSERT_EQ(buffer.stream()->seek(3, SEEK_SET), 3);
-        EXPECT_EQ(checkMP4Stream(buffer.stream()), c.mp4);
-        EXPECT_EQ(buffer.stream()->tell(), 3);  // the MP4 check keeps the position
-        EXPECT_EQ(checkMP4Buffer(buffer.handle()), c.mp4);
-        EXPECT_EQ(GetTEVVersion(buffer.stream()), c.version);
+        // The MP4 check keeps the position.
+        EXPECT_EQ((Values{signatureOn(c.bytes, Medium::Buffer), isTEVFile(TempFile(c.bytes).c_str()),
+                          checkMP4Stream(buffer.stream()), buffer.stream()->tell(), checkMP4Buffer(buffer.handle()),
+                          GetTEVVersion(buffer.stream())}),
+                  (Values{c.signature, c.isTev, c.mp4, 3, c.mp4, c.version}));
     }
     // Only the 5-byte file has no bytes 4-7 for the two MP4 checks to read.
-    EXPECT_EQ(logLines().size(), 2u) << dumpLog();
-    EXPECT_TRUE(loggedError("TEV::checkMP4Stream", "File Read Error")) << dumpLog();
+    EXPECT_TRUE(logLines().size() == 2 && loggedError("TEV::checkMP4Stream", "File Read Error")) << dumpLog();
 }
 
 // Every refusal gives 0 or null, after the line it logs (a failed seek logs
@@ -142,17 +141,6 @@ TEST_F(DetectTest, RefusalsReturnNothingAfterTheirLogLine) {
     close(pipeEnds[1]);
 }
 
-TEST_F(DetectTest, ReadOnlyFileCanBeCheckedOnlyForReading) {
-    if (geteuid() == 0) GTEST_SKIP() << "file permissions do not bind root";
-    TempFile file(buildContainer(fakeJpeg(kMediaSize), kRecords));
-    ASSERT_EQ(chmod(file.c_str(), 0444), 0);
-    EXPECT_EQ(checkTEVInFile(file.c_str()), nullptr);
-    EXPECT_TRUE(loggedError("TEVCommonAPIs", "File Open Error")) << dumpLog();
-    _TEV_info_pack* pack = checkTEVWithReadPM(file.c_str());
-    ASSERT_NE(pack, nullptr) << dumpLog();
-    destroyTEVDATA(pack);
-}
-
 TEST_F(DetectTest, ErrorCheckTrustsTheTailOfOldVersionsOnly) {
     Bytes badName = buildContainer(fakeJpeg(kMediaSize), kRecords);
     badName[kMediaSize + 4] = 0;  // name length 0: the directory parses, the names do not
@@ -164,19 +152,14 @@ TEST_F(DetectTest, ErrorCheckTrustsTheTailOfOldVersionsOnly) {
     // A count the file cannot hold: only the wide-entry versions read the list.
     Bytes overCounted = buildContainer(fakeJpeg(kMediaSize), kRecords, {110});
     EXPECT_EQ(errorCheckTEVInBuffer(FixedBuffer(overCounted).handle()), 1u);
-    const size_t countField = overCounted.size() - 8 - 36 + 8;  // after "TEVH" and the version
-    overCounted[countField + 2] = 0x10;
+    overCounted[overCounted.size() - 36 + 2] = 0x10;  // the count, after "TEVH" and the version
     EXPECT_EQ(errorCheckTEVInBuffer(FixedBuffer(overCounted).handle()), 0u);
     EXPECT_EQ(errorCheckTEVInStream(FixedBuffer(fakeJpeg(64)).stream()), 0u);
 }
 
 int64_t dataStartOf(const Bytes& bytes) {
-    FixedBuffer buffer(bytes);
-    _TEV_info_pack* pack = checkTEVInStream(buffer.stream());
-    if (pack == nullptr) return -1;
-    const int64_t start = pack->info->data_start_position;
-    destroyTEVDATA_Stream(pack);
-    return start;
+    PackOnMedium held(bytes, Medium::Handle);
+    return held.pack() ? int64_t(held.pack()->info->data_start_position) : -1;
 }
 
 TEST_F(DetectTest, UnclaimedVoxaSoundInFrontOfTheContainerJoinsTheAppendedRegion) {

@@ -9,9 +9,8 @@
 namespace tevtest {
 
 TempFile::TempFile(const Bytes& content, const std::string& name) {
-    std::string pattern = (std::filesystem::temp_directory_path() / "tevtest-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-    dir_ = pattern;
+    dir_ = (std::filesystem::temp_directory_path() / "tevtest-XXXXXX").string();
+    if (mkdtemp(dir_.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
     path_ = dir_ + "/" + name;
     writeFile(path_, content);
 }

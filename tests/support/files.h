@@ -10,14 +10,12 @@ namespace tevtest {
 
 using Bytes = std::vector<uint8_t>;
 
-// A file in a fresh temporary directory, removed with the directory when the
-// object goes away.
+// A file in a fresh temporary directory, removed with it.
 class TempFile {
 public:
     explicit TempFile(const Bytes& content = {}, const std::string& name = "file.bin");
     ~TempFile();
     TempFile(const TempFile&) = delete;
-    TempFile& operator=(const TempFile&) = delete;
 
     const std::string& path() const { return path_; }
     const char* c_str() const { return path_.c_str(); }

@@ -1,44 +1,34 @@
 #include "support/log_capture.h"
 
-#include <android/log.h>
+#include <algorithm>
 
 namespace tevtest {
 namespace {
 
-std::vector<LogLine>& storage() {
-    static std::vector<LogLine> lines;
-    return lines;
-}
+std::vector<LogLine> gLines;  // filled only once tests run, after static set-up
 
 void captureLogger(const __android_logger_data* data, const char* message) {
-    storage().push_back(LogLine{data->priority, data->tag ? data->tag : "", message ? message : ""});
+    gLines.push_back(LogLine{data->priority, data->tag ? data->tag : "", message ? message : ""});
 }
 
 }  // namespace
 
-const std::vector<LogLine>& capturedLog() { return storage(); }
+const std::vector<LogLine>& capturedLog() { return gLines; }
 
-void clearLog() { storage().clear(); }
+void clearLog() { gLines.clear(); }
 
 void LogCaptureTest::SetUp() {
-    static const bool installed = [] {
+    [[maybe_unused]] static const bool installed = [] {
         __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
         __android_log_set_logger(captureLogger);
         return true;
     }();
-    (void)installed;
     clearLog();
 }
 
 bool LogCaptureTest::logged(int priority, const std::string& tag, const std::string& text) const {
-    for (const LogLine& line : capturedLog()) {
-        if (line.priority == priority && line.tag == tag && line.text == text) return true;
-    }
-    return false;
-}
-
-bool LogCaptureTest::loggedError(const std::string& tag, const std::string& text) const {
-    return logged(ANDROID_LOG_ERROR, tag, text);
+    const auto same = [&](const LogLine& l) { return l.priority == priority && l.tag == tag && l.text == text; };
+    return std::any_of(gLines.begin(), gLines.end(), same);
 }
 
 std::string LogCaptureTest::dumpLog() const {

@@ -17,9 +17,7 @@ StreamOver::StreamOver(Medium medium, const Bytes& content, size_t spare) : medi
         memory_ = content;
         memory_.resize(content.size() + spare + 1);  // a non-null area even when empty
         handle_ = _kbsetbuffer(memory_.data(), int64_t(content.size() + spare));
-        if (handle_ == nullptr || btruncate(handle_, int64_t(content.size())) != 0) {
-            throw std::runtime_error("buffer handle");
-        }
+        if (handle_ == nullptr || btruncate(handle_, int64_t(content.size())) != 0) throw std::runtime_error("handle");
         stream_ = std::make_unique<TevStreamBuffer>(handle_);
         return;
     }
@@ -39,7 +37,7 @@ StreamOver::~StreamOver() {
     stream_.reset();
     if (fp_ != nullptr) _kfclose(fp_);
     if (fd_ >= 0) close(fd_);
-    if (handle_ != nullptr) _kbclose(handle_);
+    _kbclose(handle_);
 }
 
 Bytes StreamOver::contents() const {
@@ -49,12 +47,9 @@ Bytes StreamOver::contents() const {
 
 uint32_t signatureOn(const Bytes& bytes, Medium medium) {
     StreamOver over(medium, bytes);
-    switch (medium) {
-        case Medium::Path: return getSignature(over.path());
-        case Medium::FilePtr: return getSignatureFP(over.fp());
-        case Medium::Fd: return getSignatureFd(over.fd());
-        default: return getSignatureBuffer(over.handle());
-    }
+    if (medium == Medium::Path) return getSignature(over.path());
+    if (medium == Medium::FilePtr) return getSignatureFP(over.fp());
+    return medium == Medium::Fd ? getSignatureFd(over.fd()) : getSignatureBuffer(over.handle());
 }
 
 PackOnMedium::PackOnMedium(const Bytes& bytes, Medium medium) : medium_(medium), over_(medium, bytes) {

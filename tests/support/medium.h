@@ -1,6 +1,5 @@
-// The library's media (path, FILE*, descriptor, memory buffer, buffer
-// handle) over the same bytes, so that a test of shared behaviour is written
-// once and run over each medium.
+// The library's media over the same bytes, so that a test of shared
+// behaviour is written once and run over each medium.
 #ifndef TEV_TESTS_SUPPORT_MEDIUM_H
 #define TEV_TESTS_SUPPORT_MEDIUM_H
 
@@ -29,16 +28,13 @@ struct MediumOf {
 };
 std::string mediumName(MediumOf medium);
 
-// `content` held in a medium, with a TevStream over it: a buffer handle over
-// test-owned memory of capacity content + `spare` (Buffer, Handle), or a
-// temporary file opened for update through a FILE* (Path, FilePtr) or a
-// descriptor (Fd).
+// `content` in a medium with a TevStream over it: test-owned memory of
+// capacity content + `spare`, or a temporary file opened for update.
 class StreamOver {
 public:
     StreamOver(Medium medium, const Bytes& content, size_t spare = 0);
     ~StreamOver();
     StreamOver(const StreamOver&) = delete;
-    StreamOver& operator=(const StreamOver&) = delete;
 
     TevStream* get() const { return stream_.get(); }
     Bytes contents() const;  // the medium's bytes as they are now
@@ -59,27 +55,22 @@ private:
 };
 
 // A buffer stream of exactly `capacity` bytes (at least the content's).
-class FixedBuffer : public StreamOver {
-public:
+struct FixedBuffer : StreamOver {
     explicit FixedBuffer(const Bytes& content, size_t capacity = 0)
         : StreamOver(Medium::Buffer, content, capacity > content.size() ? capacity - content.size() : 0) {}
     TevStream* stream() const { return get(); }
 };
 
-// The signature of `bytes` through the getSignature form of `medium`
-// (Buffer and Handle both use getSignatureBuffer).
+// The signature of `bytes` through the getSignature form of `medium`.
 uint32_t signatureOn(const Bytes& bytes, Medium medium);
 
-// Holds `bytes` in one medium and runs that medium's check form over it
-// (checkTEVInFile, checkTEVInFP, checkTEVInFd, checkTEVInBuffer,
-// checkTEVInHandle). Releases the pack with the destroyer that the medium
-// calls for, then the medium.
+// Holds `bytes` in one medium and runs that medium's check form over it;
+// releases the pack with the destroyer that the medium calls for.
 class PackOnMedium {
 public:
     PackOnMedium(const Bytes& bytes, Medium medium);
     ~PackOnMedium();
     PackOnMedium(const PackOnMedium&) = delete;
-    PackOnMedium& operator=(const PackOnMedium&) = delete;
 
     _TEV_info_pack* pack() const { return pack_; }
     Bytes contents() const { return over_.contents(); }
