@@ -5,7 +5,8 @@
 namespace tevtest {
 namespace {
 
-std::vector<LogLine> gLines;  // filled only once tests run, after static set-up
+// Never destroyed, so a line logged while the process exits still has a home.
+std::vector<LogLine>& gLines = *new std::vector<LogLine>;
 
 void captureLogger(const __android_logger_data* data, const char* message) {
     gLines.push_back(LogLine{data->priority, data->tag ? data->tag : "", message ? message : ""});
