@@ -11,7 +11,6 @@
 #include "cli.h"
 #include "container/format.h"
 #include "edit_guard.h"
-#include "undo.h"
 
 namespace tevcli {
 namespace {
@@ -63,22 +62,6 @@ Snapshot snapshot(const std::string& path) {
     return s;
 }
 
-// The bytes of a file in front of its own records and sound.
-int64_t mediaPartLength(const std::string& path, int64_t size) {
-    int64_t end = size;
-    const uint32_t signature = getSignature(path.c_str());
-    if (signatureHasContainer(signature)) {
-        if (tev::Pack pack = openContainer(path)) end = std::min(end, pack->info->data_start_position);
-    }
-    if (signature == SIGNATURE_VOXA || signature == SIGNATURE_VOXA_TEV) {
-        tev::Voxa voxa(_checkAudioInImageFile(path.c_str()));
-        if (voxa && voxa->sound_table != nullptr && voxa->sound_count > 0) {
-            end = std::min<int64_t>(end, voxa->sound_table[0]);
-        }
-    }
-    return end;
-}
-
 // Every record that was there still is, with its type and bytes (a bare
 // sound's conversion adds its own records); the sound and the box stay.
 std::optional<std::string> keptWhole(const std::string& path, const Snapshot& before, const FileBytes& media) {
@@ -91,7 +74,7 @@ std::optional<std::string> keptWhole(const std::string& path, const Snapshot& be
     }
     if (after.sound != before.sound) return "the sound did not stay whole";
     if (before.boxed && !after.boxed) return "the records left their \"tevd\" box";
-    return containerReadsWhole(path);
+    return std::nullopt;
 }
 
 int run(const Options& o) {
@@ -102,7 +85,7 @@ int run(const Options& o) {
     if (o.fromFile) {
         const std::optional<FileFacts> source = inspectFile(o.media, false);
         if (!source) return kExitFailed;
-        const int64_t length = mediaPartLength(o.media, source->size);
+        const int64_t length = firstKeptByte(o.media);
         media = readWholeFile(o.media, tev::kTooBigDataLength - 1, "new media");
         if (!media) return kExitFailed;
         *media = FileBytes(std::vector<unsigned char>(media->data(), media->data() + length));
@@ -112,24 +95,17 @@ int run(const Options& o) {
     }
     if (media->empty()) return fail(o.media, "the new media is empty");
     const Snapshot before = snapshot(o.file);
-    std::optional<UndoFile> undo = UndoFile::save(o.file, {{0, facts->size}});
-    if (!undo) return kExitFailed;
-    const uint32_t replaced = o.fromFile ? FastChangeOrgData(o.file.c_str(), o.media.c_str())
-                                         : FastChangeCoverData(o.file.c_str(), media->data(),
-                                                               static_cast<uint32_t>(media->size()));
-    int status = kExitOk;
-    if (replaced != LUMET_TEV_TRUE) {
-        status = fail(o.file, "the media was not replaced (another kind of media, media that ends like records, "
-                              "or records that do not read)");
-    } else if (std::optional<std::string> wrong = keptWhole(o.file, before, *media)) {
-        status = fail(o.file, "the edit did not hold (" + *wrong + "); the file is put back as it was");
-    }
-    if (status == kExitOk) {
-        undo->discard();
-    } else if (!undo->restore()) {
-        fail(o.file, "run `tev repair` on the file to put it back as it was");
-    }
-    return status;
+    const auto replace = [&]() -> int {
+        const uint32_t replaced = o.fromFile ? FastChangeOrgData(o.file.c_str(), o.media.c_str())
+                                             : FastChangeCoverData(o.file.c_str(), media->data(),
+                                                                   static_cast<uint32_t>(media->size()));
+        if (replaced == LUMET_TEV_TRUE) return kExitOk;
+        return fail(o.file, "the media was not replaced (another kind of media, media that ends like records, "
+                            "or records that do not read)");
+    };
+    // The whole file is saved: the old media is part of what the edit writes over.
+    return guardedEdit(o.file, {{0, facts->size}}, replace, [&] { return keptWhole(o.file, before, *media); },
+                       static_cast<int64_t>(media->size()));
 }
 
 }  // namespace

@@ -43,11 +43,11 @@ bool boxSizeRight(const std::string& path, _TEV_info_pack* pack) {
            stored == fileSize(path) - info->data_start_position;
 }
 
-// The first byte the library keeps behind the media: the first record (or
-// its "tevd" box header) or the first sound, whichever comes first; the
-// file's size when there is neither. The library never writes in front of
-// it, and an edit leaves it where it was (records and sounds always start
-// where the media ends), so a change means bytes were left in between.
+}  // namespace
+
+// The library never writes in front of this byte, and an edit leaves it
+// where it was (records and sounds always start where the media ends), so a
+// change means bytes were left in between.
 int64_t firstKeptByte(const std::string& path) {
     int64_t first = fileSize(path);
     const uint32_t signature = getSignature(path.c_str());
@@ -62,8 +62,6 @@ int64_t firstKeptByte(const std::string& path) {
     }
     return first;
 }
-
-}  // namespace
 
 std::vector<Region> appendedRegions(const std::string& path, const FileFacts& facts) {
     int64_t from = firstKeptByte(path);
@@ -85,8 +83,8 @@ std::vector<Region> recordRegions(_TEV_info_pack* pack, const std::vector<std::s
 }
 
 int guardedEdit(const std::string& path, const std::vector<Region>& regions, const std::function<int()>& edit,
-                const EditCheck& check) {
-    const int64_t first = firstKeptByte(path);
+                const EditCheck& check, std::optional<int64_t> mediaLength) {
+    const int64_t first = mediaLength ? *mediaLength : firstKeptByte(path);
     std::optional<UndoFile> undo = UndoFile::save(path, regions);
     if (!undo) return kExitFailed;
     int status = edit();

@@ -27,12 +27,18 @@ std::vector<Region> appendedRegions(const std::string& path, const FileFacts& fa
 // and the "tevd" box header. Records in front are never written.
 std::vector<Region> recordRegions(_TEV_info_pack* pack, const std::vector<std::string>& names);
 
+// The first byte the library keeps behind the media: the first record (or
+// its "tevd" box header) or the first sound, whichever comes first; the
+// file's size when there is neither.
+int64_t firstKeptByte(const std::string& path);
+
 // Runs `edit` (an exit status) with `regions` saved, then `check`, then the
 // checks every edit must pass: the container (if any) reads whole and the
-// first record or sound has not moved away from the media. Returns the
-// edit's status, or kExitFailed after rolling back.
+// first record or sound starts where the media ends (`mediaLength`, or where
+// it started before the edit). Returns the edit's status, or kExitFailed
+// after rolling back.
 int guardedEdit(const std::string& path, const std::vector<Region>& regions, const std::function<int()>& edit,
-                const EditCheck& check);
+                const EditCheck& check, std::optional<int64_t> mediaLength = std::nullopt);
 
 // A whole command that edits `path` in ways only the library knows: all
 // that lies behind the media is saved, and afterwards the file must pass the
