@@ -139,12 +139,12 @@ TEST_F(FormatWriterTest, DirectoryCutByAFileThatStopsGrowingLeavesTheFieldByFiel
     // the whole directory stops there (the system layer logs it), the stream goes back and writes
     // the fields one by one, so the file keeps the bytes and failing step of field-by-field writes
     // (a field cut inside counts as written: a short write returns the bytes that went out).
-    EditableFile file(kMedia);
+    StreamOver file(Medium::FilePtr, kMedia);
     EXPECT_EQ([&] {
         const FileSizeLimit limit(kMedia.size() + encodeRecord(kPhoto).size() + 18);
-        return addPhoto(file.stream());
+        return addPhoto(file.get());
     }(), 0u);
-    EXPECT_EQ(file.bytes(), withDirectoryPrefix(18));
+    EXPECT_EQ(file.contents(), withDirectoryPrefix(18));
     ASSERT_EQ(logLines().size(), 2u) << dumpLog();
     EXPECT_TRUE(loggedError("TEVSystemFile::_kfwrite", "write ret != write size_of_byte  ==> fail(18 != 32)"))
         << dumpLog();

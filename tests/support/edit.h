@@ -30,28 +30,6 @@ inline uint32_t subLengthOf(const RecordSpec& r) { return r.sub ? uint32_t(r.sub
 
 inline ContainerOptions boxed() { return {107, true}; }
 
-// A temporary file holding `content`, open for update behind a file stream
-// for the lifetime of the object.
-class EditableFile {
-public:
-    explicit EditableFile(const Bytes& content)
-        : file_(content), fp_(std::fopen(file_.c_str(), "r+b")), stream_(new TevStreamFile(fp_)) {}
-    ~EditableFile() {
-        stream_.reset();  // before the FILE* it works on goes
-        if (fp_ != nullptr) std::fclose(fp_);
-    }
-    EditableFile(const EditableFile&) = delete;
-    EditableFile& operator=(const EditableFile&) = delete;
-
-    TevStream* stream() { return stream_.get(); }
-    Bytes bytes() const { return file_.read(); }
-
-private:
-    TempFile file_;
-    FILE* fp_;
-    std::unique_ptr<TevStreamFile> stream_;
-};
-
 // Parses the container of the file at `path`, opened for update, and returns
 // what `edit` returns for its index (0 when nothing parses). The file is
 // closed again before this returns, so its bytes can be read afterwards.
@@ -77,6 +55,10 @@ uint32_t saveSpec(Save save, const RecordSpec& r, uint32_t update) {
 template <typename Call>
 uint32_t onFp(const char* path, Call call) {
     FILE* fp = std::fopen(path, "r+b");
+    if (fp == nullptr) {
+        ADD_FAILURE() << "cannot open " << path;
+        return 0;
+    }
     const uint32_t result = call(fp);
     std::fclose(fp);
     return result;
@@ -97,7 +79,7 @@ using ErrorLines = std::vector<std::pair<std::string, std::string>>;
 inline ErrorLines errorLines() {
     ErrorLines lines;
     for (const LogLine& line : capturedLog()) {
-        if (line.priority == 6) lines.emplace_back(line.tag, line.text);
+        if (line.priority == ANDROID_LOG_ERROR) lines.emplace_back(line.tag, line.text);
     }
     return lines;
 }
